@@ -1,0 +1,42 @@
+# What all targets of this project share: warnings, sanitizers, the include roots.
+
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+
+add_library(zal_options INTERFACE)
+target_compile_options(zal_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  target_compile_options(zal_options INTERFACE -Wthread-safety)
+endif()
+target_include_directories(zal_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/server/lib)
+target_link_libraries(zal_options INTERFACE Threads::Threads)
+
+if(ZAL_SANITIZE)
+  target_compile_options(zal_options INTERFACE
+    -fsanitize=${ZAL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(zal_options INTERFACE -fsanitize=${ZAL_SANITIZE})
+endif()
+if(ZAL_COVERAGE)
+  target_compile_options(zal_options INTERFACE --coverage)
+  target_link_options(zal_options INTERFACE --coverage)
+endif()
+
+# zal_library(name SOURCES a.cpp ... [LINKS other ...]): a static library of this project.
+function(zal_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC zal_options ${ARG_LINKS})
+endfunction()
+
+# zal_test(name SOURCES a.cpp ... [LINKS lib ...] [LABEL unit|integration|slow]): one test program.
+function(zal_test name)
+  cmake_parse_arguments(ARG "" "LABEL" "SOURCES;LINKS" ${ARGN})
+  if(NOT ARG_LABEL)
+    set(ARG_LABEL unit)
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE zal_options ${ARG_LINKS} GTest::gmock GTest::gtest_main)
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 300)
+endfunction()

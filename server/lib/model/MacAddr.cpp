@@ -1,0 +1,74 @@
+#include "model/MacAddr.h"
+
+#include <cstdio>
+
+namespace rrm {
+
+MacAddr MacAddr::parse(const char* text) {
+  std::array<unsigned, size> fields{};
+  if (text == nullptr || std::sscanf(text, "%02x:%02x:%02x:%02x:%02x:%02x", &fields[0], &fields[1], &fields[2],
+                                     &fields[3], &fields[4], &fields[5]) != static_cast<int>(size)) {
+    return {};
+  }
+  MacAddr mac;
+  for (std::size_t i = 0; i < size; ++i) mac.bytes_[i] = static_cast<std::uint8_t>(fields[i]);
+  return mac;
+}
+
+std::string MacAddr::to_string() const {
+  std::array<char, 18> text{};
+  std::snprintf(text.data(), text.size(), "%02X:%02X:%02X:%02X:%02X:%02X", bytes_[0], bytes_[1], bytes_[2], bytes_[3],
+                bytes_[4], bytes_[5]);
+  return text.data();
+}
+
+std::uint64_t MacAddr::to_number() const {
+  std::uint64_t number = 0;
+  for (const std::uint8_t byte : bytes_) number = (number << 8) | byte;
+  return number;
+}
+
+MacAddr MacAddr::from_number(std::uint64_t number) {
+  MacAddr mac;
+  for (std::size_t i = size; i-- > 0; number >>= 8) mac.bytes_[i] = static_cast<std::uint8_t>(number);
+  return mac;
+}
+
+MacAddr MacAddr::with_local_bit_flipped() const {
+  MacAddr flipped = *this;
+  flipped.bytes_[0] ^= local_bit;
+  return flipped;
+}
+
+bool MacAddr::equal_ignoring_local_bit(const MacAddr& other) const {
+  return *this == other || with_local_bit_flipped() == other;
+}
+
+MacAddr MacAddr::rebased_on_local_bit_of(const MacAddr& other) const {
+  const bool same = ((bytes_[0] ^ other.bytes_[0]) & local_bit) == 0;
+  return same ? *this : with_local_bit_flipped();
+}
+
+MacAddr MacAddr::plus(std::int32_t offset) const {
+  constexpr std::uint32_t low_mask = 0xFFFFFF;
+  const std::uint64_t number = to_number();
+  const auto low = static_cast<std::uint32_t>(number) & low_mask;
+  const std::uint32_t sum = (low + static_cast<std::uint32_t>(offset)) & low_mask;
+  if (sum < low) return *this;
+  return from_number((number & ~std::uint64_t{low_mask}) | sum);
+}
+
+bool MacAddr::in_pool(const MacAddr& start, std::int64_t count) const {
+  if (count < 1) return false;
+  const std::uint64_t first = start.to_number();
+  const std::uint64_t number = to_number();
+  return first <= number && number < first + static_cast<std::uint64_t>(count);
+}
+
+std::size_t MacAddrHash::operator()(const MacAddr& mac) const noexcept {
+  const auto& b = mac.bytes();
+  const auto little_endian = [&](std::size_t low) { return std::size_t{b[low]} | (std::size_t{b[low + 1]} << 8); };
+  return (little_endian(0) ^ (std::size_t{b[2]} << 4)) + (little_endian(3) ^ (std::size_t{b[5]} << 4));
+}
+
+}  // namespace rrm
