@@ -201,11 +201,11 @@ class GlobalConfig {
     const DomainConfig* settings_of(const std::string& pattern) const;
     void bind(const std::string& domain, DomainInfo info);
     bool load(const JsonReader& document);
-    bool load_patterns(const JsonReader& elements);
-    bool load_domains(const JsonReader& elements);
+    bool load_patterns(const JsonReader& array);
+    bool load_domains(const JsonReader& array);
+    void write(JsonWriter& document) const;
   };
 
-  bool load_file();
   std::shared_ptr<const State> state() const RRM_EXCLUDES(mutex_);
   void publish(State state) RRM_EXCLUDES(mutex_);
 
