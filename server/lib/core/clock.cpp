@@ -1,7 +1,9 @@
 #include "core/clock.h"
 
 #include <atomic>
+#include <chrono>
 #include <ctime>
+#include <thread>
 
 namespace rrm {
 namespace {
@@ -28,10 +30,24 @@ const Clock& clock() {
 
 }  // namespace
 
-std::int64_t monotonic_seconds() { return clock().monotonic_seconds(); }
+void Clock::sleep_us(std::uint32_t microseconds) const {
+  std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+}
 
-std::optional<std::int64_t> wall_seconds() { return clock().wall_seconds(); }
+std::int64_t monotonic_seconds() {
+  return clock().monotonic_seconds();
+}
 
-void set_clock(const Clock* clock) { current_clock.store(clock, std::memory_order_release); }
+std::optional<std::int64_t> wall_seconds() {
+  return clock().wall_seconds();
+}
+
+void sleep_us(std::uint32_t microseconds) {
+  clock().sleep_us(microseconds);
+}
+
+void set_clock(const Clock* clock) {
+  current_clock.store(clock, std::memory_order_release);
+}
 
 }  // namespace rrm

@@ -13,10 +13,13 @@ class Clock {
   virtual std::int64_t monotonic_seconds() const = 0;
   // Seconds since the epoch; empty where the system cannot tell.
   virtual std::optional<std::int64_t> wall_seconds() const = 0;
+  // How threads rest. The system's own sleep, unless a test takes its place.
+  virtual void sleep_us(std::uint32_t microseconds) const;
 };
 
 std::int64_t monotonic_seconds();
 std::optional<std::int64_t> wall_seconds();
+void sleep_us(std::uint32_t microseconds);
 
 // Replaces the source; null brings the system's clock back. The caller keeps the object alive until it is replaced.
 void set_clock(const Clock* clock);

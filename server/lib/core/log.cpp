@@ -25,18 +25,24 @@ void log_message(const char* file, int line, const char* function, int level, co
   va_end(args);
 }
 
-void set_log_hook(LogHook hook) { log_hook = hook; }
+void set_log_hook(LogHook hook) {
+  log_hook = hook;
+}
 
 void emit_event(const int& event_id, const std::shared_ptr<std::string>& payload) {
   if (event_hook != nullptr) event_hook(event_id, payload);
 }
 
-void set_event_hook(EventHook hook) { event_hook = hook; }
+void set_event_hook(EventHook hook) {
+  event_hook = hook;
+}
 
 void emit_event_text(int event_id, const std::string& payload) {
   emit_event(event_id, std::make_shared<std::string>(payload));
 }
 
-void emit_event_plain(int event_id) { emit_event(event_id, nullptr); }
+void emit_event_plain(int event_id) {
+  emit_event(event_id, nullptr);
+}
 
 }  // namespace rrm

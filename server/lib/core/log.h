@@ -11,17 +11,18 @@ namespace rrm {
 
 // The library's own classification of its log lines; the values are part of the log hook's contract.
 enum LogLevel : int {
-  LOG_DUMP = 2,       // multi-line dumps of state
-  LOG_TRACE = 4,      // message traces, start and stop notes
-  LOG_ERROR = 16,     // errors
-  LOG_WARNING = 32,   // warnings, rejected values
-  LOG_EVENT = 128,    // notable state changes
+  LOG_DUMP = 2,      // multi-line dumps of state
+  LOG_TRACE = 4,     // message traces, start and stop notes
+  LOG_ERROR = 16,    // errors
+  LOG_WARNING = 32,  // warnings, rejected values
+  LOG_EVENT = 128,   // notable state changes
 };
 
 using LogHook = void (*)(const char* file, int line, const char* function, int level, const char* format, va_list args);
 using EventHook = void (*)(const int& event_id, const std::shared_ptr<std::string>& payload);
 
-// Packs the arguments and hands them to the log hook. Until one is set, the text goes to standard output with a newline.
+// Packs the arguments and hands them to the log hook. Until one is set, the text goes to standard output with a
+// newline.
 void log_message(const char* file, int line, const char* function, int level, const char* format, ...)
     __attribute__((format(printf, 5, 6)));
 void set_log_hook(LogHook hook);

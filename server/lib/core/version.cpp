@@ -1,0 +1,7 @@
+#include "core/version.h"
+
+namespace rrm {
+
+const char* const build_version = ZAL_RRM_VERSION;
+
+}  // namespace rrm
