@@ -1,0 +1,45 @@
+#include "websock/LwsApi.h"
+
+#include <array>
+
+namespace rrm {
+namespace {
+
+class Libwebsockets final : public LwsApi {
+ public:
+  void set_log_level(int level, void (*emit)(int level, const char* line)) override { lws_set_log_level(level, emit); }
+  lws_context* create_context(const lws_context_creation_info& info) override { return lws_create_context(&info); }
+  void context_destroy(lws_context* context) override { lws_context_destroy(context); }
+  int get_count_threads(lws_context* context) override { return lws_get_count_threads(context); }
+  int service_tsi(lws_context* context, int timeout_ms, int tsi) override {
+    return lws_service_tsi(context, timeout_ms, tsi);
+  }
+  void cancel_service(lws_context* context) override { lws_cancel_service(context); }
+
+  int get_tsi(lws* wsi) override { return lws_get_tsi(wsi); }
+  std::string get_peer_simple(lws* wsi) override {
+    std::array<char, 256> name{};
+    const char* peer = lws_get_peer_simple(wsi, name.data(), name.size());
+    return peer != nullptr ? peer : "";
+  }
+  std::size_t remaining_packet_payload(lws* wsi) override { return lws_remaining_packet_payload(wsi); }
+  bool is_final_fragment(lws* wsi) override { return lws_is_final_fragment(wsi) != 0; }
+  void set_timeout(lws* wsi, pending_timeout reason, int seconds) override { lws_set_timeout(wsi, reason, seconds); }
+  void callback_on_writable(lws* wsi) override { lws_callback_on_writable(wsi); }
+  int write(lws* wsi, unsigned char* payload, std::size_t length, lws_write_protocol mode) override {
+    return lws_write(wsi, payload, length, mode);
+  }
+  void close_reason(lws* wsi, lws_close_status status, std::string_view reason) override {
+    std::string text(reason);
+    lws_close_reason(wsi, status, reinterpret_cast<unsigned char*>(text.data()), text.size());
+  }
+};
+
+}  // namespace
+
+LwsApi& libwebsockets() {
+  static Libwebsockets library;
+  return library;
+}
+
+}  // namespace rrm

@@ -1,0 +1,25 @@
+// One AP's connection as the WebSocket worker keeps it. Shared: the session table holds it, and a snapshot of the table
+// may keep it alive after the connection has ended.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "core/BaseSession.h"
+#include "core/BufferInfo.h"
+
+namespace rrm {
+
+struct WebsockSession : BaseSession {
+  WebsockSession(const BaseSession& identity, std::string peer_address, std::int64_t now)
+      : BaseSession(identity), peer(std::move(peer_address)), last_seen(now) {}
+
+  const std::string peer;  // the peer's address as text
+
+  BufferInfo buffer;  // the message being assembled; only with the session lock
+
+  std::atomic<std::int64_t> last_seen;  // monotonic second of the last whole message or pong; read without the lock
+};
+
+}  // namespace rrm
