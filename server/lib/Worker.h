@@ -118,6 +118,8 @@ class alignas(64) Worker : public std::enable_shared_from_this<Worker> {
                const BaseSession& session);
   bool run();
   void serve();
+  bool pass() RRM_EXCLUDES(mutex);
+  void join() RRM_EXCLUDES(thread_mutex);
 
   // For the owner, when the worker has ended by itself: lets the thread go, marks the queue as served by nobody, and
   // takes out what is still in it. A producer that finds the mark set after its push sees to the leftovers itself:

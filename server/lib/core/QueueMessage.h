@@ -33,8 +33,8 @@ inline constexpr const char* stop_load_balancer = R"({"service":"rrm-internal", 
 // The services of an envelope.
 namespace service_name {
 inline constexpr const char* rrm = "rrm";                    // the protocol of the access points
-inline constexpr const char* rrm_internal = "rrm-internal";  // orders to sessions and domain workers
-inline constexpr const char* internal_ipc = "internal-ipc";  // orders to a worker itself
+inline constexpr const char* rrm_internal = "rrm-internal";  // orders to sessions and domain workers; never on the wire
+inline constexpr const char* internal_ipc = "internal-ipc";  // orders to a worker itself; never on the wire
 }  // namespace service_name
 
 }  // namespace rrm

@@ -1,0 +1,16 @@
+#include "core/QueueMessage.h"
+
+#include <utility>
+
+namespace rrm {
+
+QueueMessage::QueueMessage(JsonReader&& message, const BaseSession& peer) : session(peer), json(std::move(message)) {}
+
+QueueMessage::QueueMessage(std::string&& text, const BaseSession& peer)
+    : session(peer), json(static_cast<const char*>(nullptr)), serialized(std::move(text)) {}
+
+std::string_view QueueMessage::text() const {
+  return serialized.empty() ? json.to_string() : serialized;
+}
+
+}  // namespace rrm
