@@ -1,0 +1,65 @@
+#include "zal/Trace.h"
+
+#include <cstdio>
+
+#include "platform/standalone/TraceLog.h"
+
+namespace zal {
+
+namespace {
+
+__attribute__((format(printf, 1, 0))) std::string format_text(const char* fmt, va_list args) {
+  va_list again;
+  va_copy(again, args);
+  const int length = std::vsnprintf(nullptr, 0, fmt, args);
+  std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+  if (length > 0) std::vsnprintf(text.data(), text.size() + 1, fmt, again);
+  va_end(again);
+  return length < 0 ? fmt : text;
+}
+
+}  // namespace
+
+void Trace::global_init(const char* process_name) {
+  TraceLog::instance().open(process_name);
+}
+
+void Trace::global_deinit() {
+  TraceLog::instance().close();
+}
+
+Trace::Trace(const std::string& name, bool to_console) : name_(name), to_console_(to_console) {}
+
+// The four grades differ in nothing but the grade.
+#define ZAL_TRACE_GRADE(grade)                                                            \
+  void Trace::grade(const char* fmt, ...) const {                                         \
+    if (!TraceLog::instance().writes(Grade::grade)) return;                               \
+    va_list args;                                                                         \
+    va_start(args, fmt);                                                                  \
+    TraceLog::instance().write(Grade::grade, name_, format_text(fmt, args), to_console_); \
+    va_end(args);                                                                         \
+  }
+ZAL_TRACE_GRADE(ap)
+ZAL_TRACE_GRADE(sys)
+ZAL_TRACE_GRADE(warn)
+ZAL_TRACE_GRADE(error)
+#undef ZAL_TRACE_GRADE
+
+void Trace::error_mac(const MacAddr& mac, const char* fmt, ...) const {
+  va_list args;
+  va_start(args, fmt);
+  TraceLog::instance().write(Grade::error, name_, mac.to_string() + ": " + format_text(fmt, args), to_console_);
+  va_end(args);
+}
+
+void Trace::ap_lib_limited_ap(const char* fmt, va_list args) const {
+  TraceLog& log = TraceLog::instance();
+  if (!log.writes(Grade::ap) || !log.admits_library_line()) return;
+  log.write(Grade::ap, name_, format_text(fmt, args), to_console_);
+}
+
+void Trace::reload_config() const {
+  TraceLog::instance().configure();
+}
+
+}  // namespace zal
