@@ -441,7 +441,8 @@ void GlobalConfig::State::write(JsonWriter& document) const {
     JsonWriter element = JsonWriter::object(domain_elements, nullptr);
     element.add_string("domain", domain);
     element.add_string("pattern", info.pattern);
-    element.add_string("time_zone", info.time_zone);
+    // An empty text would not load again.
+    if (!info.time_zone.empty()) element.add_string("time_zone", info.time_zone);
   }
   JsonWriter pattern_elements = JsonWriter::array(document, "patterns");
   for (const auto& [name, settings] : patterns) {
