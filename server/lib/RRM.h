@@ -81,7 +81,7 @@ class RRM {
   // it left in its queue. Another worker of the same name stays. True if the thread was let go: it then reports the
   // very end of its life by detached_thread_ended, and release waits for that.
   bool stop_domain_event(const std::string& domain, Worker& caller);
-  void detached_thread_ended() RRM_EXCLUDES(detached_mutex);
+  void detached_thread_ended() RRM_EXCLUDES(workers.mutex);
 
   GlobalConfig& configuration() const { return *config; }
   const std::shared_ptr<Worker>& websocket() const { return websock_worker; }
@@ -106,26 +106,31 @@ class RRM {
   DomainWorkerFactory create_domain_worker;
 
  private:
-  using WorkerMap = decltype(workers)::map_type;
+  using Enqueue = void (Worker::*)(JsonReader&&, const BaseSession&);
 
+  void enter_vrrp_mode(bool preserve_role);
   void start_fixed_workers();
   void switch_to_master(const std::shared_ptr<std::string>& domains);
+  void accept_domains(bool accept) RRM_EXCLUDES(workers.mutex);
+  void await_detached_threads() RRM_EXCLUDES(workers.mutex);
 
-  std::shared_ptr<Worker> make_worker(const std::string& domain);
-  std::shared_ptr<Worker> insert(const std::shared_ptr<Worker>& worker);
-  std::shared_ptr<Worker> extract(const std::string& domain, const Worker* only);
-  void deliver(Worker& worker, JsonReader& json, const BaseSession& session);
-  void deliver_force(Worker& worker, const BaseSession& session, const char* order);
+  void deliver(Worker& worker, Enqueue enqueue, JsonReader&& json, const BaseSession& session);
+  void deliver_to_new(const std::string& domain, JsonReader&& json, const BaseSession& session);
   void route_leftovers(Worker& worker);
   void order_all(const char* order, const BaseSession& session);
 
-  std::int32_t vrrp_role = role_backup;  // main thread
-  // Cleared from the stop of the domain workers to the next start.
-  bool accepts_domains RRM_GUARDED_BY(workers.mutex) = true;
+  std::shared_ptr<Worker> make_worker(const std::string& domain) RRM_EXCLUDES(workers.mutex);
+  bool launch(const std::shared_ptr<Worker>& worker) RRM_EXCLUDES(workers.mutex);
+  void start_or_take_out(const std::shared_ptr<Worker>& worker) RRM_EXCLUDES(workers.mutex);
+  bool insert(const std::shared_ptr<Worker>& worker) RRM_EXCLUDES(workers.mutex);
+  std::shared_ptr<Worker> take_out(const std::string& domain, const Worker* only) RRM_REQUIRES(workers.mutex);
 
-  Mutex detached_mutex;  // a leaf
+  std::int32_t vrrp_role = role_backup;  // main thread
+
+  bool accepts_domains RRM_GUARDED_BY(workers.mutex) =
+      true;  // not from the stop of the domain workers to the next start
+  std::uint32_t detached_threads RRM_GUARDED_BY(workers.mutex) = 0;  // let go, but not at their end yet
   std::condition_variable_any detached_gone;
-  std::uint32_t detached_threads RRM_GUARDED_BY(detached_mutex) = 0;
 };
 
 }  // namespace rrm

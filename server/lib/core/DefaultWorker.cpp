@@ -4,10 +4,10 @@
 #include <string_view>
 
 #include "RRM.h"
+#include "core/QueueMessage.h"
 #include "core/log.h"
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
-#include "protocol/keys.h"
 
 namespace rrm {
 
@@ -24,12 +24,11 @@ void DefaultWorker::process_message(JsonReader& json, BaseSession& session) {
 }
 
 void DefaultWorker::refuse_subscribe(const JsonReader& json, const BaseSession& session) {
-  using namespace protocol;
-  if (std::string_view(json.get_string(key::service)) != service_name::rrm) return;
-  if (std::string_view(json.get_string(key::cmd)) != "subscribe-request") return;
-  JsonWriter reply(service_name::rrm, command::subscribe_response, nullptr);
-  reply.add_string(key::status, "fail");
-  reply.add_int(key::code, 503);
+  if (std::string_view(json.get_string("service")) != service_name::rrm) return;
+  if (std::string_view(json.get_string("cmd")) != "subscribe-request") return;
+  JsonWriter reply(service_name::rrm, "subscribe-response", nullptr);
+  reply.add_string("status", "fail");
+  reply.add_int("code", 503);
   owner->send_text(reply.to_string(), session);
 }
 
