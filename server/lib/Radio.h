@@ -143,6 +143,19 @@ struct Radio {
   void write_probe_entry(JsonWriter& array, const MacAddr& client, const std::string& ssid, std::int32_t timeout) const;
   void write_disassoc_list(JsonWriter& array) const;
   void dump_json(JsonWriter& object) const;
+
+ private:
+  void add_to_pool(ChannelPools& pools, std::int32_t ch) const;
+  void follow_eirp(std::int64_t level);
+  bool may_be_managed(bool in_use, std::int32_t lock) const { return in_use && lock == 0 && status; }
+  void update_band_from_json(const JsonReader& json, const char* label);
+  void read_power(const JsonReader& json);
+  void read_eirp(const JsonReader& json);
+  void read_mac_pool(const JsonReader& json, bool first_message);
+  void read_vaps(const JsonReader& json);
+  void set_available_channels(std::vector<std::int32_t> channels, ChannelPools& pools);
+  void write_eirp(JsonWriter& object) const;
+  void write_antenna(JsonWriter& object) const;
 };
 
 }  // namespace rrm

@@ -78,8 +78,12 @@ class ApMap {
   void dump_factory_json(JsonWriter& array) const;
 
  private:
+  template <class Picked, class Take>
+  std::size_t take_if(Picked picked, Take take);
   template <class Picked>
   std::size_t move_if(ApMap& target, std::int32_t ttl, Picked picked);
+
+  void write_all_neighbours(const ApEntry& ap, JsonWriter& array) const;
 
   Nodes nodes_;
   ApStorage storage_;

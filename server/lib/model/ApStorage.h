@@ -37,7 +37,7 @@ class ApStorage {
 
  private:
   void add(const MacAddr& mac, const std::shared_ptr<ApEntry>& ap, std::int32_t radio_id);
-  void erase_keys_of(const std::shared_ptr<ApEntry>& ap);
+  void log_size(const ApEntry& ap) const;
 
   std::unordered_map<MacAddr, Owner, MacAddrHash> owners_;
   // The keys of owners_ by the MAC of the entry they belong to, so that an AP goes without a walk over all.
