@@ -5,13 +5,14 @@
 
 #include <atomic>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <thread>
 
 #include "Config.h"
 #include "model/ApMap.h"
+#include "planning/PlanResult.h"
+#include "planning/SpectrumTable.h"
 
 namespace rrm {
 
@@ -24,13 +25,22 @@ struct OptimizationContext {
 };
 
 struct OptimizationResult {
-  std::map<MacAddr, Radios> radios;  // as optimised, by the AP's MAC
+  PlanResult radios;
   bool success = false;
   std::string error_message;  // of a failure
 };
 
-// Plans channels and power. Never throws: an exception is a failed result. `cancel` is looked at before the channel
-// stage and between the stages.
+// The two stages of the computing, each over the whole copy.
+struct OptimizationStages {
+  std::function<void(SpectrumTable&, ApMap&, const DomainConfig&, PlanResult&)> channel_pass;
+  std::function<void(ApMap&, const DomainConfig&, PlanResult&)> power;
+};
+
+// Plans channels, in two passes, and power. Never throws: an exception is a failed result. `cancel` is looked at before
+// the channel stage and between the stages.
+OptimizationResult run_stages(const OptimizationStages& stages, OptimizationContext& context,
+                              const std::atomic<bool>& cancel);
+// The same with the domain's own planners.
 OptimizationResult run_optimization(OptimizationContext& context, const std::atomic<bool>& cancel);
 
 // All operations are the owner's, on one thread.
@@ -41,7 +51,7 @@ class OptimizationThread {
 
   // `body` is what the thread runs; one that throws ends without a result. `spawn` makes a thread that runs its
   // argument.
-  explicit OptimizationThread(Body body = run_optimization, Spawn spawn = spawn_thread);
+  explicit OptimizationThread(Body body, Spawn spawn = spawn_thread);
   ~OptimizationThread() { stop(); }
   OptimizationThread(const OptimizationThread&) = delete;
   OptimizationThread& operator=(const OptimizationThread&) = delete;

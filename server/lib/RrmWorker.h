@@ -17,6 +17,7 @@
 
 #include "Config.h"
 #include "IRrmSubworker.h"
+#include "OptimizationThread.h"
 #include "Worker.h"
 #include "core/TimerList.h"
 #include "model/ApMap.h"
@@ -30,16 +31,25 @@ class TpcDcaSubworker;
 
 class RrmWorker final : public Worker {
  public:
+  // `optimization` is what the optimisation thread runs.
   RrmWorker(GlobalConfig* global_config, const DomainConfig& settings, const std::string& domain, RRM* server,
-            std::int32_t time_zone, std::int32_t queue_capacity);
+            std::int32_t time_zone, std::int32_t queue_capacity,
+            OptimizationThread::Body optimization = run_optimization);
   ~RrmWorker() override;
 
-  void process_message(JsonReader& json, BaseSession& session) override RRM_REQUIRES(mutex);
-  void report_status(JsonWriter& writer) override;
-  void report_details(JsonWriter& writer) override;
+  void process_message(JsonReader& json, BaseSession& session) RRM_REQUIRES(mutex) override;
+
+  // The parts of the worker's loop.
+  bool connect() RRM_EXCLUDES(mutex) override;
+  bool keep_running(const bool& now_running) override { return now_running; }
+  void before_messages() RRM_REQUIRES(mutex) override;
+  void after_messages() RRM_EXCLUDES(mutex) override;
+  void disconnect() RRM_EXCLUDES(mutex) override;
 
   // Entrances for other threads. Require: called in execute_locked.
-  // An operator's request for an optimisation; true if one is or was planned.
+  void report_status(JsonWriter& writer) override;
+  void report_details(JsonWriter& writer) override;
+  // An operator's request for an optimisation; true if one is planned now.
   bool force_optimization();
   struct ApSession {
     MacAddr mac;
@@ -48,84 +58,83 @@ class RrmWorker final : public Worker {
   // The sessions of all APs: of the silent ones, the gone ones, then the active ones.
   std::vector<ApSession> ap_sessions() const;
 
-  // For the sub-workers, within a pass.
+  // For the sub-workers. Require: the mutex is held, as it is throughout a pass.
   const DomainConfig& config() const { return config_; }
   std::int32_t time_zone_offset() const { return time_zone_offset_; }
-  ApMap& aps() { return aps_; }
-  ApMap& deleted_aps() { return deleted_aps_; }
-  ApMap& unanswered_aps() { return unanswered_aps_; }
-  ChannelPools& channel_pools() { return channel_pools_; }
-  TpcDcaSubworker& tpc_dca() { return *tpc_dca_; }
+  ApMap& aps();
+  ApMap& deleted_aps();
+  ApMap& unanswered_aps();
+  ChannelPools& channel_pools();
+  TpcDcaSubworker& tpc_dca();
   // Steering pauses while the optimisation measures.
-  void set_load_balancer_lock(bool lock) { load_balancer_lock_ = lock; }
+  void set_load_balancer_lock(bool lock);
   // Sends a message at once.
-  void send(JsonWriter message, const BaseSession& session);
+  void send(JsonWriter& message, const BaseSession& session);
   // Keeps a message for the end of the pass. A null text is an error, and nothing is kept.
   void broadcast_buffer_add(const char* text, const BaseSession& session);
-
-  // The parts of the worker's loop.
-  bool connect() override;
-  bool keep_running(const bool& now_running) override { return now_running; }
-  void before_messages() override RRM_REQUIRES(mutex);
-  void after_messages() override RRM_EXCLUDES(mutex);
-  void disconnect() override RRM_EXCLUDES(mutex);
 
  private:
   static constexpr std::uint32_t timer_periodic = 0;  // of the tick and of the balance timer alike
 
   // Messages.
-  void dispatch(protocol::Command command, const JsonReader& json, const BaseSession& session);
-  void dispatch_from_ap(protocol::Command command, const JsonReader& json, const BaseSession& session);
-  void process_pipeline_answer(protocol::Command command, const JsonReader& json, const BaseSession& session,
-                               const MacAddr& mac);
-  void process_balancer_cmd(protocol::Command command, const MacAddr& mac);
-  void process_config_changed(const JsonReader& json, const BaseSession& session, const MacAddr& mac);
-  void process_unsubscribe(const BaseSession& session, const MacAddr& mac);
-  void process_drop_session(const BaseSession& session);
-  void process_stop_load_balancer();
+  void dispatch(protocol::Command command, const JsonReader& json, const BaseSession& session) RRM_REQUIRES(mutex);
+  void dispatch_from_known_ap(protocol::Command command, const JsonReader& json, const BaseSession& session,
+                              const MacAddr& mac) RRM_REQUIRES(mutex);
+  void process_drop_session(const BaseSession& session) RRM_REQUIRES(mutex);
+  void process_stop_load_balancer() RRM_REQUIRES(mutex);
+  void process_unsubscribe(const BaseSession& session, const MacAddr& mac) RRM_REQUIRES(mutex);
+  void process_config_changed(const JsonReader& json, const BaseSession& session, const MacAddr& mac)
+      RRM_REQUIRES(mutex);
+  void process_balancer_cmd(protocol::Command command, const MacAddr& mac) RRM_REQUIRES(mutex);
 
   // Subscribes: each road of an AP has its own function.
-  void process_subscribe_request(const JsonReader& json, const BaseSession& session, const MacAddr& mac);
+  void process_subscribe_request(const JsonReader& json, const BaseSession& session, const MacAddr& mac)
+      RRM_REQUIRES(mutex);
   void resubscribe_known(ApMap& set, const std::shared_ptr<ApEntry>& ap, const JsonReader& json,
-                         const BaseSession& session, const MacAddr& mac);
+                         const BaseSession& session, const MacAddr& mac) RRM_REQUIRES(mutex);
   void resubscribe_deleted(const std::shared_ptr<ApEntry>& ap, const JsonReader& json, const BaseSession& session,
-                           const MacAddr& mac);
-  void subscribe_new(const JsonReader& json, const BaseSession& session, const MacAddr& mac);
-  void accept_subscribe(const ApEntry& ap);
-  void refuse_subscribe(protocol::SubscribeFailure failure, const BaseSession& session, const MacAddr& mac);
-  void update_session(ApEntry& ap, const BaseSession& session);
+                           const MacAddr& mac) RRM_REQUIRES(mutex);
+  void subscribe_new(const ApFactory& factory, const JsonReader& json, const BaseSession& session, const MacAddr& mac)
+      RRM_REQUIRES(mutex);
+  void accept_subscribe(const ApEntry& ap) RRM_REQUIRES(mutex);
+  void refuse_subscribe(protocol::SubscribeFailure failure, const BaseSession& session, const MacAddr& mac)
+      RRM_REQUIRES(mutex);
+  void update_session(ApEntry& ap, const BaseSession& session) RRM_REQUIRES(mutex);
+
+  // A known AP's new word about itself.
   void process_exists_ap(protocol::Command command, const JsonReader& json, const BaseSession& session,
-                         const MacAddr& mac, ApEntry& ap, bool force);
+                         const MacAddr& mac, ApEntry& ap, bool force) RRM_REQUIRES(mutex);
+  void replan_without_neighbours(ApEntry& ap, bool force) RRM_REQUIRES(mutex);
+  void log_list_updates(const Radios& reported, bool vaps_same, bool channels_same, bool priority_changed,
+                        bool wildcard_changed) const;
 
   // Time.
-  void process_timer_message();
-  void process_timer_balance();
-  void log_state() const;
-  void replan_after_last_departure();
-  void count_down_load_balancer_stop();
+  void arm_tick() RRM_REQUIRES(mutex);
+  void arm_balance_timer() RRM_REQUIRES(mutex);
+  void process_timer_message() RRM_REQUIRES(mutex);
+  void process_timer_balance() RRM_REQUIRES(mutex);
+  void log_state() const RRM_REQUIRES(mutex);
+  void replan_after_departure() RRM_REQUIRES(mutex);
 
-  void stop_if_empty();
+  void stop_if_empty() RRM_REQUIRES(mutex);
   void raise_domain_changed() const;
-  void write_counts(JsonWriter& details) const;
 
   // Constant after construction.
-  RRM* const server_;
   GlobalConfig* const global_;  // only `enabled` is asked of it
   const DomainConfig config_;
   const std::int32_t time_zone_offset_;  // seconds east of UTC
 
-  // Under the worker's mutex, which a pass holds.
-  ApMap aps_;
-  ApMap deleted_aps_;     // without a session, until they return or their time is up
-  ApMap unanswered_aps_;  // silent in this cycle
-  ChannelPools channel_pools_;
-  std::vector<std::unique_ptr<IRrmSubworker>> subworkers_;
-  TpcDcaSubworker* tpc_dca_;  // the first of them
-  TimerList timers_;
-  bool load_balancer_stop_ = false;         // paused by an order, until the counter has run down
-  bool load_balancer_lock_ = false;         // paused by the optimisation
-  std::int32_t load_balancer_counter_ = 0;  // ticks
+  ApMap aps_ RRM_GUARDED_BY(mutex);             // active
+  ApMap deleted_aps_ RRM_GUARDED_BY(mutex);     // without a session, until they return or their time is up
+  ApMap unanswered_aps_ RRM_GUARDED_BY(mutex);  // silent in this cycle
+  ChannelPools channel_pools_ RRM_GUARDED_BY(mutex);
+  std::vector<std::unique_ptr<IRrmSubworker>> subworkers_ RRM_GUARDED_BY(mutex);
+  TpcDcaSubworker* tpc_dca_ RRM_GUARDED_BY(mutex);  // the first of them
+  TimerList timers_ RRM_GUARDED_BY(mutex);
   std::deque<std::shared_ptr<QueueMessage>> broadcast_buffer_ RRM_GUARDED_BY(mutex);
+  bool load_balancer_stop_ RRM_GUARDED_BY(mutex) = false;         // by an order, until the counter has run down
+  bool load_balancer_lock_ RRM_GUARDED_BY(mutex) = false;         // by the optimisation
+  std::int32_t load_balancer_counter_ RRM_GUARDED_BY(mutex) = 0;  // ticks
 };
 
 }  // namespace rrm

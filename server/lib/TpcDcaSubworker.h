@@ -25,8 +25,8 @@ enum class RrmStatus : std::int32_t {
 
 class TpcDcaSubworker final : public IRrmSubworker {
  public:
-  // `body` is what the optimisation thread runs.
-  explicit TpcDcaSubworker(RrmWorker& worker, OptimizationThread::Body body = {});
+  // `optimization` is what the optimisation thread runs.
+  TpcDcaSubworker(RrmWorker& worker, OptimizationThread::Body optimization);
   ~TpcDcaSubworker() override;
 
   void force_optimization() override;
@@ -57,19 +57,22 @@ class TpcDcaSubworker final : public IRrmSubworker {
   bool scanning() const;
 
  private:
-  // Timers. An id has one timer at a time.
+  // An id has one timer at a time.
   enum TimerId : std::uint32_t { timer_pipeline = 0, timer_802dot11k = 1, timer_802dot11r = 2, timer_vrrp = 3 };
   void set_timer(TimerId id, std::int32_t delay);
 
   // State.
   bool has_work() const;
+  bool computing() const;
   void set_status(RrmStatus status);
+  void go_idle();
   void raise_status() const;
   void raise_domain_changed() const;
-  void go_idle();
+  RrmStatus restored_status(std::int32_t number) const;
 
   // Planning.
-  std::int64_t seconds_to_next_cycle(bool force);
+  std::int64_t seconds_to_optimization_time() const;
+  void plan_cycle(RrmStatus status, std::int32_t delay);
   void plan_nothing();
 
   // The steps of a cycle.
@@ -79,31 +82,29 @@ class TpcDcaSubworker final : public IRrmSubworker {
   void check_optimization_complete();
   void process_timer_vrrp();
   void wait_for_mode_responses();
-  bool start_remediation_without_mode_responses();
+  bool start_remediation();
   void planning_optimize();
   void launch_optimization_thread();
   void take_back_unanswered();
-  void delay_cycle(const char* log_format);
+  void delay_cycle(const char* what);
 
-  // What APs answer.
+  // What APs are asked, and what they answer.
+  void post_request_mode();
+  void post_force_update();
+  std::int32_t expected_scan_time() const;
   void process_mode_response(const JsonReader& json, const std::shared_ptr<ApEntry>& ap);
   void process_response(const JsonReader& json, const std::shared_ptr<ApEntry>& ap);
   void read_radios(const JsonReader& json, const std::shared_ptr<ApEntry>& ap);
 
-  // What APs are told.
-  void post_request_mode();
-  void post_force_update();
-  std::int32_t expected_scan_time() const;
-  void post_tpc_results(bool with_radios);
-
   // The result.
+  void use_result(const std::unique_ptr<OptimizationResult>& result);
   void apply_result(const OptimizationResult& result);
-  void apply_radios(ApEntry& ap, const Radios& planned);
-  void finish_result();
+  void apply_radio(ApEntry& ap, const Radio& planned);
+  void post_tpc_results(bool with_radios);
 
   // Forcing.
   void ignore_threshold_from_now();
-  bool resolve_running_thread(const char* queued_log, const char* orphan_log);
+  bool clear_orphan();
   void forget_thread();
 
   // The worker's thread only.
@@ -112,9 +113,8 @@ class TpcDcaSubworker final : public IRrmSubworker {
   std::int32_t scan_time_ = 0;  // seconds that one AP's scan is expected to take
   // Nothing clears it: a run moves a radio to the cheapest channel, by however little.
   bool ignore_dca_threshold_ = true;
-  bool rerun_pending_ = false;  // a request came while the thread was running
-  bool rerun_is_force_ = false;
-  bool vrrp_restore_pending_ = false;
+  bool rerun_pending_ = false;         // a forced request came while the thread was running
+  bool vrrp_restore_pending_ = false;  // restored; requests wait for the timer
   OptimizationThread thread_;
 };
 

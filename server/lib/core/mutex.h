@@ -20,6 +20,7 @@
 #define RRM_ACQUIRE(...) RRM_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define RRM_TRY_ACQUIRE(...) RRM_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define RRM_RELEASE(...) RRM_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+#define RRM_ASSERT_CAPABILITY(lock) RRM_THREAD_ANNOTATION(assert_capability(lock))
 #define RRM_NO_THREAD_SAFETY_ANALYSIS RRM_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace rrm {
@@ -33,6 +34,8 @@ class RRM_CAPABILITY("mutex") Mutex {
   void lock() RRM_ACQUIRE() { mutex_.lock(); }
   void unlock() RRM_RELEASE() { mutex_.unlock(); }
   bool try_lock() RRM_TRY_ACQUIRE(true) { return mutex_.try_lock(); }
+  // Tells the analysis what the caller's contract says: this mutex is held here. Checks nothing at run time.
+  void assert_held() const RRM_ASSERT_CAPABILITY(this) {}
 
  private:
   std::mutex mutex_;
