@@ -1,0 +1,26 @@
+// A MAC address of the simulated site. The simulator keeps its own type: it stands on the other side of the wire.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace sim {
+
+struct Mac {
+  std::uint64_t value = 0;  // the six bytes, first byte highest
+
+  bool operator==(const Mac&) const = default;
+  auto operator<=>(const Mac&) const = default;
+
+  // The address `offset` further in the same pool.
+  Mac plus(std::uint64_t offset) const { return {value + offset}; }
+
+  // Lower case with colons.
+  std::string text() const;
+
+  // Six pairs of hexadecimal digits joined by colons, of either case.
+  static std::optional<Mac> parse(const std::string& text);
+};
+
+}  // namespace sim
