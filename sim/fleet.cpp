@@ -36,6 +36,7 @@ struct Fleet::Session {
   lws* wsi = nullptr;  // null while nothing is under way
   bool up = false;
   bool closing = false;
+  bool down_told = false;  // a person need not read of each further attempt
   std::string incoming;
   std::deque<std::string> outgoing;
 };
@@ -197,8 +198,15 @@ void Fleet::connect(Session& session) {
   }
 }
 
+void Fleet::tell(const Session& session, const std::string& what) const {
+  log_(simulation_.world().site().access_points[session.ap].name + ": " + what);
+}
+
 void Fleet::went_up(Session& session) {
   session.up = true;
+  if (std::exchange(session.down_told, false)) {
+    tell(session, "connected");
+  }
   simulation_.connected(session.ap, now());
   collect_outgoing();
 }
@@ -212,10 +220,10 @@ void Fleet::went_down(Session& session, const std::string& why) {
     return;
   }
   simulation_.disconnected(session.ap);
-  const Millis wait = session.backoff.next();
-  session.connect_at = now() + wait;
-  log_(simulation_.world().site().access_points[session.ap].name + ": " + why + ", connecting again in " +
-       std::to_string(wait) + " ms");
+  session.connect_at = now() + session.backoff.next();
+  if (!std::exchange(session.down_told, true)) {
+    tell(session, why + ", connecting again and again");
+  }
 }
 
 void Fleet::collect_outgoing() {

@@ -46,6 +46,7 @@ class Fleet {
   void connect(Session& session);
   void went_up(Session& session);
   void went_down(Session& session, const std::string& why);
+  void tell(const Session& session, const std::string& what) const;
   void collect_outgoing();
   void schedule_beat();
   void close_all();

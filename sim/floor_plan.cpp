@@ -11,10 +11,10 @@
 namespace sim {
 namespace {
 
-constexpr double margin = 40;       // around the drawing, pixels
+constexpr double margin = 76;       // around the floors, pixels; the networks next door stand there
 constexpr double plan_width = 960;  // of one floor, pixels
 constexpr double header_height = 92;
-constexpr double title_height = 44;  // above each floor
+constexpr double title_height = 56;  // above each floor
 constexpr double legend_width = 250;
 constexpr const char* contention_colour = "#d7263d";
 
@@ -125,6 +125,20 @@ class Plan {
   }
 
  private:
+  struct Spot {  // on the page, pixels
+    double x;
+    double y;
+  };
+
+  Spot spot(const Point& point) const { return {x(point), y(point)}; }
+
+  // Networks next door stand close outside the walls, however far away they are.
+  Spot spot_of(const ForeignAp& foreign) const {
+    const double bottom = top_ + title_height + site_.depth * scale_;
+    return {std::clamp(x(foreign.position), margin - 40, margin + plan_width + 40),
+            std::clamp(y(foreign.position), top_ + title_height - 16, bottom + 20)};
+  }
+
   double x(const Point& point) const { return margin + point.x * scale_; }
   double y(const Point& point) const { return top_ + title_height + point.y * scale_; }
   bool shown(const RadioPicture& entry) const { return entry.radio.band == band_ && entry.radio.enabled; }
@@ -169,29 +183,32 @@ class Plan {
     for (const Contention& pair : picture_.contentions) {
       const RadioPicture& radio = picture_.radios[pair.radio];
       if (shown(radio)) {
-        svg += contention(place(radio), other_end(pair), pair.level_dbm, pair.other >= picture_.radios.size());
+        svg += contention(spot(place(radio)), other_end(pair), pair.level_dbm, pair.other >= picture_.radios.size());
       }
     }
     return svg;
   }
 
-  const Point& other_end(const Contention& pair) const {
+  Spot other_end(const Contention& pair) const {
     const std::size_t own = picture_.radios.size();
-    return pair.other < own ? place(picture_.radios[pair.other]) : site_.foreign_aps[pair.other - own].position;
+    return pair.other < own ? spot(place(picture_.radios[pair.other])) : spot_of(site_.foreign_aps[pair.other - own]);
   }
 
-  std::string contention(const Point& a, const Point& b, double level, bool with_foreign) const {
+  static std::string contention(const Spot& a, const Spot& b, double level, bool with_foreign) {
     const double width = std::clamp(1 + (level + 82) / 9, 1.0, 5.0);
     return format(
         "<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"%s\" stroke-width=\"%.1f\" "
         "stroke-opacity=\"0.5\" %s/>\n",
-        x(a), y(a), x(b), y(b), contention_colour, width, with_foreign ? "stroke-dasharray=\"5 4\"" : "");
+        a.x, a.y, b.x, b.y, contention_colour, width, with_foreign ? "stroke-dasharray=\"5 4\"" : "");
   }
 
   double ring_radius(const Radio& radio) const { return (1.2 + 0.22 * radio.power) * scale_; }
 
   std::string rings() const {
-    std::string svg;
+    std::string svg = format(
+        "<clipPath id=\"floor%d\"><rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\"/></clipPath>\n"
+        "<g clip-path=\"url(#floor%d)\">\n",
+        band_, margin, top_ + title_height, site_.width * scale_, site_.depth * scale_, band_);
     for (const RadioPicture& entry : picture_.radios) {
       if (shown(entry)) {
         svg += format(
@@ -201,7 +218,7 @@ class Plan {
             colours_.of(entry.radio));
       }
     }
-    return svg;
+    return svg + "</g>\n";
   }
 
   std::string clients() const {
@@ -240,17 +257,21 @@ class Plan {
       if (foreign.band != band_) {
         continue;
       }
-      const double cx = std::clamp(x(foreign.position), margin - 22, margin + plan_width + 22);
-      const double cy =
-          std::clamp(y(foreign.position), top_ + title_height - 10, top_ + title_height + site_.depth * scale_ + 12);
+      const Spot at = spot_of(foreign);
       svg += format(
           "<rect x=\"-6\" y=\"-6\" width=\"12\" height=\"12\" class=\"foreign\" "
           "transform=\"translate(%.1f %.1f) rotate(45)\"/>\n",
-          cx, cy);
-      svg += text_at(cx, cy + 20, "foreignname",
-                     foreign.name + " " + std::to_string(foreign.channel) + "/" + std::to_string(foreign.bandwidth));
+          at.x, at.y);
+      svg += foreign_name(
+          at, foreign.name + " " + std::to_string(foreign.channel) + "/" + std::to_string(foreign.bandwidth));
     }
     return svg;
+  }
+
+  // Above the floor the name stands beside its mark, elsewhere below it.
+  std::string foreign_name(const Spot& at, const std::string& name) const {
+    return at.y < top_ + title_height ? text_at(at.x + 12, at.y + 4, "foreignname beside", name)
+                                      : text_at(at.x, at.y + 20, "foreignname", name);
   }
 
   std::string aps() const {
@@ -275,7 +296,7 @@ class Plan {
   }
 
   std::string legend() const {
-    const double left = margin + plan_width + 44;
+    const double left = margin + plan_width + margin;
     double line = top_ + title_height + 14;
     std::string svg = text_at(left, line, "legendtitle", "channels");
     colours_.each([&](const char* colour, int centre, const std::set<int>& channels) {
@@ -318,6 +339,7 @@ constexpr const char* style_sheet = R"(<style>
   .channel { font-size: 11px; }
   .foreign { fill: #60656d; stroke: #ffffff; stroke-width: 1.5; }
   .foreignname { font-size: 10px; fill: #60656d; }
+  .beside { text-anchor: start; }
   .legend { font-size: 12px; }
   .legendtitle { font-size: 13px; font-weight: bold; }
 </style>
@@ -355,7 +377,7 @@ std::string key(double left, double top) {
 }  // namespace
 
 std::string floor_plan_svg(const Site& site, const Picture& picture, const std::string& title) {
-  const double width = margin + plan_width + 44 + legend_width;
+  const double width = margin + plan_width + margin + legend_width;
   const double height = header_height + 3 * Plan::height(site) + 10;
   std::string svg = format(
       "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" "
@@ -368,7 +390,7 @@ std::string floor_plan_svg(const Site& site, const Picture& picture, const std::
     svg += Plan(site, picture, band, top).svg();
     top += Plan::height(site);
   }
-  return svg + key(margin + plan_width + 44, height - margin - 130) + "</svg>\n";
+  return svg + key(margin + plan_width + margin, height - margin - 130) + "</svg>\n";
 }
 
 }  // namespace sim
