@@ -53,11 +53,10 @@ class SpectrumTable {
 
   void add_entries(const NeighbourMap& heard, const Radio& radio);
   void add_signal(const Neighbour& neighbour);
-  void add_mask20(std::int32_t channel, std::int64_t weight);
-  void add_wide_mask(std::int64_t centre, std::int32_t half_width, std::int64_t weight);
-  void add(std::int64_t first, std::int64_t last, std::int64_t weight);
+  void add_mask(std::int32_t centre, std::int32_t half_width, std::int64_t weight);
+  void add(std::int64_t centre, std::int32_t half_width, std::int64_t weight);
   void settle();
-  std::int64_t sum(std::int64_t centre, std::int32_t half_width) const;
+  std::int64_t sum(std::int32_t centre, std::int32_t half_width) const;
 
   Sums steps_{};   // by channel: how much more lies on it than on the one before
   Sums totals_{};  // by channel: what lies on all channels before it
