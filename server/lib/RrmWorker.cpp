@@ -176,7 +176,7 @@ void RrmWorker::set_load_balancer_lock(bool lock) {
   load_balancer_lock_ = lock;
 }
 
-void RrmWorker::send(JsonWriter& message, const BaseSession& session) {
+void RrmWorker::send(const JsonWriter& message, const BaseSession& session) {
   owner->send_text(message.to_string(), session);
 }
 
@@ -364,13 +364,11 @@ void RrmWorker::subscribe_new(const ApFactory& factory, const JsonReader& json, 
 }
 
 void RrmWorker::accept_subscribe(const ApEntry& ap) {
-  JsonWriter response = protocol::subscribe_success(name, ap, config_);
-  send(response, ap.session);
+  send(protocol::subscribe_success(name, ap, config_), ap.session);
 }
 
 void RrmWorker::refuse_subscribe(SubscribeFailure failure, const BaseSession& session, const MacAddr& mac) {
-  JsonWriter response = protocol::subscribe_failure(failure, mac);
-  send(response, session);
+  send(protocol::subscribe_failure(failure, mac), session);
   owner->drop_session_at_websock_worker(session, false);
 }
 

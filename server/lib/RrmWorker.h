@@ -69,7 +69,7 @@ class RrmWorker final : public Worker {
   // Steering pauses while the optimisation measures.
   void set_load_balancer_lock(bool lock);
   // Sends a message at once.
-  void send(JsonWriter& message, const BaseSession& session);
+  void send(const JsonWriter& message, const BaseSession& session);
   // Keeps a message for the end of the pass. A null text is an error, and nothing is kept.
   void broadcast_buffer_add(const char* text, const BaseSession& session);
 

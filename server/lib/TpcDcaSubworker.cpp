@@ -288,8 +288,8 @@ void TpcDcaSubworker::post_force_update() {
   std::int32_t place = 0;
   for (const auto& [mac, ap] : aps_) {
     const std::int32_t delay = fast ? 0 : place++ * scan_time_;
-    JsonWriter message = protocol::scan_order(domain_, ap->mac, delay,
-                                              fast ? worker_.channel_pools() : own_scan_channels(ap->radios), fast);
+    const JsonWriter message = protocol::scan_order(
+        domain_, ap->mac, delay, fast ? worker_.channel_pools() : own_scan_channels(ap->radios), fast);
     worker_.broadcast_buffer_add(message.to_string(), ap->session);
   }
 }
@@ -434,7 +434,7 @@ void TpcDcaSubworker::post_tpc_results(bool with_radios) {
 }
 
 void TpcDcaSubworker::post_tpc_results_ap(const ApEntry& ap, bool direct, bool with_radios) {
-  JsonWriter message = protocol::rrm_info(ap, config_, with_radios);
+  const JsonWriter message = protocol::rrm_info(ap, config_, with_radios);
   if (direct) {
     worker_.send(message, ap.session);
   } else {
