@@ -135,6 +135,7 @@ TEST(ConfigDomains, LookUpsThatFailSayWhy) {
   EXPECT_EQ(config_of("lost"), "Pattern not found");
   EXPECT_EQ(failure_of([&] { config.time_zone_offset("west"); }), "Domain (time zone) not found");
   // The pattern turns up later, the settings do not.
+  Capture capture;
   Edit edit;
   ASSERT_TRUE(config.pattern_add("gone", JsonReader("{}"), edit.rejected.list(), edit.failed, edit.changed));
   EXPECT_EQ(config_of("lost"), "Domain config not found");
@@ -327,6 +328,7 @@ TEST(ConfigCompare, DifferencesAreToldInOneOrder) {
 TEST(ConfigCompare, ADomainDiffersByItsBindingAndNotByItsSettings) {
   const GlobalConfig present("", site);
   GlobalConfig wanted("", site);
+  Capture capture;
   Edit edit;
   wanted.pattern_change("lab", JsonReader("{\"client_max_age\":31}"), edit.rejected.list(), edit.failed, edit.changed);
   EXPECT_THAT(differences(present, wanted), ElementsAre("pattern changed lab"));
@@ -376,34 +378,39 @@ TEST(ConfigCompare, EqualityLooksAtGlobalCommonPatternsAndBindings) {
 
 // --- Threads.
 
-// Readers see whole states only: both values of an edit, or neither.
+// One edit that gives two settings of the pattern the same value.
+void set_both(GlobalConfig& config, int value) {
+  Edit edit;
+  const std::string number = std::to_string(value);
+  const std::string section = "{\"client_max_age\":" + number + ",\"away_timeout\":" + number + "}";
+  config.pattern_change("lab", JsonReader(section.c_str()), edit.rejected.list(), edit.failed, edit.changed);
+}
+
 TEST(ConfigThreads, ReadersSeeEachEditWholeOrNotAtAll) {
+  Capture capture;
   GlobalConfig config("", site);
-  constexpr int edits = 200;
+  set_both(config, 10);
   std::atomic<bool> done{false};
   std::atomic<int> torn{0};
+  std::atomic<int> walks{0};
+  const auto read = [&] {
+    do {
+      const DomainConfig north = config.domain_config("north");
+      if (north.client_max_age != north.away_timeout) ++torn;
+      config.for_each_pattern([&](const std::string& name, const DomainConfig& settings) {
+        if (name == "lab" && settings.client_max_age != settings.away_timeout) ++torn;
+        config.enabled();  // a callback may look things up
+      });
+      ++walks;
+    } while (!done);
+  };
   std::vector<std::thread> readers;
-  for (int i = 0; i < 3; ++i) {
-    readers.emplace_back([&] {
-      while (!done) {
-        const DomainConfig lab = config.domain_config("north");
-        if (lab.client_max_age != lab.away_timeout) ++torn;
-        config.for_each_pattern([&](const std::string& name, const DomainConfig& settings) {
-          if (name == "lab" && settings.client_max_age != settings.away_timeout) ++torn;
-          config.enabled();  // a callback may look things up
-        });
-      }
-    });
-  }
-  for (int i = 0; i < edits; ++i) {
-    Edit edit;
-    const std::string value = std::to_string(10 + i % 100);
-    const std::string section = "{\"client_max_age\":" + value + ",\"away_timeout\":" + value + "}";
-    config.pattern_change("lab", JsonReader(section.c_str()), edit.rejected.list(), edit.failed, edit.changed);
-  }
+  for (int i = 0; i < 3; ++i) readers.emplace_back(read);
+  for (int i = 0; i < 200; ++i) set_both(config, 10 + i % 100);
   done = true;
   for (auto& reader : readers) reader.join();
   EXPECT_EQ(torn, 0);
+  EXPECT_GE(walks, 3);
 }
 
 }  // namespace
