@@ -9,7 +9,9 @@ namespace rrm {
 namespace {
 
 // The number as the AP gave it: a negative one is no length.
-std::int32_t mac_count(const ApEntry& ap) { return static_cast<std::int32_t>(ap.ap_mac_count); }
+std::int32_t mac_count(const ApEntry& ap) {
+  return static_cast<std::int32_t>(ap.ap_mac_count);
+}
 
 bool pool_fits(const ApEntry& ap, const Radio& radio) {
   const bool fits = radio.max_mac_count > 0 && radio.mac_offset >= 0 &&
