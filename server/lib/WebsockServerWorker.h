@@ -91,16 +91,17 @@ class WebsockServerWorker : public Worker {
   };
 
   enum class HandOver { queued, before_first_event, overflow, session_gone, stale };
-  enum class Written { nothing, message, last_message, close };
+  enum class Written { all, more_waits, close };
+  enum class Sent { done, close_ordered };
 
   // Life.
   void fill_context_info();
   bool attempt_is_reported();
   void log_attempt(const DescriptorPlan& descriptors) const;
-  bool create_context(const DescriptorPlan& descriptors) RRM_EXCLUDES(context_mutex);
+  lws_context* create_context(const DescriptorPlan& descriptors) RRM_EXCLUDES(context_mutex);
   void destroy_context() RRM_EXCLUDES(context_mutex);
   bool has_context() const RRM_EXCLUDES(context_mutex);
-  bool start_threads();
+  bool start_threads(lws_context* served);
   void stop_threads();
   void set_stopping(bool now_stopping);
   void wake_service() RRM_EXCLUDES(context_mutex);
@@ -133,11 +134,14 @@ class WebsockServerWorker : public Worker {
   // The way out.
   void send_to_session(Message&& message, SendRing ring, const char* operation) RRM_EXCLUDES(sessions.mutex);
   HandOver hand_over(Message&& message, SendRing ring, BaseSession& live) RRM_EXCLUDES(sessions.mutex);
-  HandOver push_to(SendQueues& queues, Message&& message, SendRing ring) RRM_REQUIRES(sessions.mutex);
-  static std::vector<lws*> take_filled(SendQueues& queues);
-  Written write_next(const WebsockSession& session) RRM_REQUIRES(sessions.mutex);
-  Written send_one(const QueueMessage& message, const WebsockSession& session);
-  Written obey(const std::string& cmd, const WebsockSession& session);
+  static HandOver push_to(SendQueues& queues, Message&& message, SendRing ring);
+  static SendQueue* find_send_queue(SendQueues& queues, lws* wsi) RRM_REQUIRES(queues.mutex);
+  static void erase_send_queue(SendQueues& queues, lws* wsi) RRM_EXCLUDES(queues.mutex);
+  static std::vector<lws*> take_filled(SendQueues& queues) RRM_EXCLUDES(queues.mutex);
+  Written write_next(const WebsockSession& session, int tsi) RRM_REQUIRES(sessions.mutex);
+  Sent send_one(const QueueMessage& message, const WebsockSession& session);
+  Sent send_json(const QueueMessage& message, const WebsockSession& session);
+  Sent obey(const char* cmd, const WebsockSession& session);
 
   static bool valid_tsi(int tsi);
 

@@ -1,0 +1,195 @@
+// The way out: from any thread into a session's send queue, and from there, on the service thread, to the socket.
+#include <cstring>
+#include <utility>
+
+#include "WebsockServerWorker.h"
+#include "core/QueueMessage.h"
+#include "core/log.h"
+#include "websock/send.h"
+
+namespace rrm {
+namespace {
+
+constexpr std::uint64_t send_capacity = 16;
+constexpr std::uint32_t push_attempts = 256;
+constexpr std::uint32_t push_max_sleep_us = 1000;
+constexpr int pong_timeout_s = 40;
+
+}  // namespace
+
+void WebsockServerWorker::enqueue_message(JsonReader&& json, const BaseSession& session) {
+  send_to_session(std::make_shared<QueueMessage>(std::move(json), session), &SendQueue::normal, "enqueue_message");
+}
+
+void WebsockServerWorker::enqueue_message_force(JsonReader&& json, const BaseSession& session) {
+  send_to_session(std::make_shared<QueueMessage>(std::move(json), session), &SendQueue::force, "enqueue_message_force");
+}
+
+void WebsockServerWorker::enqueue_serialized(std::string&& text, const BaseSession& session) {
+  send_to_session(std::make_shared<QueueMessage>(std::move(text), session), &SendQueue::normal, "enqueue_serialized");
+}
+
+void WebsockServerWorker::send_to_session(Message&& message, SendRing ring, const char* operation) {
+  const BaseSession session = message->session;
+  if (session.wsi == nullptr) return;
+  if (!valid_tsi(session.tsi)) {
+    RRM_LOG(LOG_ERROR, "%s: invalid lws tsi %d", operation, session.tsi);
+    return;
+  }
+  BaseSession live;
+  switch (hand_over(std::move(message), ring, live)) {
+    case HandOver::session_gone:
+      RRM_LOG(LOG_TRACE, "%s: no live websocket session for wsi (dropped id=%u)", operation, session.id);
+      return;
+    case HandOver::stale:
+      RRM_LOG(LOG_TRACE, "%s: BaseSession stale or mismatched (msg id=%u tsi=%d vs live id=%u tsi=%d)", operation,
+              session.id, session.tsi, live.id, live.tsi);
+      return;
+    case HandOver::overflow:
+      RRM_LOG(LOG_ERROR, "per-wsi %squeue overflow: outgoing message dropped for session %d",
+              ring == &SendQueue::force ? "force " : "", static_cast<int>(session.id));
+      emit_event_plain(26);
+      break;
+    case HandOver::before_first_event:
+    case HandOver::queued:
+      break;
+  }
+  wake_service();
+}
+
+// `live` gets the identity of the session that owns the message's `wsi` now.
+WebsockServerWorker::HandOver WebsockServerWorker::hand_over(Message&& message, SendRing ring, BaseSession& live) {
+  const BaseSession& session = message->session;
+  MutexLock lock(sessions.mutex);
+  const auto found = find_session(session.wsi);
+  if (!found) return HandOver::session_gone;
+  live = *found;
+  if (session.identity() != live.identity()) return HandOver::stale;
+  return push_to(send_queues[static_cast<std::size_t>(session.tsi)], std::move(message), ring);
+}
+
+WebsockServerWorker::HandOver WebsockServerWorker::push_to(SendQueues& queues, Message&& message, SendRing ring) {
+  lws* const wsi = message->session.wsi;
+  MutexLock lock(queues.mutex);
+  SendQueue* send_queue = find_send_queue(queues, wsi);
+  if (send_queue == nullptr) return HandOver::before_first_event;
+  if (send_queue->empty()) queues.filled.push_back(wsi);
+  const bool queued = send_queue->push(send_queue->*ring, std::move(message), push_attempts, push_max_sleep_us);
+  return queued ? HandOver::queued : HandOver::overflow;
+}
+
+// Null if the connection had no queue until now; it then gets one.
+WebsockServerWorker::SendQueue* WebsockServerWorker::find_send_queue(SendQueues& queues, lws* wsi) {
+  const auto found = queues.map.find(wsi);
+  if (found != queues.map.end()) return found->second.get();
+  queues.map.emplace(wsi, std::make_shared<SendQueue>(send_capacity));
+  return nullptr;
+}
+
+void WebsockServerWorker::erase_send_queue(SendQueues& queues, lws* wsi) {
+  MutexLock lock(queues.mutex);
+  queues.map.erase(wsi);
+}
+
+// Connections with something to send ask for their writable event. The rest have asked for it already, since a queue
+// that is not empty always has: here, or after the message before.
+void WebsockServerWorker::process_wait_cancelled(lws* wsi) {
+  if (wsi == nullptr) return;
+  const int tsi = library.get_tsi(wsi);
+  if (!valid_tsi(tsi)) return;
+  SendQueues& queues = send_queues[static_cast<std::size_t>(tsi)];
+  for (lws* const filled : take_filled(queues)) {
+    if (is_live(filled)) {
+      library.callback_on_writable(filled);
+    } else {
+      erase_send_queue(queues, filled);
+    }
+  }
+}
+
+std::vector<lws*> WebsockServerWorker::take_filled(SendQueues& queues) {
+  std::vector<lws*> filled;
+  MutexLock lock(queues.mutex);
+  filled.swap(queues.filled);
+  const auto& map = queues.map;
+  std::erase_if(filled, [&map](lws* wsi) {
+    const auto found = map.find(wsi);
+    return found == map.end() || found->second->empty();
+  });
+  return filled;
+}
+
+int WebsockServerWorker::process_server_writeable(lws* wsi, void* user) {
+  MutexLock lock(sessions.mutex);
+  const auto session = find_session(wsi);
+  if (!session) return 0;
+  const int tsi = library.get_tsi(wsi);
+  switch (write_next(*session, tsi)) {
+    case Written::all:
+      return 0;
+    case Written::more_waits:
+      library.callback_on_writable(wsi);
+      return 0;
+    case Written::close:
+      // The closed callback will find no session, so the domain workers hear of this only from whoever ordered it.
+      forget_session(wsi, user, tsi);
+      return 1;
+  }
+  return 0;
+}
+
+// One message, force first.
+WebsockServerWorker::Written WebsockServerWorker::write_next(const WebsockSession& session, int tsi) {
+  if (!valid_tsi(tsi)) {
+    RRM_LOG(LOG_ERROR, "process_server_writeable: invalid lws tsi %d", tsi);
+    return Written::all;
+  }
+  SendQueues& queues = send_queues[static_cast<std::size_t>(tsi)];
+  MutexLock lock(queues.mutex);
+  SendQueue* send_queue = find_send_queue(queues, session.wsi);
+  const std::optional<Message> message = send_queue != nullptr ? send_queue->pop_next() : std::nullopt;
+  if (!message) return Written::all;
+  if (send_one(**message, session) == Sent::close_ordered) return Written::close;
+  return send_queue->empty() ? Written::all : Written::more_waits;
+}
+
+WebsockServerWorker::Sent WebsockServerWorker::send_one(const QueueMessage& message, const WebsockSession& session) {
+  if (message.session.id != session.id) {
+    RRM_LOG(LOG_TRACE,
+            "process_server_writeable: session ID mismatch (msg_id=%u, current_id=%u); skipping stale message",
+            message.session.id, session.id);
+  } else if (!message.serialized.empty()) {
+    send_text(library, session.wsi, message.serialized, "serialized payload", session.id);
+  } else if (message.json.empty()) {
+    RRM_LOG(LOG_ERROR, "ws_send json null");
+    emit_event_plain(7);
+  } else {
+    return send_json(message, session);
+  }
+  return Sent::done;
+}
+
+WebsockServerWorker::Sent WebsockServerWorker::send_json(const QueueMessage& message, const WebsockSession& session) {
+  if (process_internal_ipc_msg(message.json)) return Sent::done;
+  if (std::strcmp(message.json.get_string("service"), service_name::rrm_internal) == 0) {
+    return obey(message.json.get_string("cmd"), session);
+  }
+  send_text(library, session.wsi, message.text(), "json serialized_view", session.id);
+  return Sent::done;
+}
+
+WebsockServerWorker::Sent WebsockServerWorker::obey(const char* cmd, const WebsockSession& session) {
+  if (std::strcmp(cmd, "drop-session") == 0) {
+    RRM_LOG(LOG_TRACE, "cmd:drop-session %d", static_cast<int>(session.id));
+    library.close_reason(session.wsi, LWS_CLOSE_STATUS_NORMAL, "done");
+    return Sent::close_ordered;
+  }
+  if (std::strcmp(cmd, "ping-session") == 0) {
+    static constexpr std::string_view payload = "lws_ping";
+    lws_send(library, session.wsi, payload.data(), static_cast<int>(payload.size()), LWS_WRITE_PING);
+    library.set_timeout(session.wsi, PENDING_TIMEOUT_WS_PONG_CHECK_GET_PONG, pong_timeout_s);
+  }
+  return Sent::done;
+}
+
+}  // namespace rrm
