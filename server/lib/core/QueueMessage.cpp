@@ -10,7 +10,7 @@ QueueMessage::QueueMessage(std::string&& text, const BaseSession& peer)
     : session(peer), json(static_cast<const char*>(nullptr)), serialized(std::move(text)) {}
 
 std::string_view QueueMessage::text() const {
-  return serialized.empty() ? json.to_string() : serialized;
+  return serialized.empty() ? std::string_view(json.to_string()) : std::string_view(serialized);
 }
 
 }  // namespace rrm
