@@ -47,11 +47,11 @@ const std::map<std::string, ApAgent::Handler>& ApAgent::handlers() {
       {"rrm-update", &ApAgent::on_update},
       {"rrm-info", &ApAgent::on_info},
       {"rrm-probe-request", &ApAgent::on_probe_request},
-      {"rrm-client-assoc-ack", &ApAgent::on_assoc_ack},
+      {"rrm-client-assoc-ack", &ApAgent::on_noted},
       {"rrm-blacklist", &ApAgent::on_blacklist},
       {"rrm-disassoc-request", &ApAgent::on_disassoc_request},
       {"rrm-sta-overload", &ApAgent::on_overload},
-      {"fbt-info", &ApAgent::on_fbt_info},
+      {"fbt-info", &ApAgent::on_noted},
   };
   return table;
 }
@@ -271,8 +271,9 @@ Json ApAgent::heard_stations(const Json& radio_request) const {
   return heard;
 }
 
-// The association stands from its beginning here; there is nothing to release.
-void ApAgent::on_assoc_ack(const Json&, Millis) {}
+// Here an association stands from its beginning, and nobody needs keys: an acknowledgement releases nothing, and links
+// of fast transition change nothing that can be heard.
+void ApAgent::on_noted(const Json&, Millis) {}
 
 void ApAgent::on_blacklist(const Json& message, Millis now) {
   for (const Json& radio : objects_of(message, "radios")) {
@@ -375,13 +376,6 @@ std::optional<std::pair<std::size_t, int>> ApAgent::locate(const Mac& mac) const
     }
   }
   return std::nullopt;
-}
-
-void ApAgent::on_fbt_info(const Json& message, Millis) {
-  fast_transition_peers_ = 0;
-  for (const Json& vap : objects_of(message, "vaps")) {
-    fast_transition_peers_ += objects_of(vap, "remotes").size();
-  }
 }
 
 StationObserver::Answer ApAgent::admission(int radio, const Mac& station, int refusals, Millis now) const {

@@ -48,8 +48,6 @@ class ApAgent {
   // How often the controller has asked for the mode of the radios: each time a cycle begins.
   int cycles_begun() const { return cycles_begun_; }
   const CycleProgress& progress() const { return progress_; }
-  // Links of fast transition that the controller gave it last.
-  std::size_t fast_transition_peers() const { return fast_transition_peers_; }
 
   // Events of stations, told by the driver.
   StationObserver::Answer admission(int radio, const Mac& station, int refusals, Millis now) const;
@@ -83,11 +81,10 @@ class ApAgent {
   void on_update(const Json& message, Millis now);
   void on_info(const Json& message, Millis now);
   void on_probe_request(const Json& message, Millis now);
-  void on_assoc_ack(const Json& message, Millis now);
   void on_blacklist(const Json& message, Millis now);
   void on_disassoc_request(const Json& message, Millis now);
   void on_overload(const Json& message, Millis now);
-  void on_fbt_info(const Json& message, Millis now);
+  void on_noted(const Json& message, Millis now);
 
   const AccessPoint& ap() const { return world_.site().access_points[index_]; }
   Json message(const char* command) const;
@@ -122,7 +119,6 @@ class ApAgent {
   std::map<std::pair<int, Mac>, Millis> refused_until_;  // by radio and station
   std::map<Mac, Report> reports_;
   std::vector<Neighbour> neighbours_;
-  std::size_t fast_transition_peers_ = 0;
   int renew_seconds_ = 15;
   int tries_before_admission_ = 2;
 };
