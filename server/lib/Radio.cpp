@@ -117,9 +117,9 @@ Radio::Radio(const DomainConfig& domain_config, std::int32_t radio_id, const Mac
     : config(&domain_config),
       id(radio_id),
       mac_offset(radio_id * macs_per_radio),
-      priority_levels(make_priority_levels(domain_config)) {
-  set_mac(base);
-}
+      mac(base.plus(mac_offset)),
+      base_mac(base),
+      priority_levels(make_priority_levels(domain_config)) {}
 
 void Radio::set_mac(const MacAddr& base) {
   base_mac = base;
@@ -224,7 +224,7 @@ void Radio::refresh_eirp() {
   if (has_antenna && (eirp_min >= 0 || eirp_max >= 0)) follow_eirp(level);
 }
 
-// The limits moved the EIRP: the power follows as far as its own limits allow, and the EIRP settles on what comes out.
+// The power follows the EIRP as far as its limits allow, and the EIRP settles on what comes out of it.
 void Radio::follow_eirp(std::int64_t level) {
   const std::int64_t antenna = std::int64_t{antenna_gain} - cable_loss;
   const std::int32_t allowed = clamp_power(level - antenna);
