@@ -18,8 +18,13 @@ Millis seconds(double value) {
   return static_cast<Millis>(value * 1000);
 }
 
+// For the log: what came over the wire may be long, and may be no text at all.
 std::string shortened(const std::string& text) {
-  return text.size() <= 80 ? text : text.substr(0, 80) + "...";
+  constexpr std::size_t longest = 80;
+  std::string result = text.substr(0, longest);
+  const auto is_strange = [](char symbol) { return symbol < ' ' || symbol > '~'; };
+  std::replace_if(result.begin(), result.end(), is_strange, '?');
+  return result + (text.size() > longest ? "..." : "");
 }
 
 }  // namespace
@@ -93,7 +98,7 @@ void ApAgent::received(const std::string& text, Millis now) {
   }
   const std::string mac = text_or(json, "ap-mac", ap().mac.text());
   if (Mac::parse(mac) != ap().mac) {
-    log("ignored " + command + " for " + mac);
+    log("ignored " + command + " for " + shortened(mac));
     return;
   }
   (this->*handler->second)(json, now);
