@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <limits>
 #include <optional>
 #include <stdexcept>
@@ -18,6 +17,7 @@
 #include "platform/bus/Connection.h"
 #include "platform/bus/bus_types.h"
 #include "platform/standalone/AlarmMailbox.h"
+#include "platform/standalone/Backlog.h"
 #include "platform/standalone/RateLimit.h"
 #include "platform/standalone/messages.h"
 
@@ -50,27 +50,16 @@ std::optional<int> type_of(const bus::Fields& frame) {
   return static_cast<int>(*type);
 }
 
-// Frames with their sizes, the oldest first; more than so many bytes are not kept.
-template <class Frame>
-class Backlog {
+// Names the frame that is being served while it lives, however its service ends.
+class ServedFrame {
  public:
-  bool push(Frame frame, std::size_t size) {
-    if (!frames_.empty() && bytes_ + size > max_waiting_bytes) return false;
-    bytes_ += size;
-    frames_.emplace_back(std::move(frame), size);
-    return true;
-  }
-  Frame pop() {
-    auto [frame, size] = std::move(frames_.front());
-    frames_.pop_front();
-    bytes_ -= size;
-    return std::move(frame);
-  }
-  bool empty() const { return frames_.empty(); }
+  ServedFrame(std::optional<std::int64_t>& slot, std::optional<std::int64_t> id) : slot_(slot) { slot_ = id; }
+  ~ServedFrame() { slot_.reset(); }
+  ServedFrame(const ServedFrame&) = delete;
+  ServedFrame& operator=(const ServedFrame&) = delete;
 
  private:
-  std::deque<std::pair<Frame, std::size_t>> frames_;
-  std::size_t bytes_ = 0;
+  std::optional<std::int64_t>& slot_;
 };
 
 }  // namespace
@@ -95,7 +84,7 @@ struct IpcPort::Impl {
   [[nodiscard]] bool exchange(int timeout_ms);
   void read_frames();
   void take_in(bus::FrameReader::Item item);
-  void write_frames();
+  bool write_frames();
   void collect_alarms();
   void send_bus_frame(const bus::Fields& frame);
   void keep_for_peers(std::string frame);
@@ -111,16 +100,17 @@ struct IpcPort::Impl {
   const std::string path_;
   std::optional<bus::Connection> connection_;
   Clock::time_point next_attempt_{};
-  bool is_running_ = false;                 // the run order has come
-  Backlog<bus::Fields> arrived_;            // not served yet; before the run order nothing is
-  Backlog<std::string> outgoing_;           // not handed to the connection yet
-  std::optional<std::int64_t> serving_id_;  // of the frame that the callback is busy with
+  bool is_running_ = false;                           // the run order has come
+  Backlog<bus::Fields> arrived_{max_waiting_bytes};   // not served yet; before the run order nothing is
+  Backlog<std::string> outgoing_{max_waiting_bytes};  // not handed to the connection yet
+  std::optional<std::int64_t> serving_id_;            // of the frame that the callback is busy with
   RateLimit complaints_{complaints_per_second};
 };
 
 IpcPort::Impl::Impl(IpcPort& port, PortId id, const Trace& trace)
     : port_(port), id_(id), trace_(trace), path_(bus_path()) {
   if (!connect()) throw std::runtime_error("cannot join the bus at '" + path_ + "': " + std::strerror(errno));
+  write_frames();
 }
 
 // What is still queued goes out as far as the peer takes it at once.
@@ -181,11 +171,12 @@ void IpcPort::Impl::run_once(std::chrono::milliseconds duration) {
     if (!exchange(work_is_left ? 0 : milliseconds_until(until))) return;
     serve_arrived(deadline);
   } while (!finalized && Clock::now() < deadline);
+  write_frames();
 }
 
 // Waits for traffic and moves it in both directions. False if a signal cut the wait short.
 bool IpcPort::Impl::exchange(int timeout_ms) {
-  write_frames();
+  if (!write_frames()) return true;
   pollfd fds[2] = {{AlarmMailbox::instance().fd(), POLLIN, 0}, {-1, POLLIN, 0}};
   if (connection_) {
     fds[1].fd = connection_->fd();
@@ -194,7 +185,6 @@ bool IpcPort::Impl::exchange(int timeout_ms) {
   if (poll(fds, 2, timeout_ms) < 0) return errno != EINTR;
   if (fds[0].revents) collect_alarms();
   if (fds[1].revents & (POLLIN | POLLHUP | POLLERR)) read_frames();
-  write_frames();
   return true;
 }
 
@@ -236,12 +226,14 @@ void IpcPort::Impl::send_bus_frame(const bus::Fields& frame) {
     trace_.error("IPC: bus frame lost: the peer does not read");
 }
 
-// A frame is handed over when the one before it has left, so that a lost connection loses as little as possible.
-void IpcPort::Impl::write_frames() {
+// False if the connection was lost over it. A frame is handed over when the one before it has left, so that a lost
+// connection loses as little as possible.
+bool IpcPort::Impl::write_frames() {
   bool is_alive = !connection_ || connection_->flush();
   while (connection_ && is_alive && sends && !outgoing_.empty() && !connection_->wants_write())
     is_alive = connection_->send(outgoing_.pop()) && connection_->flush();
   if (!is_alive) lose_connection();
+  return is_alive;
 }
 
 void IpcPort::Impl::serve_arrived(Clock::time_point deadline) {
@@ -268,8 +260,7 @@ Error IpcPort::Impl::call_back(const bus::Fields& frame, std::optional<std::int6
     return Error::malformed;
   }
   if (!callback) return Error::unknown_message;
-  serving_id_ = id;
-  const std::unique_ptr<void, std::function<void(void*)>> done(this, [this](void*) { serving_id_.reset(); });
+  const ServedFrame served(serving_id_, id);
   return callback(*message, port_, user);
 }
 

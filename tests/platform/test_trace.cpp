@@ -1,0 +1,223 @@
+// The log: its lines, its grades, its rate limit and its configuration.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/standalone/RateLimit.h"
+#include "platform/standalone/TraceConfig.h"
+#include "platform/standalone/TraceLog.h"
+#include "platform/trace_file.h"
+#include "zal/Trace.h"
+#include "zal/backtrace.h"
+
+namespace zal {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using zal::testing::TraceFile;
+
+__attribute__((format(printf, 2, 3))) void library_line(const Trace& trace, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  trace.ap_lib_limited_ap(format, args);
+  va_end(args);
+}
+
+TEST(Trace, EveryGradeWritesItsLine) {
+  const TraceFile file;
+  const Trace trace("RRM", false);
+  trace.ap("%s %d", "one", 1);
+  trace.sys("two");
+  trace.warn("%s", std::string(5000, 'x').c_str());
+  trace.error("four %%");
+  trace.error_mac(MacAddr::from_str("A8F94B001122"), "bad %s", "thing");
+  library_line(trace, "library %d", 5);
+  EXPECT_THAT(file.lines(),
+              ElementsAre("AP    [RRM] one 1", "SYS   [RRM] two", "WARN  [RRM] " + std::string(5000, 'x'),
+                          "ERROR [RRM] four %", "ERROR [RRM] a8:f9:4b:00:11:22: bad thing", "AP    [RRM] library 5"));
+}
+
+TEST(Trace, ALineCarriesItsTimeInUtc) {
+  const TraceFile file;
+  Trace("RRM", false).sys("x");
+  EXPECT_THAT(rrm::testing::read_file(file.path()),
+              ::testing::MatchesRegex("....-..-..T..:..:..\\.[0-9]+Z SYS   \\[RRM\\] x\n"));
+}
+
+TEST(Trace, ATextCannotForgeALine) {
+  EXPECT_EQ(safe_line("MorVane start\n"), "MorVane start");
+  EXPECT_EQ(safe_line("one\ntwo"), "one\n    two");
+  EXPECT_EQ(safe_line("a\x1b[2Jb\rc\x7f\td"), "a\\x1b[2Jb\\x0dc\\x7f\td");
+  EXPECT_EQ(safe_line("naïve"), "naïve");
+  EXPECT_EQ(safe_line(std::string("a\0b", 3)), "a\\x00b");
+  EXPECT_EQ(safe_line(""), "");
+}
+
+TEST(Trace, BeforeItsStartAndAfterItsEndTheLogIsStandardError) {
+  const Trace trace("RRM", false);
+  ::testing::internal::CaptureStderr();
+  trace.warn("early");
+  { const TraceFile file; }
+  trace.warn("late");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "WARN  [RRM] early\nWARN  [RRM] late\n");
+}
+
+TEST(Trace, AConsoleTraceWritesToBoth) {
+  const TraceFile file;
+  ::testing::internal::CaptureStderr();
+  Trace("RRM", true).warn("both");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "WARN  [RRM] both\n");
+  EXPECT_THAT(file.lines(), ElementsAre("WARN  [RRM] both"));
+}
+
+TEST(Trace, AFileThatCannotBeOpenedLeavesTheLogOnStandardError) {
+  setenv(trace_file_variable, "/proc/none/log", 1);
+  ::testing::internal::CaptureStderr();
+  Trace::global_init("test");
+  Trace("RRM", false).warn("here");
+  Trace::global_deinit();
+  const std::string text = ::testing::internal::GetCapturedStderr();
+  unsetenv(trace_file_variable);
+  EXPECT_THAT(text, HasSubstr("ERROR [TRACE] the log goes to standard error: "));
+  EXPECT_THAT(text, HasSubstr("WARN  [RRM] here\n"));
+}
+
+TEST(Trace, LibraryLinesBeyondTheLimitAreCountedAndReported) {
+  constexpr int flood = 5000;
+  const Trace trace("RRM", false);
+  rrm::testing::TempDir directory;
+  setenv(trace_file_variable, directory.file("log").c_str(), 1);
+  Trace::global_init("test");
+  for (int i = 0; i < flood; ++i) library_line(trace, "flood %d", i);
+  trace.warn("not limited");
+  Trace::global_deinit();
+  unsetenv(trace_file_variable);
+
+  std::istringstream text(rrm::testing::read_file(directory.file("log")));
+  long written = 0;
+  long refused = 0;
+  long others = 0;
+  for (std::string line; std::getline(text, line);) {
+    long count = 0;
+    if (line.find("[RRM] flood ") != std::string::npos)
+      ++written;
+    else if (std::sscanf(line.c_str(), "%*s WARN  [TRACE] %ld library lines not logged: more than 200 a second",
+                         &count) == 1)
+      refused += count;
+    else
+      ++others;
+  }
+  EXPECT_GE(written, 100);
+  EXPECT_LT(written, flood);
+  EXPECT_EQ(written + refused, flood);
+  EXPECT_EQ(others, 1);
+}
+
+TEST(RateLimit, AdmitsSoManyInEachSecond) {
+  RateLimit limit(2);
+  EXPECT_TRUE(limit.admit(10));
+  EXPECT_TRUE(limit.admit(10));
+  EXPECT_FALSE(limit.admit(10));
+  EXPECT_FALSE(limit.admit(10));
+  EXPECT_TRUE(limit.admit(11));
+  EXPECT_EQ(limit.take_refused(), 2u);
+  EXPECT_EQ(limit.take_refused(), 0u);
+}
+
+TEST(RateLimit, ANewLimitHoldsAtOnceAndNoneAdmitsNothing) {
+  RateLimit limit(1);
+  EXPECT_TRUE(limit.admit(10));
+  limit.set_per_second(2);
+  EXPECT_TRUE(limit.admit(10));
+  limit.set_per_second(0);
+  EXPECT_FALSE(limit.admit(11));
+}
+
+TEST(RateLimit, ManyThreadsTogetherGetNoMore) {
+  RateLimit limit(1000);
+  std::atomic<int> admitted{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([&] {
+      for (int n = 0; n < 1000; ++n) admitted += limit.admit(7) ? 1 : 0;
+    });
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(admitted, 1000);
+  EXPECT_EQ(limit.take_refused(), 3000u);
+}
+
+struct ConfigCase {
+  const char* text;
+  TraceConfig expected;
+  const char* complaint;
+};
+
+TEST(TraceConfig, EveryGoodKeyIsTakenAndEveryOtherNamed) {
+  const auto with = [](auto change) {
+    TraceConfig config;
+    change(config);
+    return config;
+  };
+  const std::vector<ConfigCase> cases{
+      {"", {}, ""},
+      {"{}", {}, ""},
+      {R"({"unknown":1})", {}, ""},
+      {R"({"grade":"ap"})", {}, ""},
+      {R"({"grade":"sys"})", with([](auto& c) { c.lowest_grade = Grade::sys; }), ""},
+      {R"({"grade":"warn"})", with([](auto& c) { c.lowest_grade = Grade::warn; }), ""},
+      {R"({"grade":"error"})", with([](auto& c) { c.lowest_grade = Grade::error; }), ""},
+      {R"({"grade":"loud"})", {}, "bad value of 'grade'"},
+      {R"({"grade":3})", {}, "bad value of 'grade'"},
+      {R"({"library_lines_per_second":0})", with([](auto& c) { c.library_lines_per_second = 0; }), ""},
+      {R"({"library_lines_per_second":1000000})", with([](auto& c) { c.library_lines_per_second = 1000000; }), ""},
+      {R"({"library_lines_per_second":-1})", {}, "bad value of 'library_lines_per_second'"},
+      {R"({"library_lines_per_second":1000001})", {}, "bad value of 'library_lines_per_second'"},
+      {R"({"library_lines_per_second":"9"})", {}, "bad value of 'library_lines_per_second'"},
+      {R"({"max_file_bytes":65536,"max_files":1})", with([](auto& c) { c.max_file_bytes = 65536, c.max_files = 1; }),
+       ""},
+      {R"({"max_file_bytes":1073741824,"max_files":100})",
+       with([](auto& c) { c.max_file_bytes = 1u << 30, c.max_files = 100; }), ""},
+      {R"({"max_file_bytes":65535,"max_files":0,"grade":"warn"})", with([](auto& c) { c.lowest_grade = Grade::warn; }),
+       "bad value of 'max_file_bytes', bad value of 'max_files'"},
+      {R"({"max_file_bytes":1073741825,"max_files":101})",
+       {},
+       "bad value of 'max_file_bytes', bad value of 'max_files'"},
+      {"nonsense", {}, "no JSON, from byte 2"},
+      {"[]", {}, "no JSON object"},
+  };
+  for (const auto& [text, expected, expected_complaint] : cases) {
+    SCOPED_TRACE(text);
+    std::string complaint = "stale";
+    EXPECT_EQ(parse_trace_config(text, complaint), expected);
+    EXPECT_EQ(complaint, expected_complaint);
+  }
+}
+
+TEST(Trace, TheLogIsRenamedWhenItGrowsTooLong) {
+  const TraceFile file;
+  const Trace trace("RRM", false);
+  const std::string line(1u << 20, 'x');
+  for (int i = 0; i < 11; ++i) trace.sys("%s", line.c_str());
+  EXPECT_GT(std::filesystem::file_size(file.path() + ".1"), 9u << 20);
+  EXPECT_LT(std::filesystem::file_size(file.path()), 3u << 20);
+}
+
+TEST(TraceDeathTest, AnArmedCrashPrintsItsFramesAndEndsByItsSignal) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  char name[] = "test";
+  char* const argv[] = {name, nullptr};
+  EXPECT_EXIT(
+      {
+        backtrace_init(argv);
+        std::abort();
+      },
+      ::testing::KilledBySignal(SIGABRT), "Stack trace");
+}
+
+}  // namespace
+}  // namespace zal
