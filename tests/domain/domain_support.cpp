@@ -40,6 +40,17 @@ std::string joined(const std::vector<std::string>& parts) {
 
 }  // namespace
 
+void Latch::open() {
+  MutexLock lock(mutex_);
+  open_ = true;
+  opened_.notify_all();
+}
+
+void Latch::wait() {
+  MutexLock lock(mutex_);
+  while (!open_) opened_.wait(mutex_);
+}
+
 DomainServer::DomainServer(GlobalConfig* configuration, Journal& journal) : RRM(configuration), journal_(journal) {
   websock_worker = std::make_shared<OrderNoter>(this, journal);
 }
@@ -102,6 +113,31 @@ void DomainTest::subscribe(std::uint32_t session, const MessageJson& message) {
   journal.take();
 }
 
+void DomainTest::to_mode_requests() {
+  advance(settings.force_delay);
+  ASSERT_EQ(rrm_status(), static_cast<int>(RrmStatus::WAIT_MODE_RESPONSE));
+  journal.take();
+}
+
+void DomainTest::to_scan() {
+  advance(settings.mode_response_wait);
+  ASSERT_EQ(rrm_status(), static_cast<int>(RrmStatus::WAIT_SCAN_RESULTS));
+  journal.take();
+}
+
+void DomainTest::to_computing(const std::vector<std::pair<std::uint32_t, std::string>>& sessions_and_macs) {
+  to_mode_requests();
+  for (const auto& [session, mac] : sessions_and_macs) {
+    receive(session, a_message("rrm-mode-response", mac).with_radio(a_5ghz_radio()));
+  }
+  to_scan();
+  for (const auto& [session, mac] : sessions_and_macs) {
+    receive(session, a_message("rrm-response", mac).with_radio(a_5ghz_radio()).with_heard({}));
+  }
+  ASSERT_EQ(rrm_status(), static_cast<int>(RrmStatus::TPC_COMPUTING));
+  journal.take();
+}
+
 void DomainTest::locked(const std::function<void(RrmWorker&)>& action) {
   worker->execute_locked([&] { action(*worker); });
 }
@@ -152,6 +188,13 @@ std::string told_success(const std::string& mac, const std::vector<std::string>&
   return R"({"service":"rrm","version":"2.4","cmd":"subscribe-response","status":"success","domain":"lab","ap-mac":")" +
          mac + R"(","config":{"use-tpc":1,"use-dca":1,"use-load-balance":1,"use-80211r":1,"use-80211v":0,"radios":[)" +
          joined(radios) + "]}}";
+}
+
+std::string with_switch(const std::string& key, int value, std::string message) {
+  const std::string place = "\"" + key + "\":";
+  const std::size_t at = message.find(place);
+  EXPECT_NE(at, std::string::npos) << key;
+  return message.replace(at + place.size(), 1, std::to_string(value));
 }
 
 std::string told_failure(int code, const std::string& mac) {

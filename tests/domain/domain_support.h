@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Config.h"
@@ -30,6 +33,18 @@ class DomainServer final : public RRM {
 
  private:
   Journal& journal_;
+};
+
+// Where one thread waits for another. Once open it stays open.
+class Latch {
+ public:
+  void open();
+  void wait();
+
+ private:
+  Mutex mutex_;
+  std::condition_variable_any opened_;
+  bool open_ RRM_GUARDED_BY(mutex_) = false;
 };
 
 class DomainTest : public ::testing::Test {
@@ -57,6 +72,14 @@ class DomainTest : public ::testing::Test {
   void finish_computing();
   // An AP subscribes on a session; forgets what was journalled.
   void subscribe(std::uint32_t session, const MessageJson& message);
+
+  // From the wait of a forced plan to the wait for mode answers.
+  void to_mode_requests();
+  // From there, without a word more, to the wait for scan results; what was answered before counts.
+  void to_scan();
+  // The whole way: each of these APs answers both questions with its one 5 GHz radio on channel 36, the others are
+  // silent. Forgets what was journalled.
+  void to_computing(const std::vector<std::pair<std::uint32_t, std::string>>& sessions_and_macs);
 
   // Calls with the worker's mutex held, as the command interface does.
   void locked(const std::function<void(RrmWorker&)>& action);
@@ -86,6 +109,8 @@ std::string told_radio(int id, int channel, int band, int power);
 std::string told_info(const std::string& mac, const std::vector<std::string>& radios);
 // A successful subscribe-response with the default settings' switches.
 std::string told_success(const std::string& mac, const std::vector<std::string>& radios);
+// A message in which one switch of the settings has another value.
+std::string with_switch(const std::string& key, int value, std::string message);
 std::string told_failure(int code, const std::string& mac);
 
 // Each line on its own, so that a difference is easy to see.
