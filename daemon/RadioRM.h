@@ -1,0 +1,92 @@
+// The gateway between the controller's bus and the server. It owns the configuration and the server, serves every
+// message of the bus, turns the controller's VRRP state into server roles and keeps the controller's records of its
+// access points. The first setup makes the server; later ones are applied as differences.
+//
+// Everything runs on the main thread but mark_domain_for_backup, which the workers call. The port is not owned and
+// outlives this object. The destructor stops the server before any member goes.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+#include "ActiveApStorage.h"
+#include "Config.h"
+#include "RRM.h"
+#include "core/mutex.h"
+#include "zal/Error.h"
+#include "zal/IpcPort.h"
+#include "zal/Timer.h"
+
+// What the timers of the main loop and a change from state 0 to 1 have done with the server. What is empty is not done,
+// and then nothing is used up for it: the timer keeps running, the marks stay.
+struct Housekeeping {
+  std::function<void(rrm::RRM& server)> check_old_reports;
+  // Save one domain, or all, to their backup files; the result is the reason of a failure.
+  std::function<std::optional<std::string>(const std::string& domain)> save_domain;
+  std::function<std::optional<std::string>()> save_all_domains;
+};
+
+class RadioRM {
+ public:
+  // VRRP states as the controller gives them.
+  enum VrrpState : std::int32_t { vrrp_master = 0, vrrp_master_alone = 1, vrrp_standby = 2, vrrp_undecided = 3 };
+
+  explicit RadioRM(zal::IpcPort& port, Housekeeping housekeeping = {});
+  virtual ~RadioRM();
+  RadioRM(const RadioRM&) = delete;
+  RadioRM& operator=(const RadioRM&) = delete;
+
+  // The callback of the port; `user` is the RadioRM.
+  static zal::Error on_ipc_message(const zal::IMsg& msg, zal::IpcPort& port, void* user);
+
+  void update_setup(const std::shared_ptr<std::string>& setup);
+  void set_vrrp_state(std::int32_t state);
+  std::int32_t vrrp_state() const { return vrrp_state_; }
+
+  // Polled by the main loop: old reports once a minute, as soon as there is a server.
+  void poll_maintenance();
+  // Saves every domain that was marked since it was last saved.
+  void backup_marked_domains() RRM_EXCLUDES(backup_mutex_);
+  // From any thread.
+  void mark_domain_for_backup(const std::string& domain) RRM_EXCLUDES(backup_mutex_);
+
+  const ActiveApStorage& active_aps() const { return active_aps_; }
+  // Null until the first setup.
+  const rrm::GlobalConfig* config() const { return config_.get(); }
+  rrm::RRM* server() const { return rrm_.get(); }
+
+ protected:
+  enum class RoleOrder { backup, master, master_with_domains };
+  // Orders the server into a role; with domains, a new master also restores what is known of them. False on failure.
+  // Requires: a server.
+  virtual bool order_role(RoleOrder order);
+
+ private:
+  void create_server(const std::string& setup);
+  void change_setup(const std::string& setup);
+  void enter_master();
+  void enter_master_alone();
+  void enter_standby();
+  bool restore_as_master();
+  bool become_master();
+  void save_all_domains();
+  void store_ap_info(const zal::IMsg& msg);
+  std::list<std::string> take_marked_domains() RRM_EXCLUDES(backup_mutex_);
+
+  std::unique_ptr<rrm::GlobalConfig> config_;  // outlives the server
+  std::unique_ptr<rrm::RRM> rrm_;
+  zal::IpcPort& port_;
+  const Housekeeping housekeeping_;
+  ActiveApStorage active_aps_;
+  std::int32_t vrrp_state_ = vrrp_undecided;
+  zal::Timer maintenance_timer_;
+
+  rrm::Mutex backup_mutex_;  // a leaf: marks are set, collected and cleared under it, and saved without it
+  // True: the domain changed since its last backup. Entries are never erased.
+  std::unordered_map<std::string, bool> domains_to_backup_ RRM_GUARDED_BY(backup_mutex_);
+};
