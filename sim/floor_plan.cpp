@@ -11,7 +11,7 @@
 namespace sim {
 namespace {
 
-constexpr double margin = 76;       // around the floors, pixels; the networks next door stand there
+constexpr double margin = 86;       // around the floors, pixels; the networks next door stand there
 constexpr double plan_width = 960;  // of one floor, pixels
 constexpr double header_height = 92;
 constexpr double title_height = 56;  // above each floor
@@ -135,7 +135,7 @@ class Plan {
   // Networks next door stand close outside the walls, however far away they are.
   Spot spot_of(const ForeignAp& foreign) const {
     const double bottom = top_ + title_height + site_.depth * scale_;
-    return {std::clamp(x(foreign.position), margin - 40, margin + plan_width + 40),
+    return {std::clamp(x(foreign.position), margin - 44, margin + plan_width + 44),
             std::clamp(y(foreign.position), top_ + title_height - 16, bottom + 20)};
   }
 
