@@ -110,9 +110,18 @@ void TpcDcaSubworker::process_timer_vrrp() {
 
 // State
 
+// Timers that are due together all run, also one that an earlier of them has replaced: that one must do nothing.
 void TpcDcaSubworker::set_timer(TimerId id, std::int32_t delay) {
-  timers_.replace(
-      id, [this, id] { id == timer_vrrp ? process_timer_vrrp() : process_timer(); }, delay);
+  const auto expire = [this, id, setting = ++timer_settings_[id]] {
+    if (setting != timer_settings_[id]) return;
+    id == timer_vrrp ? process_timer_vrrp() : process_timer();
+  };
+  timers_.replace(id, expire, delay);
+}
+
+void TpcDcaSubworker::remove_timer(TimerId id) {
+  ++timer_settings_[id];
+  timers_.remove(id);
 }
 
 bool TpcDcaSubworker::has_work() const {
@@ -162,12 +171,12 @@ void TpcDcaSubworker::process_timer() {
 
 void TpcDcaSubworker::planning_request_modes(bool force) {
   if (!has_work()) {
-    timers_.remove(timer_pipeline);
+    remove_timer(timer_pipeline);
     return go_idle();
   }
   if (force) {
-    timers_.remove(timer_802dot11k);
-    timers_.remove(timer_802dot11r);
+    remove_timer(timer_802dot11k);
+    remove_timer(timer_802dot11r);
     fbt_status_ = 0;
   }
   const std::int64_t delay = force ? config_.force_delay : seconds_to_optimization_time();
@@ -203,7 +212,7 @@ void TpcDcaSubworker::plan_cycle(RrmStatus status, std::int32_t delay) {
 }
 
 void TpcDcaSubworker::plan_nothing() {
-  timers_.remove(timer_pipeline);
+  remove_timer(timer_pipeline);
   raise_domain_changed();
   go_idle();
 }
@@ -221,7 +230,7 @@ void TpcDcaSubworker::process_timer_request_modes() {
     go_idle();
     return planning_request_modes(false);
   }
-  timers_.remove(timer_802dot11k);
+  remove_timer(timer_802dot11k);
   post_request_mode();
   wait_for_mode_responses();
 }

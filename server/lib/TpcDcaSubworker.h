@@ -6,6 +6,7 @@
 // raised whenever a step sets the state. A cycle in which no AP is left is planned anew.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 
@@ -58,8 +59,15 @@ class TpcDcaSubworker final : public IRrmSubworker {
 
  private:
   // An id has one timer at a time.
-  enum TimerId : std::uint32_t { timer_pipeline = 0, timer_802dot11k = 1, timer_802dot11r = 2, timer_vrrp = 3 };
+  enum TimerId : std::uint32_t {
+    timer_pipeline = 0,
+    timer_802dot11k = 1,
+    timer_802dot11r = 2,
+    timer_vrrp = 3,
+    timer_count
+  };
   void set_timer(TimerId id, std::int32_t delay);
+  void remove_timer(TimerId id);
 
   // State.
   bool has_work() const;
@@ -113,8 +121,9 @@ class TpcDcaSubworker final : public IRrmSubworker {
   std::int32_t scan_time_ = 0;  // seconds that one AP's scan is expected to take
   // Nothing clears it: a run moves a radio to the cheapest channel, by however little.
   bool ignore_dca_threshold_ = true;
-  bool rerun_pending_ = false;         // a forced request came while the thread was running
-  bool vrrp_restore_pending_ = false;  // restored; requests wait for the timer
+  bool rerun_pending_ = false;                               // a forced request came while the thread was running
+  bool vrrp_restore_pending_ = false;                        // restored; requests wait for the timer
+  std::array<std::uint32_t, timer_count> timer_settings_{};  // how often each timer was set or removed
   OptimizationThread thread_;
 };
 

@@ -1,0 +1,1156 @@
+// The cycle of an optimisation, wait by wait. The plan itself is the test's own: what it answers, and when.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <thread>
+
+#include "domain/domain_support.h"
+#include "json/JsonReader.h"
+
+namespace rrm::testing {
+namespace {
+
+using ::testing::Contains;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+const char* const ap1 = "00:11:22:33:44:00";
+const char* const ap2 = "00:11:22:33:55:00";
+
+class Pipeline : public DomainTest {
+ protected:
+  // A plan that answers at once, with whatever `planned` holds.
+  Pipeline() {
+    settings.use_80211r = false;
+    optimization = [this](OptimizationContext& context, const std::atomic<bool>&) {
+      seen = std::make_unique<OptimizationContext>(std::move(context));
+      OptimizationResult result;
+      result.radios = planned;
+      result.success = success;
+      result.error_message = error;
+      return result;
+    };
+  }
+  ~Pipeline() override { worker.reset(); }
+
+  void start_with(std::initializer_list<const char*> macs, const RadioJson& radio = a_5ghz_radio()) {
+    start();
+    std::uint32_t session = 1;
+    for (const char* mac : macs) subscribe(session++, a_subscribe(mac).with_radio(radio));
+  }
+  void answer_mode(std::uint32_t session, const char* mac, const RadioJson& radio = a_5ghz_radio()) {
+    receive(session, a_message("rrm-mode-response", mac).with_radio(radio));
+  }
+  void answer_scan(std::uint32_t session, const char* mac, const RadioJson& radio = a_5ghz_radio()) {
+    receive(session, a_message("rrm-response", mac).with_radio(radio).with_heard({}));
+  }
+  TpcDcaSubworker& pipeline() { return worker->tpc_dca(); }
+  // An AP's radio 1.
+  Radio& radio(const char* mac) { return ap(mac)->radios.list[1]; }
+  // A plan in which the AP's radio 1 stands on this channel.
+  Radios moved(const char* mac, std::int32_t channel) {
+    Radios radios = ap(mac)->radios;
+    radios.list[1].channel = channel;
+    return radios;
+  }
+  static std::string ask_mode(std::uint32_t session, const std::string& mac) {
+    return "SEND " + std::to_string(session) +
+           R"( {"service":"rrm","version":"2.4","cmd":"rrm-request-mode","domain":"lab","ap-mac":")" + mac + R"("})";
+  }
+  static std::string ask_scan(std::uint32_t session, const std::string& mac, int delay, const std::string& text,
+                              const std::string& list, int fast) {
+    return "SEND " + std::to_string(session) +
+           R"( {"service":"rrm","version":"2.4","cmd":"rrm-update","domain":"lab","ap-mac":")" + mac +
+           R"(","rrm-scan-delay":)" + std::to_string(delay) + R"(,"rrm-scan-channels":")" + text +
+           R"(","rrm-scan-channels-list":[)" + list + R"(],"dunva-rrm-scanning":)" + std::to_string(fast) + "}";
+  }
+  // What was journalled, without the tick's line.
+  std::vector<std::string> told() {
+    std::vector<std::string> lines = journal.take();
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("TRACE Domain lab state"); });
+    return lines;
+  }
+
+  PlanResult planned;
+  bool success = true;
+  std::string error;
+  std::unique_ptr<OptimizationContext> seen;  // by the plan
+};
+
+// Planning
+
+TEST_F(Pipeline, AForcedPlanBeginsTwentySecondsLater) {
+  start_with({ap1});
+  advance(19);
+  EXPECT_EQ(rrm_status(), 4);
+  advance(1);
+  EXPECT_EQ(rrm_status(), 2);
+}
+
+TEST_F(Pipeline, WithoutAnythingToDoItStaysIdle) {
+  settings.use_dca = false;
+  settings.use_tpc = false;
+  settings.use_all_ap_balance = true;
+  start_with({ap1});
+  EXPECT_EQ(rrm_status(), 0);
+  advance(40);
+  EXPECT_EQ(rrm_status(), 0);
+}
+
+TEST_F(Pipeline, HasWorkBySettings) {
+  struct Case {
+    bool dca, tpc, all_ap, k, v, balance, expected;
+  };
+  const Case cases[] = {
+      {true, false, true, false, false, false, true},  {false, true, true, false, false, false, true},
+      {false, false, true, true, true, true, false},   {false, false, false, false, false, false, false},
+      {false, false, false, true, false, false, true}, {false, false, false, false, true, false, true},
+      {false, false, false, false, false, true, true},
+  };
+  for (const Case& one : cases) {
+    settings.use_dca = one.dca;
+    settings.use_tpc = one.tpc;
+    settings.use_all_ap_balance = one.all_ap;
+    settings.use_80211k = one.k;
+    settings.use_80211v = one.v;
+    settings.use_balance = one.balance;
+    start();
+    pipeline().planning_request_modes(true);
+    EXPECT_EQ(rrm_status(), one.expected ? 4 : 0) << &one - cases;
+    EXPECT_LINES(journal.lines("EVENT 24"), ({status_event(one.expected ? 4 : 0)}));
+  }
+}
+
+TEST_F(Pipeline, WithoutATimeOfDayAnUnforcedPlanIsNone) {
+  start();
+  pipeline().planning_request_modes(false);
+  EXPECT_LINES(journal.take(), ({"EVENT 23 lab", status_event(0)}));
+}
+
+TEST_F(Pipeline, AnUnforcedPlanEndsAForcedOne) {
+  start_with({ap1});
+  pipeline().planning_request_modes(false);
+  EXPECT_LINES(journal.take(), ({"EVENT 23 lab", status_event(0)}));
+  advance(30);
+  EXPECT_EQ(rrm_status(), 0);
+}
+
+TEST_F(Pipeline, ATimeOfDayIsAwaitedInTheDomainsTimeZone) {
+  struct Case {
+    std::int32_t time_of_day;
+    std::int32_t zone;
+    std::int64_t wall;
+    int expected;
+  };
+  constexpr std::int64_t midnight = 19000LL * 86400;  // UTC
+  const Case cases[] = {
+      {3600, 0, midnight, 3600},
+      {3600, 0, midnight + 3599, 1},
+      {3600, 0, midnight + 3600, 86400},  // exactly now: tomorrow
+      {3600, 0, midnight + 3601, 86399},
+      {0, 0, midnight, 86400},
+      {0, 0, midnight + 86399, 1},
+      {86400, 0, midnight, 86400},
+      {86400, 0, midnight + 1, 86399},
+      {3600, 10800, midnight, 79200},          // 01:00 at +3 is 22:00 UTC
+      {3600, 10800, midnight + 79200, 86400},  // exactly now
+      {10800, 10800, midnight, 86400},         // 03:00 at +3 is 00:00 UTC
+      {79200, -14400, midnight, 93600},        // 22:00 at -4 is 02:00 UTC, of the next day by this reckoning
+      {0, 50400, midnight + 36000, 86400},     // 00:00 at +14 is 10:00 UTC
+      {0, 50400, midnight + 86399, 36001},     // the longest way back: two days are added
+      {86400, -43200, midnight, 129600},
+  };
+  for (const Case& one : cases) {
+    settings.use_optimization_time = true;
+    settings.optimization_time_seconds = one.time_of_day;
+    settings.optimization_time = "its text";
+    time_zone_offset = one.zone;
+    start();
+    clock.set_wall(one.wall);
+    pipeline().planning_request_modes(false);
+    EXPECT_LINES(journal.take(),
+                 ({
+                     "TRACE Optimization time " + std::to_string(one.time_of_day) + " sec its text time_zone_offset " +
+                         std::to_string(one.zone) + " sec",
+                     "TRACE Optimization interval " + std::to_string(one.expected),
+                     "TRACE Planning domain lab update 1 after " + std::to_string(one.expected) + " sec",
+                     "EVENT 23 lab",
+                     status_event(1),
+                 }));
+  }
+}
+
+TEST_F(Pipeline, TheDailyPlanBeginsAtItsTime) {
+  settings.use_optimization_time = true;
+  settings.optimization_time_seconds = 3600;
+  settings.use_optimization_event = false;
+  clock.set_wall(19000LL * 86400 + 3590);
+  start_with({ap1});
+  EXPECT_EQ(rrm_status(), 1);
+  advance(9);
+  EXPECT_EQ(rrm_status(), 1);
+  advance(1);
+  EXPECT_EQ(rrm_status(), 2);
+}
+
+TEST_F(Pipeline, WithoutAWallClockThereIsNoDailyPlan) {
+  settings.use_optimization_time = true;
+  start();
+  clock.fail_wall(true);
+  pipeline().planning_request_modes(false);
+  EXPECT_LINES(journal.take(),
+               ({"TRACE Optimization time 0 sec 00:00 time_zone_offset 0 sec", "EVENT 23 lab", status_event(0)}));
+}
+
+TEST_F(Pipeline, APlanThatIsPlannedAgainRaisesNothing) {
+  start();
+  pipeline().planning_request_modes(true);
+  journal.take();
+  advance(19);
+  told();
+  pipeline().planning_request_modes(true);
+  EXPECT_LINES(journal.take(), ({"TRACE Planning domain lab update 4 after 20 sec"}));
+  advance(19);
+  EXPECT_EQ(rrm_status(), 4) << "the wait began anew";
+}
+
+// Forcing
+
+TEST_F(Pipeline, AForcedPlanIsPlannedOnce) {
+  start_with({ap1});
+  advance(10);
+  told();
+  pipeline().force_optimization();
+  EXPECT_LINES(told(), ({"TRACE Force optimization already planned domain lab"}));
+  advance(10);
+  EXPECT_EQ(rrm_status(), 2) << "the wait did not begin anew";
+}
+
+TEST_F(Pipeline, EventsMayBeNoReasonForAPlan) {
+  settings.use_optimization_event = false;
+  start();
+  pipeline().force_optimization();
+  EXPECT_LINES(journal.take(), ({
+                                   "TRACE Force optimization dmain lab",
+                                   "TRACE Not event optimization dmain lab",
+                                   "EVENT 23 lab",
+                                   status_event(0),
+                               }));
+}
+
+TEST_F(Pipeline, AForceBreaksACycleOff) {
+  start_with({ap1});
+  to_mode_requests();
+  pipeline().force_optimization();
+  EXPECT_LINES(journal.take(), ({
+                                   "TRACE Force optimization dmain lab",
+                                   "TRACE Planning domain lab update 4 after 20 sec",
+                                   "EVENT 23 lab",
+                                   status_event(4),
+                               }));
+  advance(19);
+  EXPECT_EQ(rrm_status(), 4);
+}
+
+TEST_F(Pipeline, AnOperatorsRequestIsPlannedWhateverEventsMayDo) {
+  settings.use_optimization_event = false;
+  start_with({ap1});
+  radio(ap1).lists_stale = false;
+  EXPECT_TRUE(force_optimization());
+  EXPECT_LINES(told(), ({
+                           "TRACE Force optimization from api dmain lab",
+                           "TRACE Planning domain lab update 4 after 20 sec",
+                           "EVENT 23 lab",
+                           status_event(4),
+                       }));
+  EXPECT_TRUE(radio(ap1).lists_stale);
+  EXPECT_TRUE(force_optimization());
+  EXPECT_LINES(told(), ({"TRACE Force optimization already planned domain lab"}));
+}
+
+TEST_F(Pipeline, AnOperatorsRequestIsTakenBeforeTheDailyPlan) {
+  settings.use_optimization_time = true;
+  settings.use_optimization_event = false;
+  start_with({ap1});
+  ASSERT_EQ(rrm_status(), 1);
+  EXPECT_TRUE(force_optimization());
+  EXPECT_EQ(rrm_status(), 4);
+}
+
+TEST_F(Pipeline, AnOperatorsRequestIsRefusedDuringAScan) {
+  start_with({ap1});
+  to_mode_requests();
+  EXPECT_FALSE(force_optimization());
+  EXPECT_LINES(told(), ({"TRACE NOT Planning optimization domain lab status 2"}));
+  answer_mode(1, ap1);
+  to_scan();
+  EXPECT_FALSE(force_optimization());
+  EXPECT_LINES(told(), ({"TRACE NOT Planning optimization domain lab status 3"}));
+}
+
+TEST_F(Pipeline, TheSubworkerItselfTakesAnOperatorsRequestInEveryState) {
+  start_with({ap1});
+  EXPECT_TRUE(pipeline().force_optimization_from_api());
+  EXPECT_LINES(told(), ({
+                           "TRACE Force optimization from api dmain lab",
+                           "TRACE Planning domain lab update 4 after 20 sec",
+                       }));
+  to_mode_requests();
+  EXPECT_TRUE(pipeline().force_optimization_from_api());
+  EXPECT_EQ(rrm_status(), 4);
+}
+
+// Asking for modes
+
+TEST_F(Pipeline, ACycleBeginsWithAQuestionToEveryApOnAir) {
+  start_with({ap2, ap1});
+  advance(19);
+  told();
+  advance(1);
+  EXPECT_LINES(told(), ({
+                           "TRACE Send rrm-request-mode messages on domain lab",
+                           "TRACE Post request mode",
+                           status_event(2),
+                           ask_mode(2, "00:11:22:33:44:00"),
+                           ask_mode(1, "00:11:22:33:55:00"),
+                       }));
+  for (const ChannelSet& pool : worker->channel_pools()) EXPECT_TRUE(pool.empty());
+}
+
+TEST_F(Pipeline, BalancingPausesFromTheFirstQuestionToTheEnd) {
+  start_with({ap1});
+  const auto paused = [this] {
+    journal.take();
+    advance(10 - static_cast<int>(clock.monotonic_seconds() % 10));
+    return journal.lines("TRACE Domain lab").at(0).find("load_balancer_lock: 1") != std::string::npos;
+  };
+  EXPECT_FALSE(paused());  // at 10 s
+  EXPECT_FALSE(paused());  // at 20 s, just before the questions
+  EXPECT_TRUE(paused());
+  answer_mode(1, ap1);
+  advance(15);
+  ASSERT_EQ(rrm_status(), 3);
+  EXPECT_TRUE(paused());
+  answer_scan(1, ap1);
+  finish_computing();
+  EXPECT_FALSE(paused());
+}
+
+TEST_F(Pipeline, AnApWithoutARadioOnAirIsNotAsked) {
+  start_with({ap1});
+  subscribe(2, a_subscribe(ap2).with_radio(a_5ghz_radio().disabled()));
+  advance(20);
+  EXPECT_THAT(journal.lines("SEND"), SizeIs(1));
+  EXPECT_EQ(unanswered_aps().size(), 1u);
+  EXPECT_EQ(ap(ap2)->delete_ttl, 30);
+}
+
+TEST_F(Pipeline, WithNoApOnAirThereIsNoCycle) {
+  start_with({ap1});
+  receive(1, a_subscribe(ap1).with_radio(a_5ghz_radio(0)));
+  radio(ap1).conflicted = true;
+  advance(19);
+  told();
+  advance(1);
+  EXPECT_LINES(told(), ({
+                           "TRACE Send rrm-request-mode messages on domain lab",
+                           "TRACE not optimization scan on domain lab",
+                           status_event(0),
+                           "EVENT 23 lab",
+                           status_event(0),
+                       }));
+  EXPECT_EQ(aps().size(), 1u);
+  EXPECT_TRUE(unanswered_aps().empty());
+  EXPECT_FALSE(radio(ap1).conflicted);
+}
+
+TEST_F(Pipeline, EveryCycleAsksTheSilentOnesAgainAndBeginsClean) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  to_scan();
+  ASSERT_EQ(unanswered_aps().size(), 1u);
+  radio(ap2).power_changed = 3;
+  ap(ap1)->radios.received = true;
+  pipeline().force_optimization();
+  journal.take();
+  advance(20);
+  EXPECT_THAT(journal.lines("SEND"), SizeIs(2));
+  EXPECT_TRUE(unanswered_aps().empty());
+  EXPECT_FALSE(ap(ap1)->active);
+  EXPECT_FALSE(ap(ap1)->radios.received);
+  EXPECT_EQ(radio(ap2).power_changed, 0);
+}
+
+// Answers about modes
+
+TEST_F(Pipeline, TheWaitForModesEndsFifteenSecondsAfterTheLastAnswer) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  advance(14);
+  told();
+  answer_mode(1, ap1);
+  EXPECT_LINES(told(), ({"TRACE process_message rrm-mode-response for 00:11:22:33:44:00", status_event(2)}));
+  EXPECT_TRUE(ap(ap1)->active);
+  advance(14);
+  EXPECT_EQ(rrm_status(), 2);
+  answer_mode(2, ap2);
+  advance(14);
+  EXPECT_EQ(rrm_status(), 2);
+  advance(1);
+  EXPECT_EQ(rrm_status(), 3);
+}
+
+TEST_F(Pipeline, AModeAnswerIsReadIntoTheRecordThePoolsAndTheIndex) {
+  start_with({ap1});
+  to_mode_requests();
+  answer_mode(1, ap1, a_5ghz_radio(44, "44 48").with_vap(3, "office"));
+  EXPECT_EQ(radio(ap1).channel, 44);
+  EXPECT_EQ(worker->channel_pools()[5], (ChannelSet{44, 48}));
+  EXPECT_TRUE(aps().contains(MacAddr::parse("00:11:22:33:44:13")));
+  EXPECT_NE(radio(ap1).vaps.find("office"), nullptr);
+}
+
+TEST_F(Pipeline, AnotherChannelInAnAnswerMakesTheNeighboursListsStale) {
+  settings.use_dca = false;
+  start_with({ap1});
+  to_mode_requests();
+  radio(ap1).lists_stale = false;
+  answer_mode(1, ap1, a_5ghz_radio(36));
+  EXPECT_FALSE(radio(ap1).lists_stale);
+  answer_mode(1, ap1, a_5ghz_radio(40));
+  EXPECT_TRUE(radio(ap1).lists_stale);
+  to_scan();
+  radio(ap1).lists_stale = false;
+  answer_scan(1, ap1, a_5ghz_radio(44));
+  EXPECT_TRUE(radio(ap1).lists_stale);
+}
+
+TEST_F(Pipeline, AnAnswerOutOfItsTimeIsIgnored) {
+  start_with({ap1});
+  to_mode_requests();
+  answer_scan(1, ap1, a_5ghz_radio(44));
+  EXPECT_EQ(radio(ap1).channel, 36);
+  EXPECT_FALSE(ap(ap1)->radios.received);
+  answer_mode(1, ap1);
+  to_scan();
+  ap(ap1)->active = false;
+  answer_mode(1, ap1, a_5ghz_radio(44));
+  EXPECT_EQ(radio(ap1).channel, 36);
+  EXPECT_FALSE(ap(ap1)->active);
+}
+
+TEST_F(Pipeline, TakesTheTwoAnswersAndNothingElse) {
+  start_with({ap1});
+  const JsonReader json("{}");
+  EXPECT_TRUE(pipeline().process_message(json, protocol::Command::rrm_response, ap(ap1)));
+  EXPECT_TRUE(pipeline().process_message(json, protocol::Command::rrm_mode_response, ap(ap1)));
+  EXPECT_FALSE(pipeline().process_message(json, protocol::Command::rrm_client_assoc, ap(ap1)));
+  EXPECT_FALSE(pipeline().process_message(json, protocol::Command::subscribe_request, ap(ap1)));
+}
+
+// Ordering the scan
+
+TEST_F(Pipeline, TheFastScanIsOrderedForAllAtOnceOverTheDomainsChannels) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  receive(2, a_message("rrm-mode-response", ap2).with_radio(a_2ghz_radio()).with_radio(a_6ghz_radio()));
+  advance(14);
+  told();
+  advance(1);
+  const std::string list = R"({"2":"1 6 11","5":"36 40 44 48","6":"37 53 69"})";
+  EXPECT_LINES(told(), ({
+                           "TRACE Send rrm-update messages on domain lab size 2 drop 0",
+                           "TRACE Post rrm-update",
+                           status_event(3),
+                           "TRACE Start optimize after 19 sec on domain lab",
+                           ask_scan(1, "00:11:22:33:44:00", 0, "1 6 11 36 40 44 48", list, 1),
+                           ask_scan(2, "00:11:22:33:55:00", 0, "1 6 11 36 40 44 48", list, 1),
+                       }));
+}
+
+TEST_F(Pipeline, TheOrdinaryScanGoesFromApToApOverItsOwnChannels) {
+  settings.use_dunva_rrm_scan = false;
+  const char* const ap3 = "00:11:22:33:66:00";
+  start_with({ap1, ap2, ap3});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  receive(2, a_message("rrm-mode-response", ap2).with_radio(a_2ghz_radio()).with_radio(a_6ghz_radio(37, "37 200 53")));
+  receive(3, a_message("rrm-mode-response", ap3).with_radio(a_5ghz_radio().disabled()));
+  advance(14);
+  told();
+  advance(1);
+  EXPECT_LINES(told(),
+               ({
+                   "TRACE Send rrm-update messages on domain lab size 3 drop 0",
+                   "TRACE Post rrm-update",
+                   status_event(3),
+                   "TRACE Start optimize after 151 sec on domain lab",
+                   ask_scan(1, "00:11:22:33:44:00", 0, "36 40 44 48", R"({"2":"","5":"36 40 44 48","6":""})", 0),
+                   ask_scan(2, "00:11:22:33:55:00", 50, "1 6 11", R"({"2":"1 6 11","5":"","6":"37 53 200"})", 0),
+                   ask_scan(3, "00:11:22:33:66:00", 100, "", R"({"2":"","5":"","6":""})", 0),
+               }));
+}
+
+TEST_F(Pipeline, AnOrdinaryScanLeavesOutAChannelOfNoBand) {
+  settings.use_dunva_rrm_scan = false;
+  start_with({ap1});
+  to_mode_requests();
+  answer_mode(1, ap1, a_5ghz_radio(36, "36 40 200 300"));
+  advance(15);
+  EXPECT_THAT(journal.lines("SEND"),
+              Contains(ask_scan(1, "00:11:22:33:44:00", 0, "36 40", R"({"2":"","5":"36 40","6":""})", 0)));
+}
+
+TEST_F(Pipeline, TheOrdinaryScansTimeFollowsTheLargestPool) {
+  struct Case {
+    std::size_t band5;
+    std::size_t band6;
+    int seconds;  // 3 * ((n * 7 / 10 + 1) * 5) + 1, n at least 14
+  };
+  const Case cases[] = {{0, 0, 151}, {14, 0, 151}, {15, 0, 166}, {0, 15, 166}, {16, 15, 181}, {24, 59, 631}};
+  settings.use_dunva_rrm_scan = false;
+  for (const Case& one : cases) {
+    start_with({ap1});
+    to_mode_requests();
+    answer_mode(1, ap1);
+    auto& pools = worker->channel_pools();
+    pools[5].clear();
+    for (std::size_t i = 0; i < one.band5; ++i) pools[5].insert(static_cast<std::int32_t>(36 + i));
+    for (std::size_t i = 0; i < one.band6; ++i) pools[6].insert(static_cast<std::int32_t>(1 + 4 * i));
+    advance(15);
+    EXPECT_TRUE(journal.has("TRACE Start optimize after " + std::to_string(one.seconds) + " sec on domain lab"))
+        << one.band5 << " " << one.band6;
+  }
+}
+
+TEST_F(Pipeline, AnApThatDoesNotAnswerAboutItsModeIsSetAside) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(2, ap2);
+  advance(15);
+  EXPECT_TRUE(journal.has("TRACE Send rrm-update messages on domain lab size 1 drop 1"));
+  EXPECT_EQ(unanswered_aps().size(), 1u);
+  EXPECT_EQ(ap(ap1)->delete_ttl, 30);
+}
+
+TEST_F(Pipeline, WhenNobodyAnswersTheCycleIsPutOff) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  advance(14);
+  told();
+  advance(1);
+  EXPECT_LINES(told(), ({
+                           "TRACE Send rrm-update messages on domain lab size 0 drop 2",
+                           "TRACE Optimization scan on domain lab delayed",
+                           status_event(0),
+                           "TRACE Planning domain lab update 4 after 20 sec",
+                           "EVENT 23 lab",
+                           status_event(4),
+                       }));
+  EXPECT_EQ(aps().size(), 2u);
+  EXPECT_TRUE(unanswered_aps().empty());
+  advance(20);
+  EXPECT_EQ(rrm_status(), 2);
+}
+
+// Scan results
+
+TEST_F(Pipeline, AScanAnswerIsReadIntoTheRecord) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  answer_mode(2, ap2);
+  to_scan();
+  receive(1, a_message("rrm-response", ap1)
+                 .with_radio(a_5ghz_radio().with_vap(3, "office"))
+                 .with_heard({HeardJson("00:11:22:33:55:10", 36, -60), HeardJson("0a:00:00:00:00:01", 40, -70)}));
+  EXPECT_LINES(told(), ({
+                           "TRACE process_message rrm-response for 00:11:22:33:44:00",
+                           status_event(3),
+                           "TRACE Start optimize after 19 sec on domain lab",
+                       }));
+  EXPECT_TRUE(ap(ap1)->radios.received);
+  EXPECT_EQ(ap(ap1)->visible_members.size(), 1u);
+  EXPECT_EQ(ap(ap1)->visible_rogue.size(), 1u);
+  EXPECT_TRUE(aps().contains(MacAddr::parse("00:11:22:33:44:13")));
+}
+
+TEST_F(Pipeline, EveryScanAnswerStartsTheWaitAnewAndTheLastEndsIt) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  answer_mode(2, ap2);
+  to_scan();
+  advance(18);
+  answer_scan(1, ap1);
+  advance(18);
+  EXPECT_EQ(rrm_status(), 3);
+  told();
+  answer_scan(2, ap2);
+  EXPECT_LINES(told(), ({
+                           "TRACE process_message rrm-response for 00:11:22:33:55:00",
+                           status_event(3),
+                           "TRACE Start optimize now on domain lab",
+                           "TRACE Start optimization on domain lab size 2 drop 0",
+                           status_event(5),
+                       }));
+}
+
+TEST_F(Pipeline, AnApThatDoesNotScanIsSetAsideWhenTheWaitIsOver) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  answer_mode(2, ap2);
+  to_scan();
+  answer_scan(1, ap1);
+  advance(18);
+  told();
+  advance(1);
+  EXPECT_LINES(told(), ({"TRACE Start optimization on domain lab size 1 drop 1", status_event(5)}));
+  EXPECT_EQ(unanswered_aps().size(), 1u);
+  EXPECT_EQ(ap(ap2)->delete_ttl, 30);
+}
+
+TEST_F(Pipeline, AnApThatLeavesTheAirWhileItScansIsSetAside) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  answer_mode(2, ap2);
+  to_scan();
+  answer_scan(1, ap1);
+  answer_scan(2, ap2, a_5ghz_radio().disabled());
+  EXPECT_EQ(rrm_status(), 3) << "not complete";
+  advance(19);
+  EXPECT_TRUE(journal.has("TRACE Start optimization on domain lab size 1 drop 1"));
+}
+
+TEST_F(Pipeline, WhenNobodyScansTheCycleIsPutOff) {
+  start_with({ap1});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  to_scan();
+  advance(18);
+  told();
+  advance(1);
+  EXPECT_LINES(told(), ({
+                           "TRACE Start optimization on domain lab size 0 drop 1",
+                           "TRACE Optimization on domain lab delayed",
+                           status_event(0),
+                           "TRACE Planning domain lab update 4 after 20 sec",
+                           "EVENT 23 lab",
+                           status_event(4),
+                       }));
+  EXPECT_EQ(aps().size(), 1u);
+  EXPECT_FALSE(ap(ap1)->active);
+}
+
+// APs on a channel that they may not use
+
+TEST_F(Pipeline, WithoutAnyModeAnswerOffProfileApsArePlannedAfterASecond) {
+  start();
+  subscribe(1, a_subscribe(ap1).with_radio(a_5ghz_radio(149, "36 40")));
+  subscribe(2, a_subscribe(ap2).with_radio(a_5ghz_radio()));
+  to_mode_requests();
+  advance(14);
+  told();
+  advance(1);
+  EXPECT_LINES(told(), ({
+                           "TRACE Send rrm-update messages on domain lab size 0 drop 2",
+                           "TRACE Off-profile remediation without mode-response on domain lab",
+                           "TRACE Off-profile APs marked ready for remediation on domain lab",
+                           status_event(3),
+                           "TRACE Off-profile APs marked ready for remediation on domain lab",
+                           "TRACE Start optimize after 1 sec on domain lab",
+                       }));
+  advance(1);
+  EXPECT_LINES(told(), ({
+                           "TRACE Off-profile APs marked ready for remediation on domain lab",
+                           "TRACE Start optimization on domain lab size 1 drop 1",
+                           status_event(5),
+                       }));
+  finish_computing();
+  EXPECT_TRUE(seen->force_dca);
+  EXPECT_EQ(seen->aps.size(), 1u);
+}
+
+TEST_F(Pipeline, WhereAllApsAreOffProfileTheyArePlannedAtOnce) {
+  start_with({ap1}, a_5ghz_radio(149, "36 40"));
+  to_mode_requests();
+  advance(15);
+  EXPECT_TRUE(journal.has("TRACE Start optimize now on domain lab"));
+  EXPECT_EQ(rrm_status(), 5);
+}
+
+TEST_F(Pipeline, AnOffProfileApNeedNotScan) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(1, ap1, a_5ghz_radio(149, "36 40"));
+  answer_mode(2, ap2);
+  to_scan();
+  EXPECT_TRUE(ap(ap1)->radios.received);
+  answer_scan(2, ap2);
+  EXPECT_EQ(rrm_status(), 5);
+}
+
+TEST_F(Pipeline, ALockedRadioIsNobodysToRemedy) {
+  start_with({ap1}, a_5ghz_radio(149, "36 40").with("locked-for-dca", 1));
+  to_mode_requests();
+  advance(15);
+  EXPECT_TRUE(journal.has("TRACE Optimization scan on domain lab delayed"));
+}
+
+// Computing
+
+TEST_F(Pipeline, ThePlanGetsACopyOfTheDomain) {
+  settings.use_tpc = false;
+  start_with({ap1, ap2});
+  to_computing({{1, ap1}, {2, ap2}});
+  radio(ap1).power = 3;
+  finish_computing();
+  ASSERT_NE(seen, nullptr);
+  EXPECT_EQ(seen->aps.size(), 2u);
+  EXPECT_EQ(seen->aps.find(MacAddr::parse(ap1))->radios.list[1].power, 14);
+  EXPECT_EQ(seen->aps.find(MacAddr::parse(ap1))->session, no_session);
+  EXPECT_EQ(seen->config, settings);
+  EXPECT_TRUE(seen->do_dca);
+  EXPECT_FALSE(seen->do_tpc);
+  EXPECT_TRUE(seen->force_dca);
+}
+
+TEST_F(Pipeline, TheEndOfTheThreadIsSeenWithinASecond) {
+  Latch computed;
+  optimization = [&](OptimizationContext&, const std::atomic<bool>&) {
+    computed.wait();
+    OptimizationResult result;
+    result.success = true;
+    return result;
+  };
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  to_scan();
+  answer_scan(1, ap1);
+  radio(ap1).conflicted = true;
+  journal.take();
+  advance(120);
+  EXPECT_THAT(told(), IsEmpty()) << "no limit applies";
+  EXPECT_EQ(rrm_status(), 5);
+  computed.open();
+  finish_computing();
+  EXPECT_LINES(told(),
+               ({
+                   "TRACE Post tpc-results",
+                   status_event(0),
+                   "EVENT 23 lab",
+                   status_event(0),
+                   "TRACE Optimization on domain lab finished",
+                   "SEND 1 " + with_switch("use-dca", 1, told_info("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)})),
+               }));
+  EXPECT_EQ(aps().size(), 2u) << "the silent one is back";
+  EXPECT_FALSE(radio(ap1).conflicted);
+  EXPECT_FALSE(ap(ap1)->active);
+  EXPECT_FALSE(ap(ap1)->radios.received);
+}
+
+TEST_F(Pipeline, MessagesAreServedWhileThePlanIsComputed) {
+  Latch computed;
+  optimization = [&](OptimizationContext&, const std::atomic<bool>&) {
+    computed.wait();
+    return OptimizationResult{};
+  };
+  start_with({ap1});
+  to_computing({{1, ap1}});
+  receive(1, a_subscribe(ap1).with_radio(a_5ghz_radio(44)));
+  EXPECT_EQ(radio(ap1).channel, 44);
+  computed.open();
+  finish_computing();
+}
+
+TEST_F(Pipeline, TheResultIsAppliedToTheLiveRecordsAndTold) {
+  start_with({ap1, ap2});
+  ap(ap2)->visible_members.insert(radio(ap1).mac, Neighbour{.rssi = -60, .channel = 36, .band = 5, .bandwidth = 20});
+  Radios plan = moved(ap1, 44);
+  plan.list[1].power = 9;
+  planned.insert_or_assign(MacAddr::parse(ap1), plan);
+  to_mode_requests();
+  answer_mode(1, ap1);
+  answer_mode(2, ap2);
+  to_scan();
+  answer_scan(1, ap1);
+  receive(2, a_message("rrm-response", ap2).with_radio(a_5ghz_radio()));
+  journal.take();
+  finish_computing();
+  EXPECT_EQ(radio(ap1).channel, 44);
+  EXPECT_EQ(radio(ap1).power, 9);
+  EXPECT_EQ(radio(ap2).channel, 36);
+  EXPECT_EQ(ap(ap2)->visible_members.find(radio(ap1).mac)->channel, 44);
+  EXPECT_LINES(journal.lines("SEND"), ({
+                                          "SEND 1 " + told_info("00:11:22:33:44:00", {told_radio(1, 44, 5, 9)}),
+                                          "SEND 2 " + told_info("00:11:22:33:55:00", {told_radio(1, 36, 5, 14)}),
+                                      }));
+}
+
+TEST_F(Pipeline, AResultOfAnApThatLeftIsPassedOver) {
+  start_with({ap1, ap2});
+  planned.insert_or_assign(MacAddr::parse(ap2), moved(ap2, 44));
+  planned.insert_or_assign(MacAddr::parse("00:00:00:00:00:01"), moved(ap2, 44));
+  to_computing({{1, ap1}, {2, ap2}});
+  drop(2);
+  finish_computing();
+  EXPECT_EQ(radio(ap2).channel, 36);
+}
+
+TEST_F(Pipeline, AResultFindsItsApByAnyAddress) {
+  start_with({ap1});
+  planned.insert_or_assign(MacAddr::parse("00:11:22:33:44:10"), moved(ap1, 44));
+  to_computing({{1, ap1}});
+  finish_computing();
+  EXPECT_EQ(radio(ap1).channel, 44);
+}
+
+TEST_F(Pipeline, APlannedChannelBelowOneMovesNoNeighboursPicture) {
+  start_with({ap1, ap2});
+  ap(ap2)->visible_members.insert(radio(ap1).mac, Neighbour{.rssi = -60, .channel = 36, .band = 5, .bandwidth = 20});
+  planned.insert_or_assign(MacAddr::parse(ap1), moved(ap1, 0));
+  to_mode_requests();
+  answer_mode(1, ap1);
+  answer_mode(2, ap2);
+  to_scan();
+  answer_scan(1, ap1);
+  receive(2, a_message("rrm-response", ap2).with_radio(a_5ghz_radio()));
+  finish_computing();
+  EXPECT_EQ(radio(ap1).channel, 0);
+  EXPECT_EQ(ap(ap2)->visible_members.find(radio(ap1).mac)->channel, 36);
+}
+
+TEST_F(Pipeline, APlannedPowerSetsTheEirpAnew) {
+  start_with({ap1}, a_5ghz_radio().with_raw("antenna-configuration", R"({"antenna-gain":3,"cable-loss":1})"));
+  Radios plan = moved(ap1, 36);
+  plan.list[1].power = 9;
+  planned.insert_or_assign(MacAddr::parse(ap1), plan);
+  to_computing({{1, ap1}});
+  radio(ap1).has_antenna = true;
+  radio(ap1).antenna_gain = 3;
+  radio(ap1).cable_loss = 1;
+  finish_computing();
+  EXPECT_EQ(radio(ap1).eirp, 11);
+}
+
+TEST_F(Pipeline, AFailedPlanIsLoggedAndChangesNothing) {
+  success = false;
+  start_with({ap1});
+  planned.insert_or_assign(MacAddr::parse(ap1), moved(ap1, 44));
+  error = "cancelled before DCA";
+  to_computing({{1, ap1}});
+  finish_computing();
+  EXPECT_LINES(told(), ({
+                           "WARNING Optimization cancelled or failed: cancelled before DCA",
+                           status_event(0),
+                           "EVENT 23 lab",
+                           status_event(0),
+                           "TRACE Optimization on domain lab finished",
+                       }));
+  EXPECT_EQ(radio(ap1).channel, 36);
+}
+
+TEST_F(Pipeline, APlanMayFailWithoutAWord) {
+  success = false;
+  start_with({ap1});
+  to_computing({{1, ap1}});
+  finish_computing();
+  EXPECT_LINES(journal.lines("WARNING"),
+               ({"WARNING Optimization on domain lab finished unsuccessfully with no error message"}));
+}
+
+TEST_F(Pipeline, APlanMayEndWithoutAResult) {
+  optimization = [](OptimizationContext&, const std::atomic<bool>&) -> OptimizationResult { throw 7; };
+  start_with({ap1});
+  to_computing({{1, ap1}});
+  finish_computing();
+  EXPECT_LINES(journal.lines("WARNING"),
+               ({"WARNING Optimization thread completed on domain lab but no result was produced"}));
+  EXPECT_EQ(rrm_status(), 0);
+}
+
+TEST_F(Pipeline, AfterACycleTheDailyPlanIsMadeAgain) {
+  settings.use_optimization_time = true;
+  clock.set_wall(19000LL * 86400 + 100);
+  start_with({ap1});
+  to_computing({{1, ap1}});
+  finish_computing();
+  EXPECT_EQ(rrm_status(), 1);
+  EXPECT_THAT(journal.lines("EVENT 24"), ::testing::ElementsAre(status_event(0), status_event(1)));
+}
+
+TEST_F(Pipeline, NoWaitOfTheCycleOutlivesIt) {
+  settings.use_optimization_time = true;
+  start_with({ap1});
+  to_computing({{1, ap1}});
+  finish_computing();
+  advance(60);
+  EXPECT_EQ(rrm_status(), 1);
+}
+
+// A request while the plan is computed
+
+class Rerun : public Pipeline {
+ protected:
+  Rerun() {
+    optimization = [this](OptimizationContext&, const std::atomic<bool>& cancel) {
+      ++runs;
+      computed.wait();
+      OptimizationResult result;
+      result.success = !cancel;
+      result.error_message = cancel ? "cancelled" : "";
+      return result;
+    };
+  }
+  ~Rerun() override { computed.open(), worker.reset(); }
+
+  std::atomic<int> runs{0};
+  Latch computed;
+};
+
+TEST_F(Rerun, ManyRequestsAreOneRerun) {
+  start_with({ap1});
+  to_computing({{1, ap1}});
+  pipeline().force_optimization();
+  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_TRUE(force_optimization());
+  EXPECT_LINES(told(), ({"TRACE Force optimization from api queued while COMPUTING domain lab"}));
+  pipeline().force_optimization();
+  computed.open();
+  finish_computing();
+  EXPECT_EQ(rrm_status(), 4);
+  EXPECT_LINES(told(), ({
+                           "TRACE Post tpc-results",
+                           status_event(0),
+                           "TRACE Force optimization dmain lab",
+                           "TRACE Planning domain lab update 4 after 20 sec",
+                           "EVENT 23 lab",
+                           status_event(4),
+                           "TRACE Optimization on domain lab finished",
+                           "SEND 1 " + told_info("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)}),
+                       }));
+  to_computing({{1, ap1}});
+  finish_computing();
+  EXPECT_EQ(rrm_status(), 0) << "once";
+  EXPECT_EQ(runs, 2);
+}
+
+TEST_F(Rerun, ARerunObeysTheSettingOfEvents) {
+  settings.use_optimization_event = false;
+  start_with({ap1});
+  EXPECT_TRUE(force_optimization());
+  to_computing({{1, ap1}});
+  pipeline().force_optimization();
+  computed.open();
+  finish_computing();
+  EXPECT_TRUE(journal.has("TRACE Not event optimization dmain lab"));
+  EXPECT_EQ(rrm_status(), 0);
+}
+
+TEST_F(Rerun, AStateWithoutItsThreadIsRepairedByTheNextRequest) {
+  start_with({ap1});
+  for (const bool by_operator : {false, true}) {
+    to_computing({{1, ap1}});
+    computed.open();
+    pipeline().stop();
+    ASSERT_EQ(rrm_status(), 5);
+    told();
+    if (by_operator) {
+      EXPECT_TRUE(force_optimization());
+      EXPECT_LINES(told(),
+                   ({
+                       status_event(0),
+                       "WARNING Force optimization from api: orphan TPC_COMPUTING on domain lab, restarting pipeline",
+                       "TRACE Force optimization from api dmain lab",
+                       "TRACE Planning domain lab update 4 after 20 sec",
+                       "EVENT 23 lab",
+                       status_event(4),
+                   }));
+    } else {
+      pipeline().force_optimization();
+      EXPECT_LINES(told(), ({
+                               status_event(0),
+                               "WARNING Force optimization: orphan TPC_COMPUTING on domain lab, restarting pipeline",
+                               "TRACE Force optimization dmain lab",
+                               "TRACE Planning domain lab update 4 after 20 sec",
+                               "EVENT 23 lab",
+                               status_event(4),
+                           }));
+    }
+  }
+}
+
+TEST_F(Rerun, APlanThatEndedUnseenIsGivenUpByTheNextRequest) {
+  std::atomic<bool> ended{false};
+  optimization = [&](OptimizationContext&, const std::atomic<bool>&) -> OptimizationResult {
+    ended = true;
+    throw 7;
+  };
+  start_with({ap1});
+  to_computing({{1, ap1}});
+  const auto end_is_seen = [this] {
+    pipeline().force_optimization();
+    return rrm_status() != 5;
+  };
+  while (!ended || !end_is_seen()) std::this_thread::yield();
+  EXPECT_LINES(journal.lines("WARNING"),
+               ({"WARNING Force optimization: orphan TPC_COMPUTING on domain lab, restarting pipeline"}));
+  EXPECT_EQ(rrm_status(), 4);
+}
+
+// Restoring
+
+class Restore : public Rerun {};
+
+TEST_F(Restore, MapsTheStates) {
+  struct Case {
+    std::int32_t restored;
+    int expected;
+    std::vector<std::string> warnings;
+  };
+  const std::string to_force = " remapped to DELAY_BEFORE_OPT_FORCE";
+  const Case cases[] = {
+      {0, 0, {}},
+      {1, 1, {}},
+      {2, 4, {"WARNING Restore domain lab: mid-cycle rrm-status 2" + to_force}},
+      {3, 4, {"WARNING Restore domain lab: mid-cycle rrm-status 3" + to_force}},
+      {4, 4, {}},
+      {5, 4, {"WARNING Restore domain lab: mid-cycle rrm-status 5" + to_force}},
+      {6, 0, {"WARNING Restore domain lab: unknown rrm-status 6 remapped to IDLE"}},
+      {-1, 0, {"WARNING Restore domain lab: unknown rrm-status -1 remapped to IDLE"}},
+      {std::numeric_limits<std::int32_t>::max(),
+       0,
+       {"WARNING Restore domain lab: unknown rrm-status 2147483647 remapped to IDLE"}},
+  };
+  for (const Case& one : cases) {
+    start();
+    pipeline().restore(one.restored, 1, 300);
+    std::vector<std::string> expected = one.warnings;
+    expected.push_back(status_event(one.expected));
+    EXPECT_LINES(journal.take(), (expected));
+    EXPECT_EQ(pipeline().fbt_status(), 1);
+  }
+}
+
+TEST_F(Restore, ARestoredPlanStartsOverAfterTheDelay) {
+  for (const int state : {1, 2, 3, 4, 5}) {
+    start();
+    pipeline().restore(state, 0, 30);
+    const int restored = state == 1 ? 1 : 4;
+    journal.take();
+    advance(29);
+    EXPECT_EQ(rrm_status(), restored);
+    EXPECT_THAT(told(), IsEmpty());
+    advance(1);
+    EXPECT_LINES(told(), ({
+                             "TRACE VRRP restore timer: restarting optimization pipeline on domain lab from state " +
+                                 std::to_string(restored),
+                             status_event(0),
+                             "TRACE Force optimization dmain lab",
+                             "TRACE Planning domain lab update 4 after 20 sec",
+                             "EVENT 23 lab",
+                             status_event(4),
+                         }));
+  }
+}
+
+TEST_F(Restore, ARestoredRestStateStaysAtRest) {
+  start();
+  pipeline().restore(0, 0, 30);
+  journal.take();
+  advance(30);
+  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_EQ(rrm_status(), 0);
+}
+
+TEST_F(Restore, UntilTheDelayIsOverRequestsOnlyWait) {
+  start();
+  pipeline().restore(0, 0, 30);
+  journal.take();
+  pipeline().force_optimization();
+  pipeline().force_optimization();
+  EXPECT_LINES(told(), ({status_event(4), status_event(4)}));
+  EXPECT_TRUE(pipeline().force_optimization_from_api());
+  EXPECT_LINES(told(), ({status_event(4), "TRACE Force optimization from api deferred (VRRP restore) domain lab"}));
+  advance(29);
+  EXPECT_EQ(rrm_status(), 4);
+  told();
+  advance(1);
+  EXPECT_TRUE(journal.has("TRACE VRRP restore timer: restarting optimization pipeline on domain lab from state 4"));
+  advance(20);
+  EXPECT_TRUE(journal.has("TRACE Send rrm-request-mode messages on domain lab"));
+}
+
+TEST_F(Restore, AForcedPlanForgetsAPlannedLinkUpdate) {
+  start();
+  pipeline().restore(0, 1, 30);
+  advance(30);
+  EXPECT_EQ(pipeline().fbt_status(), 1);
+  pipeline().planning_request_modes(false);
+  EXPECT_EQ(pipeline().fbt_status(), 1);
+  pipeline().planning_request_modes(true);
+  EXPECT_EQ(pipeline().fbt_status(), 0);
+}
+
+TEST_F(Restore, TheDelaysEndCancelsARunningPlan) {
+  optimization = [](OptimizationContext&, const std::atomic<bool>& cancel) {
+    while (!cancel) std::this_thread::yield();
+    return OptimizationResult{};
+  };
+  start_with({ap1});
+  to_computing({{1, ap1}});
+  pipeline().restore(1, 0, 300);  // forgets the thread
+  EXPECT_EQ(rrm_status(), 1);
+  force_optimization();
+  pipeline().planning_request_modes(true);
+  to_computing({{1, ap1}});
+  while (rrm_status() == 5) advance(1);
+  EXPECT_TRUE(journal.has("TRACE VRRP restore timer: restarting optimization pipeline on domain lab from state 5"));
+  EXPECT_THAT(journal.lines("EVENT 24"), ::testing::ElementsAre(status_event(0), status_event(4)));
+  EXPECT_THAT(journal.lines("WARNING"), IsEmpty());
+  EXPECT_EQ(rrm_status(), 4);
+}
+
+// What an AP is told outside a cycle
+
+TEST_F(Pipeline, AnInfoMayGoAtOnceOrAtTheEndOfThePass) {
+  start_with({ap1});
+  locked([&](RrmWorker& lab) { lab.tpc_dca().post_tpc_results_ap(*ap(ap1), false, false); });
+  EXPECT_THAT(journal.take(), IsEmpty());
+  locked([&](RrmWorker& lab) { lab.tpc_dca().post_tpc_results_ap(*ap(ap1), true, true); });
+  EXPECT_LINES(journal.take(), ({"SEND 1 " + told_info("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)})}));
+  worker->after_messages();
+  EXPECT_LINES(journal.take(),
+               ({R"(SEND 1 {"service":"rrm","version":"2.4","cmd":"rrm-info","ap-mac":"00:11:22:33:44:00",)"
+                 R"("use-tpc":1,"use-dca":1,"use-load-balance":1,"use-80211v":0})"}));
+}
+
+TEST_F(Pipeline, SeedsTheGeneratorOfKeysWithTheMilliseconds) {
+  const auto milliseconds = [] {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+  };
+  const std::int64_t before = milliseconds();
+  make();
+  const std::int64_t after = milliseconds();
+  const int drawn = std::rand();
+  bool found = false;
+  for (std::int64_t seed = before; seed <= after && !found; ++seed) {
+    std::srand(static_cast<unsigned>(seed));
+    found = std::rand() == drawn;
+  }
+  EXPECT_TRUE(found);
+}
+
+}  // namespace
+}  // namespace rrm::testing
