@@ -2,6 +2,7 @@
 // in the middle of it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -30,6 +31,11 @@ class SleepRecorder final : public Clock {
   std::vector<std::uint32_t> sleeps() const {
     MutexLock lock(mutex_);
     return sleeps_;
+  }
+
+  std::size_t count() const {
+    MutexLock lock(mutex_);
+    return sleeps_.size();
   }
 
   std::function<void()> on_sleep;  // set before any thread sleeps

@@ -103,7 +103,7 @@ TEST(SafeQueue, APushSucceedsAsSoonAsThereIsRoom) {
   Queue queue(2, true);
   fill(queue, queue.normal);
   clock.on_sleep = [&] {
-    if (clock.sleeps().size() == 3) queue.pop(queue.normal);
+    if (clock.count() == 3) queue.pop(queue.normal);
   };
   EXPECT_TRUE(queue.push_wait(queue.normal, 7, 65536, 1000));
   EXPECT_THAT(clock.sleeps(), ElementsAre(1, 2, 4));
@@ -116,10 +116,10 @@ TEST(SafeQueue, ZeroAttemptsMeanWithoutEnd) {
   Queue queue(2);
   fill(queue, queue.normal);
   clock.on_sleep = [&] {
-    if (clock.sleeps().size() == 70000) queue.clear(queue.normal);
+    if (clock.count() == 70000) queue.clear(queue.normal);
   };
   EXPECT_TRUE(queue.push_wait(queue.normal, 7, 0, 1000));
-  EXPECT_EQ(clock.sleeps().size(), 70000u);
+  EXPECT_EQ(clock.count(), 70000u);
 }
 
 TEST(SafeQueue, EverySuccessfulPushSignalsAndNoFailedOneDoes) {
@@ -162,7 +162,7 @@ TEST(SafeQueue, WithoutEventFdALimitlessWaitLooksEveryMillisecond) {
   SleepRecorder clock;
   Queue queue(2);
   clock.on_sleep = [&] {
-    if (clock.sleeps().size() == 5) fill(queue, queue.force);
+    if (clock.count() == 5) fill(queue, queue.force);
   };
   queue.wait(-1);
   EXPECT_THAT(clock.sleeps(), ElementsAre(1000, 1000, 1000, 1000, 1000));

@@ -73,8 +73,9 @@ void ProbeWorker::stop() {
 bool ProbeWorker::mutex_is_free() {
   bool free = false;
   std::thread([this, &free] {
-    free = mutex.try_lock();
-    if (free) mutex.unlock();
+    if (!mutex.try_lock()) return;
+    mutex.unlock();
+    free = true;
   }).join();
   return free;
 }
@@ -102,7 +103,7 @@ bool ProbeWorker::connect() {
   return hooks.connect ? hooks.connect() : Worker::connect();
 }
 
-TestServer::TestServer(GlobalConfig* configuration) : RRM(configuration) {
+TestServer::TestServer(GlobalConfig* configuration) : RRM(configuration), make_real(create_domain_worker) {
   const auto fixed = [this](const char* name) {
     return std::make_shared<ProbeWorker>(this, ProbeWorker::Options{.name = name}, record);
   };

@@ -142,6 +142,9 @@ class TestServer : public RRM {
   std::vector<Made> made() const;
   std::shared_ptr<ProbeWorker> probe(const std::string& domain) const;
 
+  // From now on domain workers are the real ones.
+  void make_real_domain_workers() { create_domain_worker = make_real; }
+
   // Puts a worker into the map without starting it.
   void adopt(const std::shared_ptr<Worker>& worker);
   std::vector<std::string> domains() const;
@@ -159,6 +162,8 @@ class TestServer : public RRM {
   const std::shared_ptr<Record> record = std::make_shared<Record>();  // of the fixed workers
 
  private:
+  const DomainWorkerFactory make_real;
+
   mutable Mutex test_mutex_;
   std::vector<Sent> sent_ RRM_GUARDED_BY(test_mutex_);
   std::vector<Made> made_ RRM_GUARDED_BY(test_mutex_);

@@ -1,0 +1,147 @@
+// The dispatcher with real domain workers: what is logged of a new one, and how the access points of a removed one are
+// let go.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "server/server_support.h"
+#include "support/capture.h"
+#include "support/messages.h"
+
+namespace rrm::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// "yard" has a pattern of its own that says what the common settings say.
+constexpr const char* patterns_and_copies = R"({
+  "global": {"enabled": 1},
+  "common": {"use_dca": 1},
+  "patterns": [{"pattern": "office", "use_tpc": 0}, {"pattern": "copy", "use_dca": 1}],
+  "domains": [{"domain": "lab", "pattern": "common", "time_zone": "3:00"},
+              {"domain": "yard", "pattern": "copy", "time_zone": "0:00"},
+              {"domain": "hall", "pattern": "office", "time_zone": "-2:00"}]})";
+
+class Domains : public ::testing::Test {
+ protected:
+  Domains() {
+    server.make_real_domain_workers();
+    server.fixed_websock().hooks.message = [this](const std::string& cmd) {
+      orders.push_back(cmd + " " + std::to_string(server.fixed_websock().last_sender()));
+    };
+  }
+
+  // An access point subscribes and gets its answer.
+  void subscribe(const std::string& mac, std::uint32_t session_id) {
+    server.receive(a_subscribe(mac).with_radio(a_5ghz_radio()).text(), session_id);
+    ASSERT_TRUE(eventually([&] {
+      for (const auto& sent : server.sent()) {
+        if (sent.session_id == session_id && sent.text.find("subscribe-response") != std::string::npos) return true;
+      }
+      return false;
+    }));
+  }
+  // The orders that wait at the WebSocket worker, in the order in which it handles them.
+  std::vector<std::string> orders_at_websock() {
+    ProbeWorker& websock = server.fixed_websock();
+    websock.start();
+    eventually([&] { return websock.queued() == 0; });
+    websock.stop();
+    return orders;
+  }
+  std::vector<std::string> drops() const {
+    std::vector<std::string> lines;
+    for (const auto& line : capture.lines(LOG_TRACE)) {
+      if (line.starts_with("Drop session")) lines.push_back(line);
+    }
+    return lines;
+  }
+
+  Capture capture;
+  GlobalConfig config{"", patterns_and_copies};
+  std::vector<std::string> orders;
+  TestServer server{&config};
+};
+
+TEST_F(Domains, ANewWorkerTellsWhetherItsSettingsAreTheCommonOnesByValue) {
+  for (const char* domain : {"lab", "yard", "hall"}) server.receive(ap_message("subscribe-request", domain));
+  EXPECT_EQ(capture.count("Created new worker 'lab' with common config."), 1u);
+  EXPECT_EQ(capture.count("Created new worker 'yard' with common config."), 1u);
+  EXPECT_EQ(capture.count("Created new worker 'hall'."), 1u);
+}
+
+TEST_F(Domains, RemovingADomainClosesItsAccessPointsSessions) {
+  subscribe("02:00:00:00:00:0A", 4);
+  subscribe("02:00:00:00:01:0A", 5);
+  server.remove_worker("lab");
+  EXPECT_THAT(drops(), ::testing::UnorderedElementsAre("Drop session 02:00:00:00:00:0A(4) on worker 'lab'.",
+                                                       "Drop session 02:00:00:00:01:0A(5) on worker 'lab'."));
+  EXPECT_THAT(orders_at_websock(), ::testing::UnorderedElementsAre("drop-session 4", "drop-session 5"));
+  EXPECT_TRUE(capture.has_line(LOG_TRACE, "drop_session_at_websock_worker: 4 force: 1"));
+  EXPECT_THAT(server.domains(), IsEmpty());
+}
+
+TEST_F(Domains, GoneAccessPointsAreDroppedBeforeTheActiveOnes) {
+  subscribe("02:00:00:00:00:0A", 4);
+  subscribe("02:00:00:00:01:0A", 5);
+  server.drop_session_at_rrm_workers(session_of(4));
+  subscribe("02:00:00:00:02:0A", 6);  // handled after the drop
+  server.remove_worker("lab");
+  const auto lines = drops();
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0], "Drop session 02:00:00:00:00:0A(4) on worker 'lab'.");
+}
+
+TEST_F(Domains, ReleaseClosesTheSessionsOfEveryDomain) {
+  subscribe("02:00:00:00:00:0A", 4);
+  ProbeWorker& websock = server.fixed_websock();
+  websock.hooks.stop = [&] {  // the last moment in which an order is still obeyed
+    websock.start();
+    eventually([&] { return websock.queued() == 0; });
+  };
+  server.release();
+  websock.hooks.stop = nullptr;
+  EXPECT_THAT(orders, ElementsAre("drop-session 4"));
+}
+
+TEST_F(Domains, AnAccessPointMayComeBackToARemovedDomain) {
+  subscribe("02:00:00:00:00:0A", 4);
+  const auto before = server.find_worker("lab");
+  server.remove_worker("lab");
+  subscribe("02:00:00:00:00:0A", 9);
+  EXPECT_NE(server.find_worker("lab"), before);
+}
+
+TEST_F(Domains, ARestoredDomainRunsBeforeAnyAccessPointComes) {
+  server.update_vrrp_role(1, std::make_shared<std::string>(R"([{"name":"lab"},{"name":"hall"}])"));
+  EXPECT_THAT(server.domains(), ElementsAre("hall", "lab"));
+  EXPECT_TRUE(eventually([&] { return capture.has_line(LOG_TRACE, "Start worker lab"); }));
+}
+
+// --- The server as it is outside of tests.
+
+TEST(PlainServer, ATextForASessionThatIsGoneIsRefusedByTheWebSocketWorker) {
+  const Capture capture;
+  GlobalConfig config("", patterns_and_copies);
+  RRM server(&config);
+  int peer = 0;
+  const BaseSession gone{reinterpret_cast<lws*>(&peer), 0, 7};
+  server.send_text("{}", gone);
+  server.send_text(std::string("{}"), gone);
+  server.send_text(static_cast<const char*>(nullptr), gone);
+  EXPECT_EQ(capture.count("enqueue_serialized: no live websocket session for wsi (dropped id=7)"), 2u);
+}
+
+TEST(PlainServer, ItsWorkersBearTheirNames) {
+  const Capture capture;
+  GlobalConfig config("", patterns_and_copies);
+  const RRM server(&config);
+  EXPECT_EQ(server.websocket()->name, "websock-server-worker");
+}
+
+}  // namespace
+}  // namespace rrm::testing
