@@ -14,8 +14,11 @@ constinit thread_local ArenaScope* innermost_scope = nullptr;
 
 }  // namespace
 
-MonotonicArena::~MonotonicArena() {
+void MonotonicArena::release() noexcept {
   while (blocks_ != nullptr) std::free(std::exchange(blocks_, blocks_->next));
+  current_ = initial_buffer_;
+  end_ = initial_buffer_ + initial_size_;
+  total_bytes_ = 0;
 }
 
 void* MonotonicArena::take_from_new_block(std::size_t bytes, std::size_t alignment) {

@@ -6,7 +6,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+#include <memory>
 #include <memory_resource>
+#include <new>
+#include <utility>
 
 namespace yajson {
 
@@ -21,11 +25,11 @@ class MonotonicArena final : public std::pmr::memory_resource {
   MonotonicArena(void* buffer, std::size_t buffer_size, std::size_t next_block_size) noexcept
       : current_(static_cast<char*>(buffer)),
         end_(current_ + buffer_size),
-        initial_buffer_(buffer),
+        initial_buffer_(current_),
         initial_size_(buffer_size),
         next_block_size_(next_block_size) {}
 
-  ~MonotonicArena() override;
+  ~MonotonicArena() override { release(); }
   MonotonicArena(const MonotonicArena&) = delete;
   MonotonicArena& operator=(const MonotonicArena&) = delete;
 
@@ -40,7 +44,10 @@ class MonotonicArena final : public std::pmr::memory_resource {
     return taken;
   }
 
-  // Bytes taken from malloc so far, block headers included.
+  // Gives all blocks back; what was served before is gone. The caller's buffer serves again.
+  void release() noexcept;
+
+  // Bytes that the blocks take from malloc, block headers included.
   std::size_t total_bytes() const noexcept { return total_bytes_; }
   std::size_t next_block_size() const noexcept { return next_block_size_; }
 
@@ -59,15 +66,60 @@ class MonotonicArena final : public std::pmr::memory_resource {
 
   char* current_ = nullptr;  // the free range of the current block
   char* end_ = nullptr;
-  void* initial_buffer_ = nullptr;
+  char* initial_buffer_ = nullptr;
   std::size_t initial_size_ = 0;
   Block* blocks_ = nullptr;  // newest first
   std::size_t total_bytes_ = 0;
   std::size_t next_block_size_;
 };
 
+// Makes and ends one object in an arena, or on the heap where `arena` is null. What lies in an arena only ends: its
+// bytes go with the arena.
+template <class T, class... Args>
+T* make_in(MonotonicArena* arena, Args&&... args) {
+  if (arena == nullptr) return new T(std::forward<Args>(args)...);
+  return new (arena->take(sizeof(T), alignof(T))) T(std::forward<Args>(args)...);
+}
+
+template <class T>
+void end_in(const MonotonicArena* arena, T* object) noexcept {
+  if (arena == nullptr) {
+    delete object;
+  } else {
+    std::destroy_at(object);
+  }
+}
+
 // The arena that this thread's values go to; null means the heap. Set by ArenaScope only.
 inline constinit thread_local MonotonicArena* current_arena = nullptr;
+
+// For standard containers whose elements lie in one arena, or on the heap where it is null.
+template <class T>
+class ArenaAllocator {
+ public:
+  using value_type = T;
+
+  explicit ArenaAllocator(MonotonicArena* arena = current_arena) noexcept : arena_(arena) {}
+  template <class U>
+  explicit ArenaAllocator(const ArenaAllocator<U>& other) noexcept : arena_(other.arena()) {}
+  // A copied container lies where everything lies that its thread makes.
+  ArenaAllocator select_on_container_copy_construction() const noexcept { return ArenaAllocator(); }
+
+  T* allocate(std::size_t count) {
+    if (arena_ == nullptr) return std::allocator<T>().allocate(count);
+    if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) throw std::bad_array_new_length();
+    return static_cast<T*>(arena_->take(count * sizeof(T), alignof(T)));
+  }
+  void deallocate(T* elements, std::size_t count) noexcept {
+    if (arena_ == nullptr) std::allocator<T>().deallocate(elements, count);
+  }
+
+  MonotonicArena* arena() const noexcept { return arena_; }
+  bool operator==(const ArenaAllocator&) const noexcept = default;
+
+ private:
+  MonotonicArena* arena_;
+};
 
 // Binds an arena, or with null the heap, for this thread until it ends. The scopes of a thread may end in any order:
 // the innermost that still stands decides. A scope ends on the thread that made it.

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "yajson/error.h"
+#include "yajson/object.h"
 #include "yajson/scan.h"
 
 namespace yajson {
@@ -104,7 +105,10 @@ class Parser {
   bool next_is(char c) const { return cursor_ != end_ && *cursor_ == c; }
   bool consume(char c);
 
-  void skip();
+  void skip() {
+    if (at_end() || !is_above_space(*cursor_) || options_.allow_comments) skip_more();
+  }
+  void skip_more();
   void skip_whitespace();
   void skip_comments();
   void skip_comment();
@@ -136,15 +140,16 @@ class Parser {
   std::uint32_t parse_hex_unit();
   void append_utf8(std::uint32_t code_point);
 
-  Value parse_number();
+  void parse_number(Value& out);
+  static bool store_integer(bool negative, std::uint64_t magnitude, Value& out);
   void require_digit(std::string_view message) const;
   void skip_digits();
   void read_integer_part(Decimal& number);
   void read_fraction(Decimal& number);
   void read_exponent(Decimal& number);
-  Value decimal_value(const Decimal& number);
+  double floating_value(const Decimal& number) const;
   double convert_by_library(const char* start) const;
-  Value parse_hex_number(bool negative);
+  void parse_hex_number(bool negative, Value& out);
 
   const char* cursor_;
   const char* end_;
@@ -197,7 +202,7 @@ bool Parser::consume(char c) {
   return true;
 }
 
-void Parser::skip() {
+void Parser::skip_more() {
   skip_whitespace();
   if (options_.allow_comments) skip_comments();
 }
@@ -250,7 +255,7 @@ void Parser::parse_value(Value& out) {
       if (!options_.allow_single_quotes) fail_unexpected();
       [[fallthrough]];
     case '"':
-      out = Value(parse_string(), arena_);
+      out.assign(parse_string(), arena_);
       break;
     case '-':
     case '0':
@@ -263,7 +268,7 @@ void Parser::parse_value(Value& out) {
     case '7':
     case '8':
     case '9':
-      out = parse_number();
+      parse_number(out);
       break;
     case '[':
       parse_array(out);
@@ -273,11 +278,11 @@ void Parser::parse_value(Value& out) {
       break;
     case 't':
       parse_literal("true");
-      out = true;
+      out.assign(true);
       break;
     case 'f':
       parse_literal("false");
-      out = false;
+      out.assign(false);
       break;
     case 'n':
       parse_literal("null");
@@ -286,12 +291,12 @@ void Parser::parse_value(Value& out) {
     case 'N':
       if (!options_.allow_nan_inf) fail_unexpected();
       parse_literal("NaN");
-      out = std::numeric_limits<double>::quiet_NaN();
+      out.assign(std::numeric_limits<double>::quiet_NaN());
       break;
     case 'I':
       if (!options_.allow_nan_inf) fail_unexpected();
       parse_literal("Infinity");
-      out = std::numeric_limits<double>::infinity();
+      out.assign(std::numeric_limits<double>::infinity());
       break;
     default:
       fail_unexpected();
@@ -346,8 +351,7 @@ std::size_t Parser::capacity_ahead() const {
 
 void Parser::parse_array(Value& out) {
   open_container();
-  out = Value::array(arena_);
-  Array& elements = out.as_array();
+  Array& elements = out.assign_array(arena_);
   skip();
   if (at_end()) fail(Errc::unterminated_array, "unterminated array");
   if (*cursor_ != ']') {
@@ -357,6 +361,7 @@ void Parser::parse_array(Value& out) {
     } while (array_goes_on());
   }
   close_container();
+  if (arena_ != nullptr) out.mark_frees_nothing();
 }
 
 // After an element: true behind a comma, false on the closing bracket.
@@ -377,8 +382,7 @@ bool Parser::closes_after_comma(char bracket) {
 
 void Parser::parse_object(Value& out) {
   open_container();
-  out = Value::object(arena_);
-  Object& object = out.as_object();
+  Object& object = out.assign_object(arena_);
   skip();
   if (at_end()) fail(Errc::unterminated_object, "unterminated object");
   if (*cursor_ != '}') {
@@ -389,6 +393,7 @@ void Parser::parse_object(Value& out) {
   }
   close_container();
   if (options_.allow_duplicate_keys) object.drop_repeated_keys();
+  if (arena_ != nullptr) out.mark_frees_nothing();
 }
 
 void Parser::parse_member(Object& object) {
@@ -399,7 +404,7 @@ void Parser::parse_member(Object& object) {
   skip();
   expect_colon();
   parse_value(value);
-  if (repeated) fail(Errc::duplicate_key, "duplicate key: \"" + object.members().back().key + "\"");
+  if (repeated) fail(Errc::duplicate_key, "duplicate key: \"" + std::string(object.members().back().key()) + "\"");
 }
 
 // After a member: true behind a comma, false on the closing brace.
@@ -561,22 +566,33 @@ void Parser::append_utf8(std::uint32_t code_point) {
   }
 }
 
-Value Parser::parse_number() {
+void Parser::parse_number(Value& out) {
   Decimal number;
   number.start = cursor_;
   number.negative = consume('-');
   if (number.negative && options_.allow_nan_inf && next_is('I')) {
     parse_literal("Infinity");
-    return -std::numeric_limits<double>::infinity();
+    return out.assign(-std::numeric_limits<double>::infinity());
   }
   if (options_.allow_hex_numbers && remaining() >= 2 && *cursor_ == '0' && (cursor_[1] | 0x20) == 'x') {
     cursor_ += 2;
-    return parse_hex_number(number.negative);
+    return parse_hex_number(number.negative, out);
   }
   read_integer_part(number);
   if (consume('.')) read_fraction(number);
   if (consume('e') || consume('E')) read_exponent(number);
-  return decimal_value(number);
+  const bool stored = number.whole && !number.big && store_integer(number.negative, number.mantissa, out);
+  if (!stored) out.assign(floating_value(number));
+}
+
+// False for a negative number below the signed range.
+bool Parser::store_integer(bool negative, std::uint64_t magnitude, Value& out) {
+  if (negative ? magnitude > sign_bit : magnitude >= sign_bit) {
+    if (!negative) out.assign(magnitude);
+    return !negative;
+  }
+  out.assign(static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude));
+  return true;
 }
 
 void Parser::require_digit(std::string_view message) const {
@@ -625,16 +641,13 @@ void Parser::read_exponent(Decimal& number) {
   if (negative) number.exponent = -number.exponent;
 }
 
-Value Parser::decimal_value(const Decimal& number) {
-  if (number.big) return convert_by_library(number.start);
-  if (number.whole) {
-    if (number.negative && number.mantissa <= sign_bit) return static_cast<std::int64_t>(0 - number.mantissa);
-    if (!number.negative && number.mantissa < sign_bit) return static_cast<std::int64_t>(number.mantissa);
-    if (!number.negative) return number.mantissa;
-  }
+// Short numbers by one exact power of ten, the rest by the C library.
+double Parser::floating_value(const Decimal& number) const {
   const std::int64_t exponent = number.exponent - number.fraction_digits;
   const bool saturated = std::abs(number.exponent) == exponent_limit;
-  if (number.inexact || saturated || std::abs(exponent) > largest_power) return convert_by_library(number.start);
+  if (number.big || number.inexact || saturated || std::abs(exponent) > largest_power) {
+    return convert_by_library(number.start);
+  }
   const double power = powers_of_ten[static_cast<std::size_t>(std::abs(exponent))];
   const auto mantissa = static_cast<double>(number.mantissa);
   const double magnitude = exponent < 0 ? mantissa / power : mantissa * power;
@@ -659,7 +672,7 @@ double Parser::convert_by_library(const char* start) const {
   return value;
 }
 
-Value Parser::parse_hex_number(bool negative) {
+void Parser::parse_hex_number(bool negative, Value& out) {
   if (at_end()) fail(Errc::invalid_number, "incomplete hex number");
   if (hex_digit(*cursor_) < 0) fail(Errc::invalid_number, "expected hex digit");
   std::uint64_t magnitude = 0;
@@ -667,10 +680,7 @@ Value Parser::parse_hex_number(bool negative) {
     if (magnitude >> 60 != 0) fail(Errc::integer_overflow, "hex integer overflow");
     magnitude = magnitude << 4 | static_cast<std::uint64_t>(hex_digit(*cursor_));
   }
-  if (negative && magnitude > sign_bit) fail(Errc::integer_overflow, "hex integer overflow");
-  if (negative) return static_cast<std::int64_t>(0 - magnitude);
-  if (magnitude < sign_bit) return static_cast<std::int64_t>(magnitude);
-  return magnitude;
+  if (!store_integer(negative, magnitude, out)) fail(Errc::integer_overflow, "hex integer overflow");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "yajson/object.h"
 #include "yajson/scan.h"
 
 namespace yajson {
@@ -53,7 +54,8 @@ Decoded decode(std::string_view text) {
   return {is_encodable(code_point, length) ? code_point : replacement_character, length};
 }
 
-// Writes through a buffer that spills into the result.
+// Writes through a buffer that spills into the result. Behind the buffer's capacity is room for one piece that begins
+// within it: what is that short is written without asking again.
 class Serializer {
  public:
   Serializer(const SerializeOptions& options, std::string& result) : options_(options), result_(result) {}
@@ -64,7 +66,18 @@ class Serializer {
   }
 
  private:
-  void put(char c);
+  static constexpr std::size_t capacity = 4096;
+  static constexpr std::size_t piece = 32;
+
+  // Where the next piece goes.
+  char* room() {
+    if (used_ >= capacity) spill();
+    return buffer_.data() + used_;
+  }
+  void put(char c) {
+    *room() = c;
+    ++used_;
+  }
   void put(std::string_view text);
   void spill();
 
@@ -79,6 +92,7 @@ class Serializer {
   void write_with_decimals(std::string_view digits, std::size_t decimals);
 
   void write_string(std::string_view text);
+  void write_string_with_escapes(std::string_view text);
   void write_escape(char c);
   void write_unicode_escape(std::uint32_t code_point);
   void write_unit_escape(std::uint32_t unit);
@@ -98,13 +112,8 @@ class Serializer {
   std::string& result_;
   std::size_t level_ = 0;  // of indentation, in spaces
   std::size_t used_ = 0;
-  std::array<char, 4096> buffer_;
+  std::array<char, capacity + piece> buffer_;
 };
-
-void Serializer::put(char c) {
-  if (used_ == buffer_.size()) spill();
-  buffer_[used_++] = c;
-}
 
 void Serializer::put(std::string_view text) {
   if (text.size() > buffer_.size() - used_) {
@@ -154,9 +163,8 @@ void Serializer::write_value(const Value& value) {
 
 template <class Integer>
 void Serializer::write_integer(Integer number) {
-  std::array<char, 20> digits;
-  const auto converted = std::to_chars(digits.data(), digits.data() + digits.size(), number);
-  put({digits.data(), converted.ptr});
+  char* const digits = room();
+  used_ += static_cast<std::size_t>(std::to_chars(digits, digits + piece, number).ptr - digits);
 }
 
 void Serializer::write_float(double number) {
@@ -211,7 +219,19 @@ void Serializer::write_by_library(double magnitude) {
   if (written.find_first_of(".e") == written.npos) put(".0");
 }
 
+// A string of up to 16 bytes without anything to escape, which most are, is copied and looked at in one step.
 void Serializer::write_string(std::string_view text) {
+  char* const start = room();
+  if (text.size() > scan_width || options_.escape_unicode) return write_string_with_escapes(text);
+  const std::uint32_t beyond = ~std::uint32_t{0} << text.size();
+  if ((special_bytes(text.data(), '"') & ~beyond) != 0) return write_string_with_escapes(text);
+  *start = '"';
+  std::memcpy(start + 1, text.data(), scan_width);
+  start[1 + text.size()] = '"';
+  used_ += text.size() + 2;
+}
+
+void Serializer::write_string_with_escapes(std::string_view text) {
   put('"');
   while (true) {
     const std::string_view run = plain_run(text);
@@ -314,7 +334,7 @@ void Serializer::write_sorted(const Object& object) {
   std::vector<const Member*> sorted;
   sorted.reserve(object.size());
   for (const Member& member : object.members()) sorted.push_back(&member);
-  std::sort(sorted.begin(), sorted.end(), [](const Member* a, const Member* b) { return a->key < b->key; });
+  std::sort(sorted.begin(), sorted.end(), [](const Member* a, const Member* b) { return a->key() < b->key(); });
   for (const Member* member : sorted) {
     next(member == sorted.front());
     write_member(*member);
@@ -322,7 +342,7 @@ void Serializer::write_sorted(const Object& object) {
 }
 
 void Serializer::write_member(const Member& member) {
-  write_string(member.key);
+  write_string(member.key());
   put(':');
   if (pretty()) put(' ');
   write_value(member.value);

@@ -1,39 +1,12 @@
 #include "yajson/value.h"
 
 #include <limits>
-#include <new>
 #include <utility>
 
 #include "yajson/error.h"
+#include "yajson/object.h"
 
 namespace yajson {
-namespace {
-
-[[noreturn]] void throw_type_error(const char* expected, Type actual) {
-  throw TypeError(std::string("expected ") + expected + ", got " + type_name(actual));
-}
-
-[[noreturn]] void throw_out_of_range(std::size_t index, std::size_t size) {
-  throw OutOfRangeError("array index " + std::to_string(index) + " out of range (size=" + std::to_string(size) + ")");
-}
-
-template <class Body, class... Args>
-Body* make_body(MonotonicArena* arena, Args&&... args) {
-  if (arena == nullptr) return new Body(std::forward<Args>(args)...);
-  return new (arena->take(sizeof(Body), alignof(Body))) Body(std::forward<Args>(args)...);
-}
-
-// A body in an arena only ends; its bytes go with the arena.
-template <class Body>
-void end_body(Body* body, bool in_arena) noexcept {
-  if (in_arena) {
-    std::destroy_at(body);
-  } else {
-    delete body;
-  }
-}
-
-}  // namespace
 
 const char* type_name(Type type) noexcept {
   switch (type) {
@@ -57,95 +30,96 @@ const char* type_name(Type type) noexcept {
   return "unknown";
 }
 
+void Value::fail_type(const char* expected) const {
+  throw TypeError(std::string("expected ") + expected + ", got " + type_name(type()));
+}
+
 Value Value::array(MonotonicArena* arena) {
   Value value;
-  value.record_.payload.array = make_body<Array>(arena);
-  value.record_.flags = arena != nullptr ? in_arena_flag : 0;
-  value.record_.type = Type::array;
+  value.assign_array(arena);
   return value;
 }
 
 Value Value::object(MonotonicArena* arena) {
   Value value;
-  value.record_.payload.object = make_body<Object>(arena);
-  value.record_.flags = arena != nullptr ? in_arena_flag : 0;
-  value.record_.type = Type::object;
+  value.assign_object(arena);
   return value;
 }
 
-Value::Value(const Value& other) {
-  switch (other.record_.type) {
+// Delegates, so that a copy that fails half-way is ended like any value.
+Value::Value(const Value& other) : Value() {
+  switch (other.type()) {
     case Type::string:
-      make_string(other.text(), current_arena);
+      assign(other.text(), current_arena);
       break;
     case Type::array:
-      *this = array();
-      *record_.payload.array = *other.record_.payload.array;
+      assign_array(current_arena) = other.as_array();
       break;
     case Type::object:
-      *this = object();
-      record_.payload.object->assign(*other.record_.payload.object);
+      assign_object(current_arena).assign(other.as_object());
       break;
     default:
       record_ = other.record_;
   }
 }
 
+// Takes over first: the other value may lie inside of what this one owns.
 Value& Value::operator=(Value&& other) noexcept {
-  // Taken over first: the other value may lie inside of what this one owns.
   Value taken(std::move(other));
   std::swap(record_, taken.record_);
   return *this;
 }
 
-void Value::make_long_string(std::string_view text, MonotonicArena* arena) {
+Array& Value::assign_array(MonotonicArena* arena) {
+  become(Type::null).array = make_in<Array>(arena, ArenaAllocator<Value>(arena));
+  record_.flags = arena != nullptr ? in_arena_flag : 0;
+  record_.type = Type::array;
+  return *record_.payload.array;
+}
+
+Object& Value::assign_object(MonotonicArena* arena) {
+  become(Type::null).object = make_in<Object>(arena, arena);
+  record_.flags = arena != nullptr ? in_arena_flag : 0;
+  record_.type = Type::object;
+  return *record_.payload.object;
+}
+
+void Value::assign_long(std::string_view text, MonotonicArena* arena) {
+  Payload& payload = become(Type::null);
   if (arena != nullptr && text.size() <= std::numeric_limits<std::uint32_t>::max()) {
     auto* bytes = static_cast<char*>(arena->take(text.size() + 1, 1));
     text.copy(bytes, text.size());
     bytes[text.size()] = '\0';
-    record_.payload.arena_text = bytes;
+    payload.arena_text = bytes;
     record_.arena_length = static_cast<std::uint32_t>(text.size());
     record_.flags = in_arena_flag;
   } else {
-    record_.payload.heap_text = new std::string(text);
+    payload.heap_text = new std::string(text);
   }
   record_.inline_length = out_of_line;
   record_.type = Type::string;
 }
 
-std::string_view Value::text() const noexcept {
-  if (record_.inline_length != out_of_line) return {record_.payload.text, record_.inline_length};
+std::string_view Value::long_text() const noexcept {
   if (in_arena()) return {record_.payload.arena_text, record_.arena_length};
   return *record_.payload.heap_text;
 }
 
 void Value::release_body() noexcept {
-  switch (record_.type) {
+  const Payload& payload = record_.payload;
+  switch (type()) {
     case Type::string:
-      if (record_.inline_length == out_of_line && !in_arena()) delete record_.payload.heap_text;
+      if (record_.inline_length == out_of_line && !in_arena()) delete payload.heap_text;
       break;
     case Type::array:
-      end_body(record_.payload.array, in_arena());
+      end_in(payload.array->get_allocator().arena(), payload.array);
       break;
     case Type::object:
-      end_body(record_.payload.object, in_arena());
+      end_in(payload.object->arena(), payload.object);
       break;
     default:
       break;
   }
-}
-
-std::string_view Value::as_string() const {
-  if (!is_string()) throw_type_error("string", type());
-  return text();
-}
-
-std::int64_t Value::as_integer() const {
-  if (type() == Type::integer) return record_.payload.integer;
-  if (type() == Type::uinteger && std::in_range<std::int64_t>(record_.payload.uinteger)) {
-    return static_cast<std::int64_t>(record_.payload.uinteger);
-  }
-  throw_type_error("integer", type());
 }
 
 std::uint64_t Value::as_uinteger() const {
@@ -153,11 +127,11 @@ std::uint64_t Value::as_uinteger() const {
   if (type() == Type::integer && record_.payload.integer >= 0) {
     return static_cast<std::uint64_t>(record_.payload.integer);
   }
-  throw_type_error("uinteger", type());
+  fail_type("uinteger");
 }
 
 bool Value::as_bool() const {
-  if (type() != Type::boolean) throw_type_error("bool", type());
+  if (type() != Type::boolean) fail_type("bool");
   return record_.payload.boolean;
 }
 
@@ -170,25 +144,17 @@ double Value::as_number() const {
     case Type::uinteger:
       return static_cast<double>(record_.payload.uinteger);
     default:
-      throw_type_error("number", type());
+      fail_type("number");
   }
 }
 
-const Array& Value::as_array() const {
-  if (!is_array()) throw_type_error("array", type());
-  return *record_.payload.array;
-}
-
 Array& Value::as_array() {
+  open_for_change();
   return const_cast<Array&>(std::as_const(*this).as_array());
 }
 
-const Object& Value::as_object() const {
-  if (!is_object()) throw_type_error("object", type());
-  return *record_.payload.object;
-}
-
 Object& Value::as_object() {
+  open_for_change();
   return const_cast<Object&>(std::as_const(*this).as_object());
 }
 
@@ -200,11 +166,13 @@ std::size_t Value::size() const noexcept {
 
 const Value& Value::element(std::size_t index) const {
   const Array& elements = as_array();
-  if (index >= elements.size()) throw_out_of_range(index, elements.size());
-  return elements[index];
+  if (index < elements.size()) return elements[index];
+  throw OutOfRangeError("array index " + std::to_string(index) +
+                        " out of range (size=" + std::to_string(elements.size()) + ")");
 }
 
 Value& Value::element(std::size_t index) {
+  open_for_change();
   return const_cast<Value&>(std::as_const(*this).element(index));
 }
 
@@ -213,6 +181,7 @@ const Value* Value::find(std::string_view key) const noexcept {
 }
 
 Value* Value::find(std::string_view key) noexcept {
+  open_for_change();
   return const_cast<Value*>(std::as_const(*this).find(key));
 }
 

@@ -1,17 +1,16 @@
 // A JSON value: 24 bytes that hold a scalar or a string of up to 15 bytes in place and point to anything larger. Where
 // the larger parts lie is decided when they are made: in the thread's current arena, or on the heap without one. Copies
-// are deep and decide anew; moves leave null behind.
-//
-// Objects keep their members in the order of insertion and grow a hash index at 16 members. The first look-up builds
-// it, also through a const value, so that a value may be read by several threads only once every index is there.
+// are deep and decide anew; moves leave null behind. Plain data, for one thread at a time; see Object for shared
+// reading.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "yajson/arena.h"
@@ -20,7 +19,7 @@ namespace yajson {
 
 class Object;
 class Value;
-using Array = std::vector<Value>;
+using Array = std::vector<Value, ArenaAllocator<Value>>;
 
 // The order is part of the stored form. `uinteger` is what the parser gives only above the signed range.
 enum class Type : std::uint8_t { null, boolean, integer, floating, string, array, object, uinteger };
@@ -28,21 +27,21 @@ enum class Type : std::uint8_t { null, boolean, integer, floating, string, array
 // The type's name in messages, "unknown" for a tag outside the enumeration.
 const char* type_name(Type type) noexcept;
 
+template <class T>
+concept Integer = std::is_integral_v<T> && !std::is_same_v<T, bool>;
+
 class Value {
  public:
+  static constexpr std::size_t max_inline_length = 15;
+
   Value() noexcept = default;
-  Value(bool value) noexcept : record_{.type = Type::boolean} { record_.payload.boolean = value; }
-  Value(double value) noexcept : record_{.type = Type::floating} { record_.payload.floating = value; }
-  template <class T>
-  requires(std::is_integral_v<T> && !std::is_same_v<T, bool>) Value(T value)
-  noexcept : record_{.type = std::is_signed_v<T> ? Type::integer : Type::uinteger} {
-    if constexpr (std::is_signed_v<T>) {
-      record_.payload.integer = value;
-    } else {
-      record_.payload.uinteger = value;
-    }
+  Value(bool value) noexcept { assign(value); }
+  Value(double value) noexcept { assign(value); }
+  template <Integer T>
+  Value(T value) noexcept {
+    assign(value);
   }
-  Value(std::string_view text, MonotonicArena* arena = current_arena) { make_string(text, arena); }
+  Value(std::string_view text, MonotonicArena* arena = current_arena) { assign(text, arena); }
   Value(const char* text) : Value(std::string_view(text)) {}
   static Value array(MonotonicArena* arena = current_arena);
   static Value object(MonotonicArena* arena = current_arena);
@@ -53,16 +52,25 @@ class Value {
   Value& operator=(Value&& other) noexcept;
   ~Value() { release(); }
 
+  // Assignment in place. A failure leaves null.
+  void assign(bool value) noexcept { become(Type::boolean).boolean = value; }
+  void assign(double value) noexcept { become(Type::floating).floating = value; }
+  template <Integer T>
+  void assign(T value) noexcept;
+  void assign(std::string_view text, MonotonicArena* arena);
+  Array& assign_array(MonotonicArena* arena);
+  Object& assign_object(MonotonicArena* arena);
+
   Type type() const noexcept { return record_.type; }
   bool is_null() const noexcept { return record_.type == Type::null; }
   bool is_string() const noexcept { return record_.type == Type::string; }
   bool is_array() const noexcept { return record_.type == Type::array; }
   bool is_object() const noexcept { return record_.type == Type::object; }
   // True if a part of this value lies in an arena, and dies with it.
-  bool in_arena() const noexcept { return (record_.flags & in_arena_flag) != 0; }
+  bool in_arena() const noexcept { return has(in_arena_flag); }
 
-  // Each throws TypeError unless the value is of the type or converts to it without loss. A string is followed by a
-  // NUL.
+  // Each throws TypeError unless the value is of the type or converts to it without loss; a number may round. A string
+  // is followed by a NUL, and at least 16 bytes can be read from its start.
   std::string_view as_string() const;
   std::int64_t as_integer() const;
   std::uint64_t as_uinteger() const;
@@ -88,17 +96,24 @@ class Value {
   // Replaces the value of a member in place, or appends one. Throws TypeError.
   void set(std::string_view key, Value value);
 
+  // Requires: both are strings.
+  bool same_text(const Value& other) const noexcept;
+
+  // Promises that everything in and below this container lies in an arena, so that ending it has nothing to visit. Any
+  // way to change what is below takes the promise back.
+  void mark_frees_nothing() noexcept { record_.flags |= frees_nothing_flag; }
+
  private:
   static constexpr std::uint8_t in_arena_flag = 1;
+  static constexpr std::uint8_t frees_nothing_flag = 2;
   static constexpr std::uint8_t out_of_line = 255;
-  static constexpr std::size_t max_inline_length = 15;
 
   union Payload {
+    char text[max_inline_length + 1];  // filled up with NUL
     bool boolean;
     std::int64_t integer;
     std::uint64_t uinteger;
     double floating;
-    char text[max_inline_length + 1];
     const char* arena_text;
     std::string* heap_text;
     Array* array;
@@ -109,96 +124,86 @@ class Value {
     Type type = Type::null;
     std::uint8_t inline_length = 0;  // `out_of_line` for a longer string
     std::uint8_t flags = 0;
-    std::uint32_t arena_length = 0;
+    std::uint32_t arena_length = 0;  // of a string in an arena
     Payload payload{};
   };
   static_assert(sizeof(Record) == 24 && offsetof(Record, arena_length) == 4 && offsetof(Record, payload) == 8);
 
-  void make_string(std::string_view text, MonotonicArena* arena) {
-    record_.type = Type::string;
-    if (text.size() <= max_inline_length) {
-      record_.inline_length = static_cast<std::uint8_t>(text.size());
-      text.copy(record_.payload.text, text.size());
-      record_.payload.text[text.size()] = '\0';
-    } else {
-      make_long_string(text, arena);
-    }
-  }
-  void make_long_string(std::string_view text, MonotonicArena* arena);
+  bool has(std::uint8_t flag) const noexcept { return (record_.flags & flag) != 0; }
+  void open_for_change() noexcept { record_.flags &= static_cast<std::uint8_t>(~frees_nothing_flag); }
+  Payload& become(Type type) noexcept;
+  void assign_long(std::string_view text, MonotonicArena* arena);
   std::string_view text() const noexcept;
-  void release() noexcept {
-    if (record_.type >= Type::string && record_.type <= Type::object) release_body();
-  }
+  std::string_view long_text() const noexcept;
+  void release() noexcept;
   void release_body() noexcept;
+  [[noreturn]] void fail_type(const char* expected) const;
 
   Record record_;
 };
 
-struct Member {
-  Member(std::string_view name, Value content) : key(name), value(std::move(content)) {}
-  explicit Member(std::string_view name) : key(name) {}
+inline void Value::release() noexcept {
+  if (type() >= Type::string && type() <= Type::object && !has(frees_nothing_flag)) release_body();
+}
 
-  std::string key;
-  Value value;
-};
+inline Value::Payload& Value::become(Type type) noexcept {
+  release();
+  record_.type = type;
+  record_.inline_length = 0;
+  record_.flags = 0;
+  record_.arena_length = 0;
+  return record_.payload;
+}
 
-// From key to position, as a hash table with prime bucket counts and at most one entry a bucket on average. It keeps
-// positions only and reads the keys where the members are, so growing the members leaves it valid.
-class ObjectIndex {
- public:
-  static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+template <Integer T>
+void Value::assign(T value) noexcept {
+  if constexpr (std::is_signed_v<T>) {
+    become(Type::integer).integer = value;
+  } else {
+    become(Type::uinteger).uinteger = value;
+  }
+}
 
-  // Of equal keys the last one counts.
-  explicit ObjectIndex(const std::vector<Member>& members) { rebuild(members); }
+inline void Value::assign(std::string_view text, MonotonicArena* arena) {
+  if (text.size() > max_inline_length) return assign_long(text, arena);
+  Payload& payload = become(Type::string);
+  payload = Payload{};
+  text.copy(payload.text, text.size());
+  record_.inline_length = static_cast<std::uint8_t>(text.size());
+}
 
-  std::size_t find(const std::vector<Member>& members, std::string_view key) const noexcept;
-  // Enters the last member.
-  void add_last(const std::vector<Member>& members);
-  // True if a key came more than once.
-  bool has_repeats() const noexcept { return has_repeats_; }
+inline std::string_view Value::text() const noexcept {
+  if (record_.inline_length == out_of_line) return long_text();
+  return {record_.payload.text, record_.inline_length};
+}
 
- private:
-  void rebuild(const std::vector<Member>& members);
-  void enter(const std::vector<Member>& members, std::size_t position) noexcept;
+inline std::string_view Value::as_string() const {
+  if (!is_string()) fail_type("string");
+  return text();
+}
 
-  std::vector<std::size_t> buckets_;  // first position of each chain
-  std::vector<std::size_t> next_;     // by position
-  bool has_repeats_ = false;
-};
+inline std::int64_t Value::as_integer() const {
+  if (type() == Type::integer) return record_.payload.integer;
+  if (type() == Type::uinteger && std::in_range<std::int64_t>(record_.payload.uinteger)) {
+    return static_cast<std::int64_t>(record_.payload.uinteger);
+  }
+  fail_type("integer");
+}
 
-// An object's members and, from 16 of them on, their index.
-class Object {
- public:
-  static constexpr std::size_t index_threshold = 16;
+inline const Array& Value::as_array() const {
+  if (!is_array()) fail_type("array");
+  return *record_.payload.array;
+}
 
-  Object() = default;
-  Object(const Object&) = delete;
-  Object& operator=(const Object&) = delete;
+inline const Object& Value::as_object() const {
+  if (!is_object()) fail_type("object");
+  return *record_.payload.object;
+}
 
-  const std::vector<Member>& members() const noexcept { return members_; }
-  std::size_t size() const noexcept { return members_.size(); }
-  void reserve(std::size_t count) { members_.reserve(count); }
-
-  Value* find(std::string_view key) noexcept;
-  const Value* find(std::string_view key) const noexcept;
-  void set(std::string_view key, Value value);
-  // Takes a deep copy of the members; the index comes back when it is needed.
-  void assign(const Object& other);
-
-  // Appends a null member, whether or not the key is there already, and returns its value.
-  Value& append(std::string_view key);
-  // Of each repeated key only the last member stays, where it stands.
-  void drop_repeated_keys();
-
- private:
-  std::size_t position_of(std::string_view key) const noexcept;
-  std::size_t scan_for(std::string_view key) const noexcept;
-  void index_last() noexcept;
-  void drop_repeated_few();
-  void drop_repeated_many();
-
-  std::vector<Member> members_;
-  mutable std::unique_ptr<ObjectIndex> index_;
-};
+inline bool Value::same_text(const Value& other) const noexcept {
+  if (record_.inline_length != other.record_.inline_length) return false;
+  if (record_.inline_length == out_of_line) return long_text() == other.long_text();
+  return std::memcmp(record_.payload.text, other.record_.payload.text, sizeof record_.payload.text) == 0;
+}
 
 }  // namespace yajson
