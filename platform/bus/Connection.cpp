@@ -87,6 +87,10 @@ bool Connection::flush() {
   return true;
 }
 
+void Connection::shut_down() {
+  shutdown(fd_.get(), SHUT_RDWR);
+}
+
 UniqueFd listen_at(const std::string& path) {
   UniqueFd fd = open_socket(path, bind);
   if (fd && listen(fd.get(), backlog) != 0) return {};

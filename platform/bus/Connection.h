@@ -34,6 +34,8 @@ class Connection {
   std::size_t queued_bytes() const { return queued_; }
   // Writes what the peer takes. False when the peer is gone.
   [[nodiscard]] bool flush();
+  // Ends the stream in both directions; the next read tells that the peer is gone.
+  void shut_down();
 
  private:
   UniqueFd fd_;

@@ -1,0 +1,34 @@
+// What the controller knows and tells its daemon, again after each of the daemon's starts: the VRRP state, the setup
+// and the records of the access points. Kept up to date by the messages that pass. A plain value.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/bus/Frame.h"
+#include "zal/MacAddr.h"
+
+namespace controller {
+
+class Site {
+ public:
+  std::int64_t vrrp_state = 3;
+  std::optional<std::string> setup;
+  std::map<zal::MacAddr, std::string> ap_records;
+
+  // Takes over what a message says, if it says something of these.
+  void remember(const zal::bus::Fields& message);
+  // The messages that tell a daemon everything, in the order in which it wants them.
+  std::vector<zal::bus::Fields> messages() const;
+  // "master", "backup" or "undecided", as the state orders it; "none" while there is no setup or it is disabled.
+  const char* role() const;
+};
+
+// The records of a file: a JSON array of objects, each with "mac" and what else is known of that access point. Throws
+// std::runtime_error with the reason if it is anything else.
+std::map<zal::MacAddr, std::string> parse_ap_records(const std::string& text);
+
+}  // namespace controller

@@ -1,0 +1,211 @@
+// zalctl: the command line of a running zal_controller. Answers go to standard output, errors to standard error with a
+// non-zero status.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "controller/ControlClient.h"
+#include "controller/LogReader.h"
+#include "controller/StateDir.h"
+#include "controller/alarms.h"
+#include "zal/IMsg.h"
+#include "zal/MacAddr.h"
+
+namespace {
+
+using controller::ControlClient;
+using controller::StateDir;
+using zal::bus::Fields;
+
+struct Options {
+  std::string state = ".zal";
+  bool json = false;
+  bool follow = false;
+  bool clear = false;
+  std::string file;
+  std::string mac;
+  std::string text;
+  std::vector<std::string> fields;
+  std::int64_t number = 0;
+
+  StateDir directory() const { return StateDir(state); }
+};
+
+std::string read_file(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw std::runtime_error("cannot read " + path);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void print(const std::string& line) {
+  if (std::printf("%s\n", line.c_str()) < 0 || std::fflush(stdout) != 0) throw std::runtime_error("cannot print");
+}
+
+Fields ask(const Options& options, const Fields& request) {
+  ControlClient client(options.directory());
+  client.send(request);
+  return client.receive();
+}
+
+std::string duration_text(std::int64_t seconds) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", static_cast<long long>(seconds / 3600),
+                static_cast<long long>(seconds / 60 % 60), static_cast<long long>(seconds % 60));
+  return text;
+}
+
+void status(const Options& options) {
+  const Fields answer = ask(options, {{"command", "status"}});
+  if (options.json) return print(to_json(answer));
+  print("zal_rrm     " + *answer.text("phase"));
+  print("pid         " + (answer.number("pid") == 0 ? "none" : std::to_string(*answer.number("pid"))));
+  print("up-time     " + duration_text(*answer.number("uptime")));
+  print("VRRP state  " + std::to_string(*answer.number("vrrp")));
+  print("role        " + *answer.text("role"));
+}
+
+// A message of the bus. What a person sees is whether it was served; the raw reply is for programs.
+Fields send_message(const Options& options, const Fields& message) {
+  return ask(options, {{"command", "send"}, {"frame", to_json(message)}});
+}
+
+void send_known(const Options& options, const Fields& message) {
+  const Fields answer = send_message(options, message);
+  if (options.json) return print(to_json(answer));
+  print(answer.flag("kept") ? "kept for the next start of zal_rrm" : "served");
+}
+
+void setup(const Options& options) {
+  send_known(options,
+             {{"type", std::int64_t{zal::IPC_MSG__RRM_SETUP::type_number}}, {"text", read_file(options.file)}});
+}
+
+void vrrp(const Options& options) {
+  send_known(options, {{"type", std::int64_t{zal::IPC_MSG__VRRP_STATE::type_number}}, {"state", options.number}});
+}
+
+void ap_info(const Options& options) {
+  if (options.clear)
+    return send_known(options, {{"type", std::int64_t{zal::IPC_MSG__RRM_AP_INFO_CLEARED::type_number}}});
+  if (options.mac.empty() || options.file.empty()) throw std::runtime_error("ap-info wants MAC and FILE, or --clear");
+  const auto mac = zal::MacAddr::from_str(options.mac);
+  if (!mac.is_valid()) throw std::runtime_error("'" + options.mac + "' is no MAC address");
+  send_known(options, {{"type", std::int64_t{zal::IPC_MSG__RRM_AP_INFO::type_number}},
+                       {"mac", mac.to_string()},
+                       {"text", read_file(options.file)}});
+}
+
+// K=V: V as JSON where it is an integer or a boolean or a quoted text, as it stands where it is anything else.
+void set_field(Fields& message, const std::string& assignment) {
+  const auto equals = assignment.find('=');
+  if (equals == std::string::npos || equals == 0) throw std::runtime_error("'" + assignment + "' is not K=V");
+  const std::string value = assignment.substr(equals + 1);
+  std::string reason;
+  const auto parsed = zal::bus::parse_fields("{\"v\":" + value + "}", reason);
+  const auto* const plain = parsed && parsed->size() == 1 ? parsed->find("v") : nullptr;
+  message.set(assignment.substr(0, equals), plain ? *plain : zal::bus::Value(value));
+}
+
+void send(const Options& options, bool has_text) {
+  Fields message{{"type", options.number}};
+  if (has_text) message.set("text", options.text);
+  for (const auto& assignment : options.fields) set_field(message, assignment);
+  const Fields answer = send_message(options, message);
+  const std::string* const reply = answer.text("frame");
+  print(reply ? *reply : to_json(answer));
+}
+
+void alarms(const Options& options) {
+  ControlClient client(options.directory());
+  client.send({{"command", "alarms"}, {"follow", options.follow}});
+  for (Fields frame = client.receive(); !frame.flag("ok"); frame = client.receive()) {
+    const auto number = frame.number("status").value_or(0);
+    print(options.json ? to_json(frame)
+                       : *frame.text("time") + " " + *frame.text("location") + ": " + std::to_string(number) + " " +
+                             controller::status_name(number));
+  }
+}
+
+void log(const Options& options) {
+  constexpr int patience_ms = 1000;
+  controller::LogReader reader(options.directory().log());
+  for (;;) {
+    while (const auto line = reader.next_line()) print(options.json ? zal::bus::to_json({{"line", *line}}) : *line);
+    if (!options.follow) return;
+    reader.wait(patience_ms);
+  }
+}
+
+void stop(const Options& options) {
+  const Fields answer = ask(options, {{"command", "stop"}});
+  print(options.json ? to_json(answer) : "zal_rrm has ended");
+}
+
+using Action = std::function<void()>;
+
+void add_messages(CLI::App& app, Options& options, Action& action) {
+  auto* const setup_command = app.add_subcommand("setup", "send a setup");
+  setup_command->add_option("FILE", options.file)->required();
+  setup_command->callback([&] { action = [&options] { setup(options); }; });
+
+  auto* const vrrp_command = app.add_subcommand("vrrp", "send a VRRP state: 0 or 1 master, 2 standby, 3 undecided");
+  vrrp_command->add_option("N", options.number)->required();
+  vrrp_command->callback([&] { action = [&options] { vrrp(options); }; });
+
+  auto* const ap_command = app.add_subcommand("ap-info", "send the record of an access point, or clear all");
+  ap_command->add_option("MAC", options.mac);
+  ap_command->add_option("FILE", options.file, "the record: one JSON object; an empty one removes the access point");
+  ap_command->add_flag("--clear", options.clear);
+  ap_command->callback([&] { action = [&options] { ap_info(options); }; });
+
+  auto* const send_command = app.add_subcommand("send", "send any message and print the reply frame");
+  send_command->add_option("TYPE", options.number)->required();
+  const auto* const text = send_command->add_option("--text", options.text, "the field 'text'");
+  send_command->add_option("--field", options.fields, "K=V, any number of times")->allow_extra_args(false);
+  send_command->callback(
+      [&action, &options, text] { action = [&options, text] { send(options, text->count() > 0); }; });
+}
+
+void add_questions(CLI::App& app, Options& options, Action& action) {
+  app.add_subcommand("status", "pid, up-time, VRRP state, role")->callback([&] {
+    action = [&options] { status(options); };
+  });
+  auto* const alarms_command = app.add_subcommand("alarms", "what the daemon raised");
+  alarms_command->add_flag("--follow", options.follow);
+  alarms_command->callback([&] { action = [&options] { alarms(options); }; });
+
+  auto* const log_command = app.add_subcommand("log", "what the daemon logged");
+  log_command->add_flag("--follow", options.follow);
+  log_command->callback([&] { action = [&options] { log(options); }; });
+
+  app.add_subcommand("stop", "order the daemon and the controller to end, and wait")->callback([&] {
+    action = [&options] { stop(options); };
+  });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  Action action;
+  CLI::App app("Asks a running zal_controller.", "zalctl");
+  app.add_option("--state", options.state, "the controller's state directory")->capture_default_str();
+  app.add_flag("--json", options.json, "answers as JSON, one object a line");
+  app.require_subcommand(1);
+  app.fallthrough();
+  add_questions(app, options, action);
+  add_messages(app, options, action);
+  CLI11_PARSE(app, argc, argv);
+  try {
+    action();
+    return 0;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "zalctl: %s\n", e.what());
+    return 1;
+  }
+}
