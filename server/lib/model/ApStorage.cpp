@@ -9,10 +9,14 @@ namespace rrm {
 void ApStorage::insert_ap(const std::shared_ptr<ApEntry>& ap) {
   if (ap == nullptr) return;
   erase_ap(ap);
+  std::vector<MacAddr>& keys = keys_[ap->mac];
+  const auto add = [&](const MacAddr& mac, const Radio& radio) {
+    if (owners_.try_emplace(mac, Owner{ap, radio.id}).second) keys.push_back(mac);
+  };
   for (const Radio& radio : ap->radios.list) {
     if (!radio.status) continue;
-    add(radio.mac, ap, radio.id);
-    for (const auto& [ssid, vap] : radio.vaps) add(vap.mac, ap, radio.id);
+    add(radio.mac, radio);
+    for (const auto& [ssid, vap] : radio.vaps) add(vap.mac, radio);
   }
   log_size(*ap);
 }
@@ -60,10 +64,6 @@ std::vector<MacAddr> ApStorage::addresses_of(const MacAddr& ap_mac, std::int32_t
   }
   std::sort(addresses.begin(), addresses.end());
   return addresses;
-}
-
-void ApStorage::add(const MacAddr& mac, const std::shared_ptr<ApEntry>& ap, std::int32_t radio_id) {
-  if (owners_.try_emplace(mac, Owner{ap, radio_id}).second) keys_[ap->mac].push_back(mac);
 }
 
 void ApStorage::log_size(const ApEntry& ap) const {

@@ -36,7 +36,6 @@ class ApStorage {
   std::size_t size() const { return owners_.size(); }
 
  private:
-  void add(const MacAddr& mac, const std::shared_ptr<ApEntry>& ap, std::int32_t radio_id);
   void log_size(const ApEntry& ap) const;
 
   std::unordered_map<MacAddr, Owner, MacAddrHash> owners_;
