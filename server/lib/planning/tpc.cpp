@@ -2,7 +2,7 @@
 
 #include <array>
 #include <cstdlib>
-#include <span>
+#include <vector>
 
 #include "model/bands.h"
 #include "planning/MacIndex.h"
@@ -99,13 +99,15 @@ Slots listening_slots(const Radios& radios) {
 class PowerRun {
  public:
   PowerRun(ApMap& aps, const DomainConfig& config, PlanResult& results)
-      : aps_(aps), hd_mode_(config.use_hd_mode), results_(results) {
+      : hd_mode_(config.use_hd_mode), results_(results) {
+    peers_.reserve(aps.size());
+    for (const auto& [mac, ap] : aps) peers_.push_back({mac, ap.get()});
     index_addresses();
   }
 
   PowerRunSummary run() {
-    for (const auto& [mac, ap] : aps_) reduce_neighbours(*ap);
-    for (const auto& [mac, ap] : aps_) raise_own_radios(mac, *ap);
+    for (const Peer& peer : peers_) reduce_neighbours(*peer.ap);
+    for (const Peer& peer : peers_) raise_own_radios(peer);
     return summary_;
   }
 
@@ -117,12 +119,11 @@ class PowerRun {
 
   // Enabled or not, every radio's address and every VAP's names its AP.
   void index_addresses() {
-    for (const auto& [mac, ap] : aps_) {
-      const Peer peer{mac, ap.get()};
-      by_mac_.add(mac, peer);
-      for (const Radio& radio : ap->radios.list) {
-        if (radio.mac != mac) by_mac_.add(radio.mac, peer);
-        for (const auto& [ssid, vap] : radio.vaps) by_mac_.add(vap.mac, peer);
+    for (std::size_t place = 0; place < peers_.size(); ++place) {
+      by_mac_.add(peers_[place].mac, place);
+      for (const Radio& radio : peers_[place].ap->radios.list) {
+        by_mac_.add(radio.mac, place);
+        for (const auto& [ssid, vap] : radio.vaps) by_mac_.add(vap.mac, place);
       }
     }
     by_mac_.build();
@@ -131,7 +132,9 @@ class PowerRun {
   // The AP behind an address, if it has answered the scan of this cycle; the first of several.
   const Peer* answering_peer(const MacAddr& bssid) const {
     const auto found = by_mac_.of(bssid);
-    return !found.empty() && has_answered(*found.front().second.ap) ? &found.front().second : nullptr;
+    if (found.empty()) return nullptr;
+    const Peer& first = peers_[found.front().place];
+    return has_answered(*first.ap) ? &first : nullptr;
   }
 
   // The AP as a listener: whoever it hears too loud must come down.
@@ -159,15 +162,15 @@ class PowerRun {
   }
 
   // The AP as one who is not heard enough.
-  void raise_own_radios(const MacAddr& mac, ApEntry& ap) {
-    if (!has_answered(ap)) return;
+  void raise_own_radios(const Peer& peer) {
+    if (!has_answered(*peer.ap)) return;
     bool changed = false;
-    for (Radio& radio : ap.radios.list) {
-      if (radio.conflicted || !listens(radio) || !raise(ap, radio)) continue;
+    for (Radio& radio : peer.ap->radios.list) {
+      if (radio.conflicted || !listens(radio) || !raise(*peer.ap, radio)) continue;
       ++summary_.raised;
       changed = true;
     }
-    if (changed) results_.insert_or_assign(mac, ap.radios);
+    if (changed) results_.insert_or_assign(peer.mac, peer.ap->radios);
   }
 
   // A radio that hears no peer at all keeps limits of 0 and so goes to the top of its range: a lone AP runs at full
@@ -193,10 +196,10 @@ class PowerRun {
     return strongest;
   }
 
-  ApMap& aps_;
   const bool hd_mode_;
   PlanResult& results_;
-  MacIndex<Peer> by_mac_;
+  std::vector<Peer> peers_;  // in the order of the domain
+  MacIndex by_mac_;          // places in peers_
   PowerRunSummary summary_;
 };
 
