@@ -546,7 +546,8 @@ void GlobalConfig::compare(const GlobalConfig& other, const std::function<void()
   if (on_global && present->global != wanted->global) on_global();
   compare_named(all_patterns(*present), all_patterns(*wanted), on_pattern_changed, on_pattern_added,
                 on_pattern_removed);
-  compare_named(all_domains(*present), all_domains(*wanted), on_domain_changed, on_domain_added, on_domain_removed);
+  // The callbacks so far may have edited this configuration: a removed pattern takes its domains along.
+  compare_named(all_domains(*state()), all_domains(*wanted), on_domain_changed, on_domain_added, on_domain_removed);
 }
 
 bool GlobalConfig::operator==(const GlobalConfig& other) const {
