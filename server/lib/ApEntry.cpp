@@ -108,7 +108,7 @@ void ApEntry::restore(const JsonReader& json, ChannelPools& channels) {
 }
 
 std::shared_ptr<ApEntry> ApEntry::clone_entry() const {
-  const std::shared_ptr<ApEntry> clone(new ApEntry(*this));
+  std::shared_ptr<ApEntry> clone(new ApEntry(*this));
   clone->session = no_session;
   return clone;
 }

@@ -69,6 +69,7 @@ TEST(MacAddr, APoolHoldsItsStartButNotItsEnd) {
       {"the end", "00:11:23:00:00:08", 16, false},
       {"an empty pool", "00:11:22:FF:FF:F8", 0, false},
       {"a negative count", "00:11:22:FF:FF:F8", -16, false},
+      {"the smallest count", "00:11:22:FF:FF:F8", std::numeric_limits<std::int64_t>::min(), false},
       {"one address", "00:11:22:FF:FF:F8", 1, true},
   };
   for (const PoolCase& test : cases) {
@@ -87,6 +88,11 @@ TEST(MacAddr, ComparesAndRebasesOnTheLocalBit) {
   EXPECT_EQ(global.rebased_on_local_bit_of(mac("02:00:00:00:00:00")), local);
   EXPECT_EQ(local.rebased_on_local_bit_of(mac("FD:FF:FF:FF:FF:FF")), global);
   EXPECT_EQ(local.rebased_on_local_bit_of(mac("FF:FF:FF:FF:FF:FF")), local);
+}
+
+TEST(MacAddr, IsANumberOf48Bits) {
+  EXPECT_EQ(mac("A0:11:22:33:44:55").to_number(), std::uint64_t{0xA01122334455});
+  EXPECT_EQ(MacAddr::from_number(0xFFFFA01122334455), mac("A0:11:22:33:44:55"));
 }
 
 TEST(MacAddr, OrdersByItsBytes) {

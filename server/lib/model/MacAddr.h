@@ -42,6 +42,7 @@ class MacAddr {
   // True if this address lies in [start, start + count), as 48-bit numbers. A count below 1 holds nothing.
   bool in_pool(const MacAddr& start, std::int64_t count) const;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): the check takes the 0 of the generated comparison for a null pointer.
   auto operator<=>(const MacAddr&) const = default;
 
  private:

@@ -43,8 +43,8 @@ std::vector<std::int32_t> numbers_in(std::string_view text) {
 }
 
 std::vector<std::int32_t> numbers_of(const JsonReader& array) {
-  std::vector<std::int32_t> numbers;
-  for (int i = 0; i < array.size(); ++i) numbers.push_back(array.get_int(i));
+  std::vector<std::int32_t> numbers(static_cast<std::size_t>(array.size()));
+  for (int i = 0; i < array.size(); ++i) numbers[static_cast<std::size_t>(i)] = array.get_int(i);
   return numbers;
 }
 

@@ -177,16 +177,15 @@ VapEntry* VapMap::find(const std::string& ssid) {
   return const_cast<VapEntry*>(std::as_const(*this).find(ssid));
 }
 
-bool VapMap::insert(VapEntry vap) {
-  std::string ssid = vap.ssid;
-  return vaps_.try_emplace(std::move(ssid), std::move(vap)).second;
+bool VapMap::insert(const VapEntry& vap) {
+  return vaps_.try_emplace(vap.ssid, vap).second;
 }
 
 void VapMap::from_json(const JsonReader& array, const Radio& radio, bool restore) {
   if (array.empty()) return;
   vaps_.clear();
   for_each_element(array, [&](const JsonReader& element) {
-    if (std::optional<VapEntry> vap = read_vap(element, radio, restore)) insert(std::move(*vap));
+    if (std::optional<VapEntry> vap = read_vap(element, radio, restore)) insert(*vap);
   });
 }
 

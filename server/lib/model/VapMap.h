@@ -69,7 +69,7 @@ class VapMap {
   const VapEntry* find(const std::string& ssid) const;
   VapEntry* find(const std::string& ssid);
   // Under the entry's SSID; a VAP of that SSID that is there already stays. The result says whether it went in.
-  bool insert(VapEntry vap);
+  bool insert(const VapEntry& vap);
   void clear() { vaps_.clear(); }
 
   // Replaces the VAPs by those of an array, read by the keys of a message, or of a backup with `restore`; a null array
