@@ -144,8 +144,8 @@ void WebsockServerWorker::fill_context_info() {
   context_info.port = config->global().listen_port;
   context_info.protocols = protocols.data();
   context_info.mounts = &mount;
-  context_info.gid = static_cast<gid_t>(-1);
-  context_info.uid = static_cast<uid_t>(-1);
+  context_info.gid = -1;
+  context_info.uid = -1;
   context_info.options = LWS_SERVER_OPTION_DISABLE_IPV6 | LWS_SERVER_OPTION_FAIL_UPON_UNABLE_TO_BIND;
   context_info.count_threads = 1;
   context_info.fd_limit_per_thread = session_capacity + 3;
@@ -249,8 +249,10 @@ int WebsockServerWorker::lws_callback(lws* wsi, lws_callback_reasons reason, voi
   return lws_callback_target ? lws_callback_target(wsi, reason, user, in, len) : -1;
 }
 
+// With every level on, the library says some 35 lines for each message: they share one buffer a thread.
 void WebsockServerWorker::logger_callback(int level, const char* line) {
-  std::string text(line);
+  static thread_local std::string text;
+  text = line;
   std::replace(text.begin(), text.end(), '\n', ' ');
   RRM_LOG(LOG_TRACE, "libwebsocket-debug> %d: %.*s", level, static_cast<int>(text.size()), text.c_str());
 }

@@ -18,7 +18,7 @@
 
 namespace rrm::testing {
 
-class FakeLws final : public LwsApi {
+class FakeLws : public LwsApi {
  public:
   // What the library knows of a connection.
   struct Peer {
@@ -61,6 +61,7 @@ class FakeLws final : public LwsApi {
 
   // The lines since the last call.
   std::vector<std::string> take_calls() RRM_EXCLUDES(mutex_);
+  // True once the line is among them; false if it does not come in time.
   bool wait_for_call(const std::string& line) RRM_EXCLUDES(mutex_);
 
   void set_log_level(int level, void (*emit)(int level, const char* line)) override;
@@ -91,7 +92,6 @@ class FakeLws final : public LwsApi {
   std::map<lws*, Peer> peers_ RRM_GUARDED_BY(mutex_);
   std::set<lws*> open_ RRM_GUARDED_BY(mutex_);
   std::vector<std::string> calls_ RRM_GUARDED_BY(mutex_);
-  std::set<std::string> ever_called_ RRM_GUARDED_BY(mutex_);
   std::uint64_t wakeups_ RRM_GUARDED_BY(mutex_) = 0;
   std::map<int, std::uint64_t> wakeups_seen_ RRM_GUARDED_BY(mutex_);  // by service thread
 };

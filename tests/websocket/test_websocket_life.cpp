@@ -50,8 +50,8 @@ TEST_F(WebsockLife, ConnectDescribesTheListenerToTheLibrary) {
 
   const lws_context_creation_info& info = server.library.info();
   EXPECT_EQ(info.port, 8099);
-  EXPECT_EQ(info.gid, static_cast<gid_t>(-1));
-  EXPECT_EQ(info.uid, static_cast<uid_t>(-1));
+  EXPECT_EQ(info.gid, -1);
+  EXPECT_EQ(info.uid, -1);
   EXPECT_EQ(info.options, 32u | LWS_SERVER_OPTION_FAIL_UPON_UNABLE_TO_BIND);
   EXPECT_EQ(info.count_threads, 1u);
   EXPECT_EQ(info.fd_limit_per_thread, 20003u);

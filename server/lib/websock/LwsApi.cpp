@@ -1,14 +1,37 @@
 #include "websock/LwsApi.h"
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <array>
+#include <cstdint>
 
 namespace rrm {
 namespace {
 
+// Whether the port can be bound now, as the library would do it.
+bool can_bind(int port) {
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return false;
+  const int on = 1;
+  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  const bool bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  ::close(fd);
+  return bound;
+}
+
 class Libwebsockets final : public LwsApi {
  public:
   void set_log_level(int level, void (*emit)(int level, const char* line)) override { lws_set_log_level(level, emit); }
-  lws_context* create_context(const lws_context_creation_info& info) override { return lws_create_context(&info); }
+  // The library never frees all of a context that could not be created, and the worker tries again without a pause: a
+  // port that somebody else holds is found out without it.
+  lws_context* create_context(const lws_context_creation_info& info) override {
+    return can_bind(info.port) ? lws_create_context(&info) : nullptr;
+  }
   void context_destroy(lws_context* context) override { lws_context_destroy(context); }
   int get_count_threads(lws_context* context) override { return lws_get_count_threads(context); }
   int service_tsi(lws_context* context, int timeout_ms, int tsi) override {

@@ -17,6 +17,7 @@ class LwsApi {
   virtual ~LwsApi() = default;
 
   virtual void set_log_level(int level, void (*emit)(int level, const char* line)) = 0;
+  // Null if that is not possible now, for example while the port is taken.
   virtual lws_context* create_context(const lws_context_creation_info& info) = 0;
   virtual void context_destroy(lws_context* context) = 0;
   virtual int get_count_threads(lws_context* context) = 0;

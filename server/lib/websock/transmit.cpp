@@ -110,12 +110,11 @@ void WebsockServerWorker::process_wait_cancelled(lws* wsi) {
 std::vector<lws*> WebsockServerWorker::take_filled(SendQueues& queues) {
   std::vector<lws*> filled;
   MutexLock lock(queues.mutex);
-  filled.swap(queues.filled);
-  const auto& map = queues.map;
-  std::erase_if(filled, [&map](lws* wsi) {
-    const auto found = map.find(wsi);
-    return found == map.end() || found->second->empty();
-  });
+  for (lws* const wsi : queues.filled) {
+    const auto found = queues.map.find(wsi);
+    if (found != queues.map.end() && !found->second->empty()) filled.push_back(wsi);
+  }
+  queues.filled.clear();
   return filled;
 }
 
