@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -591,6 +592,108 @@ TEST_F(RadioReading, NumbersAtTheEndsOverflowNothing) {
     EXPECT_EQ(radio().antenna_gain, std::stol(number)) << number;
     EXPECT_EQ(radio().lower_power(INT_MAX, INT_MIN), 0) << number;
     EXPECT_EQ(radio().primary_channel, 0) << number;
+  }
+}
+
+// A value of any type, often one that some key makes sense of.
+std::string random_value(std::mt19937& random) {
+  const std::vector<std::string> values = {
+      "0",
+      "1",
+      "-1",
+      "2",
+      "3",
+      "5",
+      "6",
+      "20",
+      "36",
+      "40",
+      "80",
+      "160",
+      "165",
+      "166",
+      "233",
+      "320",
+      "2147483647",
+      "-2147483648",
+      "1e300",
+      "99999999999",
+      "null",
+      "true",
+      "[]",
+      "{}",
+      "1.5",
+      R"("")",
+      R"("36 40 0 99999999999 200")",
+      R"("ul")",
+      R"("6")",
+      R"([{"id":15,"ssid":"a"},{"id":16,"ssid":"b"},{"id":1,"ssid":"c","mac":"here"},null,7])",
+      R"([{"rssi":-60,"mac":"0a:00:00:00:00:01","ssid":"a"},{},null])",
+      R"({"antenna-gain":2147483647,"cable-loss":-1})"};
+  return values[random() % values.size()];
+}
+
+std::string random_message(std::mt19937& random) {
+  const std::vector<std::string> keys = {"id",
+                                         "status",
+                                         "channel",
+                                         "band",
+                                         "power",
+                                         "power-max",
+                                         "power-min",
+                                         "eirp-min",
+                                         "eirp-max",
+                                         "eirp",
+                                         "vaps",
+                                         "bandwidth",
+                                         "mac-offset",
+                                         "radio-mac-count",
+                                         "assoclist",
+                                         "locked-for-tpc",
+                                         "locked-for-dca",
+                                         "locked-for-balancer",
+                                         "locked-for-80211v",
+                                         "primary-channel",
+                                         "available-channels",
+                                         "antenna-configuration"};
+  std::string elements;
+  for (unsigned count = random() % 4; count > 0; --count) {
+    std::string members = R"("x":0)";
+    for (const std::string& key : keys) {
+      if (random() % 2 == 0) members += ",\"" + key + "\":" + random_value(random);
+    }
+    elements += (elements.empty() ? "{" : ",{") + members + "}";
+  }
+  return R"({"radios":[)" + elements + "]}";
+}
+
+void expect_sound(const Radio& radio, const std::string& message) {
+  EXPECT_TRUE(radio.status || (!radio.tpc_managed && !radio.dca_managed)) << message;
+  EXPECT_TRUE(radio.band == 0 || radio.band == 2 || radio.band == 5 || radio.band == 6) << message;
+  EXPECT_TRUE(radio.primary_channel >= 0 && radio.primary_channel <= 1024 && radio.primary_channel % 256 == 0)
+      << message;
+  EXPECT_TRUE(radio.bandwidth != 20 || radio.primary_channel == 0) << message;
+  EXPECT_TRUE(radio.available_channels.empty() || *radio.available_channels.begin() > 0) << message;
+  for (const auto& [ssid, vap] : radio.vaps) EXPECT_TRUE(vap.mac.in_pool(radio.mac, radio.max_mac_count)) << message;
+}
+
+TEST_F(RadioReading, WhateverAnApSendsItsRadiosStaySound) {
+  std::mt19937 random(31);
+  for (int trial = 0; trial < 2000 && !HasFailure(); ++trial) {
+    const std::string message = random_message(random);
+    read(message);
+    for (std::int32_t id = 0; id < 3; ++id) {
+      ASSERT_EQ(radio(id).id, id);
+      expect_sound(radio(id), message);
+      radio(id).lower_power(-60, -70);
+      radio(id).raise_power(-90, -70, -72);
+      EXPECT_FALSE(reader(dump(id)).empty()) << message;
+    }
+    capture.clear();
+  }
+  for (const std::int32_t band : {0, 1, 3, 4}) EXPECT_TRUE(pools.at(static_cast<std::size_t>(band)).empty()) << band;
+  for (const ChannelSet& pool : pools) {
+    for (const std::int32_t channel : pool) EXPECT_TRUE(channel >= 1 && channel <= 233) << channel;
   }
 }
 
