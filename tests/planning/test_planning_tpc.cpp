@@ -338,9 +338,9 @@ TEST_F(PowerPlan, ALoneRadioAboveItsRangeIsBroughtBackIntoIt) {
 
 TEST_F(PowerPlan, APeerAtMinusHundredIsNoPeer) {
   for (const auto& [level, expected] :
-       {std::pair{-100, 25}, std::pair{-120, 25}, std::pair{-99, 25}, std::pair{-78, 22}}) {
+       {std::pair{-120, 60}, std::pair{-100, 60}, std::pair{-99, 43}, std::pair{-78, 22}}) {
     SCOPED_TRACE(level);
-    site({ap('A').with_radio(on(36).power_range(0, 25)).hears(bssid('B'), a_neighbour(level, 36)),
+    site({ap('A').with_radio(on(36).power_range(0, 60)).hears(bssid('B'), a_neighbour(level, 36)),
           ap('B').with_radio(on(36))});
     run();
     EXPECT_EQ(power('A'), expected);

@@ -131,17 +131,17 @@ void SpectrumTable::add(std::int64_t centre, std::int32_t half_width, std::int64
   const auto first = std::max<std::int64_t>(centre - half_width, first_channel);
   const auto last = std::min<std::int64_t>(centre + half_width, last_channel);
   if (first > last) return;
-  steps_[static_cast<std::size_t>(first - first_channel)] += weight;
-  steps_[static_cast<std::size_t>(last - first_channel + 1)] -= weight;
+  steps_[cell_of(first)] += weight;
+  steps_[cell_of(last) + 1] -= weight;
 }
 
-// Makes the cells, and their running totals, from the steps.
+// Makes the running totals from the steps.
 void SpectrumTable::settle() {
   std::int64_t level = 0;
   std::int64_t total = 0;
   for (std::size_t cell = 0; cell < cell_count; ++cell) {
     level += steps_[cell];
-    total += saturate32(level);
+    total += level;
     totals_[cell + 1] = total;
   }
 }
@@ -150,8 +150,7 @@ std::int64_t SpectrumTable::sum(std::int32_t centre, std::int32_t half_width) co
   if (centre < first_channel || centre > last_channel) return 0;
   const std::int32_t first = std::max(centre - half_width, first_channel);
   const std::int32_t last = std::min(centre + half_width, last_channel);
-  return totals_[static_cast<std::size_t>(last - first_channel + 1)] -
-         totals_[static_cast<std::size_t>(first - first_channel)];
+  return totals_[cell_of(last) + 1] - totals_[cell_of(first)];
 }
 
 std::int32_t SpectrumTable::at(std::int32_t channel) const {

@@ -51,6 +51,9 @@ class SpectrumTable {
   static constexpr std::size_t cell_count = last_channel - first_channel + 1;
   using Sums = std::array<std::int64_t, cell_count + 1>;
 
+  // Requires: the channel lies within the table.
+  static std::size_t cell_of(std::int64_t channel) { return static_cast<std::size_t>(channel - first_channel); }
+
   void add_entries(const NeighbourMap& heard, const Radio& radio);
   void add_signal(const Neighbour& neighbour);
   void add_mask(std::int32_t centre, std::int32_t half_width, std::int64_t weight);

@@ -1,7 +1,6 @@
 #include "planning/dca.h"
 
 #include <set>
-#include <span>
 #include <tuple>
 #include <vector>
 
