@@ -206,9 +206,9 @@ Millis ApAgent::scan_duration_ms(const Json& message, const ScanChannels& channe
 
 void ApAgent::answer_scan() {
   Json rounds = Json::array();
-  for (int round = 0; round < world_.site().scan.rounds; ++round) {
+  for (const ScanRound& round : world_.hear(index_, scan_->channels, scans_)) {
     Json entries = Json::array();
-    for (const HeardBss& heard : world_.hear(index_, scan_->channels, scans_, static_cast<std::uint64_t>(round))) {
+    for (const HeardBss& heard : round) {
       entries.push_back(heard_to_json(heard));
     }
     rounds.push_back(std::move(entries));

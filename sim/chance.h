@@ -15,5 +15,6 @@ double uniform(std::uint64_t hash);
 
 // Mean 0, standard deviation 1: the sum of twelve uniform draws less 6, hence between -6 and 6.
 double normal(std::uint64_t hash);
+inline constexpr double widest_draw = 6;
 
 }  // namespace sim

@@ -51,7 +51,7 @@ double level_between(const World& world, const RadioPicture& a, const RadioPictu
 
 bool may_contend(const RadioPicture& a, const RadioPicture& b) {
   return a.ap != b.ap && a.radio.band == b.radio.band && a.radio.enabled && b.radio.enabled &&
-         overlap_fraction(spectrum_of(a.radio), spectrum_of(b.radio)) > 0;
+         overlap_fraction(a.spectrum, b.spectrum) > 0;
 }
 
 void add_contentions(const World& world, Picture& picture) {
@@ -70,8 +70,8 @@ void add_contentions(const World& world, Picture& picture) {
     const auto& foreign_aps = world.site().foreign_aps;
     for (std::size_t j = 0; j < foreign_aps.size(); ++j) {
       if (foreign_aps[j].band == radios[i].radio.band && radios[i].radio.enabled &&
-          overlap_fraction(spectrum_of(foreign_aps[j]), spectrum_of(radios[i].radio)) > 0) {
-        note(i, radios.size() + j, world.between_dbm(foreign_aps[j], radios[i].ap, radios[i].radio));
+          overlap_fraction(spectrum_of(foreign_aps[j]), radios[i].spectrum) > 0) {
+        note(i, radios.size() + j, world.foreign_dbm(j, radios[i].ap, radios[i].radio));
       }
     }
   }
@@ -106,8 +106,7 @@ Check check_interference(const Site& site, const CycleResult& cycle) {
 bool share_room_and_spectrum(const Site& site, const RadioPicture& a, const RadioPicture& b) {
   const Room* const room = site.room_at(site.access_points[a.ap].position);
   return a.ap != b.ap && a.radio.band == b.radio.band && room != nullptr &&
-         room == site.room_at(site.access_points[b.ap].position) &&
-         overlap_fraction(spectrum_of(a.radio), spectrum_of(b.radio)) > 0;
+         room == site.room_at(site.access_points[b.ap].position) && overlap_fraction(a.spectrum, b.spectrum) > 0;
 }
 
 Check check_rooms(const Site& site, const CycleResult& cycle) {
@@ -205,7 +204,7 @@ Picture take_picture(const World& world) {
   Picture picture;
   for (std::size_t ap = 0; ap < world.site().access_points.size(); ++ap) {
     for (const Radio& radio : world.radios(ap)) {
-      picture.radios.push_back({ap, radio, radio.enabled ? world.interference_mw(ap, radio) : 0});
+      picture.radios.push_back({ap, radio, spectrum_of(radio), radio.enabled ? world.interference_mw(ap, radio) : 0});
     }
   }
   add_contentions(world, picture);

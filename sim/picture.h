@@ -14,6 +14,7 @@ namespace sim {
 struct RadioPicture {
   std::size_t ap = 0;
   Radio radio;
+  Interval spectrum;
   double interference_mw = 0;
 };
 

@@ -36,6 +36,10 @@ double distance_loss_db(double distance_m, double centre_mhz) {
   return 40.05 + 20 * std::log10(centre_mhz / 2400) + 20 * std::log10(std::min(d, breakpoint_m)) + beyond;
 }
 
+double link_loss_db(double distance_m, double centre_mhz, double obstruction_db) {
+  return in_hundredths(distance_loss_db(distance_m, centre_mhz) + obstruction_db);
+}
+
 double dbm_to_mw(double dbm) {
   return std::pow(10, dbm / 10);
 }
@@ -61,10 +65,9 @@ double RadioModel::shadowing_db(const Mac& one, const Mac& other, int band) cons
   return normal(hash) * site_.radio_model.shadowing_db;
 }
 
-double RadioModel::link_loss_db(const Point& from, const Mac& sender, const Point& to, const Mac& receiver, int band,
-                                double centre_mhz) const {
-  return in_hundredths(distance_loss_db(distance_m(from, to), centre_mhz) + wall_loss_db(from, to, band) +
-                       shadowing_db(sender, receiver, band));
+double RadioModel::obstruction_db(const Point& from, const Mac& sender, const Point& to, const Mac& receiver,
+                                  int band) const {
+  return wall_loss_db(from, to, band) + shadowing_db(sender, receiver, band);
 }
 
 double RadioModel::measurement_error_db(const Mac& sender, const Mac& receiver, std::uint64_t scan,

@@ -25,6 +25,10 @@ std::map<std::string, PerBand> published_materials();
 // The breakpoint law alone, without walls and chance.
 double distance_loss_db(double distance_m, double centre_mhz);
 
+// All that lies between two antennas, rounded to hundredths of a decibel: mathematical libraries differ in the last
+// bits, and a plan must not depend on which one is linked.
+double link_loss_db(double distance_m, double centre_mhz, double obstruction_db);
+
 double dbm_to_mw(double dbm);
 
 // Of 0 mW: minus infinity.
@@ -40,12 +44,10 @@ class RadioModel {
   // The same in both directions. A link has one draw per band for the life of the site.
   double shadowing_db(const Mac& one, const Mac& other, int band) const;
 
-  // All that lies between two antennas, rounded to hundredths of a decibel: mathematical libraries differ in the last
-  // bits, and a plan must not depend on which one is linked.
-  double link_loss_db(const Point& from, const Mac& sender, const Point& to, const Mac& receiver, int band,
-                      double centre_mhz) const;
+  // Walls and shadowing of a link.
+  double obstruction_db(const Point& from, const Mac& sender, const Point& to, const Mac& receiver, int band) const;
 
-  // The error of one measurement of a link.
+  // The error of one measurement of a link, less than six standard deviations of it.
   double measurement_error_db(const Mac& sender, const Mac& receiver, std::uint64_t scan, std::uint64_t round) const;
 
  private:

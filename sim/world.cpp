@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "sim/chance.h"
+
 namespace sim {
 namespace {
 
@@ -11,8 +13,10 @@ constexpr int station_power_dbm = 15;
 
 }  // namespace
 
-// Something on the air: who (for the link's shadowing), where, how strong (EIRP, dBm) and on what.
+// Something on the air: who (for the link's shadowing), where, how strong (EIRP, dBm) and on what. `node` is its place
+// in the link table.
 struct World::Transmitter {
+  std::size_t node = 0;
   Mac identity;
   Point position;
   int eirp = 0;
@@ -21,11 +25,12 @@ struct World::Transmitter {
   int channel = 0;
   int bandwidth = 0;
   const std::string& primary;
-
-  Interval spectrum() const { return channel_block(band, channel, bandwidth, primary).value().spectrum; }
+  Interval spectrum;
 };
 
+// An antenna that listens; stations move and have no place in the link table.
 struct World::Listener {
+  std::optional<std::size_t> node;
   Mac identity;
   Point position;
   int gain = 0;
@@ -49,7 +54,7 @@ Interval spectrum_of(const ForeignAp& foreign) {
   return channel_block(foreign.band, foreign.channel, foreign.bandwidth, foreign.primary).value().spectrum;
 }
 
-World::World(const Site& site) : site_(site), model_(site) {
+World::World(const Site& site) : site_(site), model_(site), links_(site, model_) {
   for (const AccessPoint& ap : site.access_points) {
     radios_.push_back(ap.radios);
   }
@@ -103,41 +108,48 @@ void World::each_other_transmitter(std::size_t ap, int band, const Visit& visit)
       visit(transmitter_of(other, radio), bssids);
     }
   }
-  for (const ForeignAp& foreign : site_.foreign_aps) {
+  for (std::size_t i = 0; i < site_.foreign_aps.size(); ++i) {
+    const ForeignAp& foreign = site_.foreign_aps[i];
     if (foreign.band == band) {
       bssids.assign(1, foreign.bssid);
-      visit(transmitter_of(foreign), bssids);
+      visit(transmitter_of(i, foreign), bssids);
     }
   }
 }
 
 World::Transmitter World::transmitter_of(std::size_t ap, const Radio& radio) const {
   const AccessPoint& sender = site_.access_points[ap];
-  return {sender.mac,      sender.position, radio.power + radio.antenna_gain - radio.cable_loss,
-          radio.power,     radio.band,      radio.channel,
-          radio.bandwidth, radio.primary};
+  const int eirp = radio.power + radio.antenna_gain - radio.cable_loss;
+  return {ap,         sender.mac,    sender.position, eirp,          radio.power,
+          radio.band, radio.channel, radio.bandwidth, radio.primary, spectrum_of(radio)};
 }
 
-World::Transmitter World::transmitter_of(const ForeignAp& foreign) {
-  return {foreign.bssid,     foreign.position, foreign.power + foreign.antenna_gain,
-          foreign.power,     foreign.band,     foreign.channel,
-          foreign.bandwidth, foreign.primary};
+World::Transmitter World::transmitter_of(std::size_t index, const ForeignAp& foreign) const {
+  const int eirp = foreign.power + foreign.antenna_gain;
+  return {radios_.size() + index, foreign.bssid,       foreign.position, eirp,
+          foreign.power,          foreign.band,        foreign.channel,  foreign.bandwidth,
+          foreign.primary,        spectrum_of(foreign)};
 }
 
 World::Listener World::listener_of(std::size_t ap, const Radio& radio) const {
   const AccessPoint& listener = site_.access_points[ap];
-  return {listener.mac, listener.position, radio.antenna_gain - radio.cable_loss, radio.band, spectrum_of(radio)};
+  return {ap, listener.mac, listener.position, radio.antenna_gain - radio.cable_loss, radio.band, spectrum_of(radio)};
+}
+
+double World::obstruction_db(const Transmitter& sender, const Listener& listener) const {
+  return listener.node ? links_.obstruction_db(sender.node, *listener.node, listener.band)
+                       : model_.obstruction_db(sender.position, sender.identity, listener.position, listener.identity,
+                                               listener.band);
 }
 
 double World::received_dbm(const Transmitter& sender, const Listener& listener) const {
   return sender.eirp + listener.gain -
-         model_.link_loss_db(sender.position, sender.identity, listener.position, listener.identity, listener.band,
-                             sender.spectrum().centre_mhz());
+         link_loss_db(distance_m(sender.position, listener.position), sender.spectrum.centre_mhz(),
+                      obstruction_db(sender, listener));
 }
 
-std::vector<HeardBss> World::hear(std::size_t ap, const ScanChannels& channels, std::uint64_t scan,
-                                  std::uint64_t round) const {
-  std::vector<HeardBss> heard;
+std::vector<ScanRound> World::hear(std::size_t ap, const ScanChannels& channels, std::uint64_t scan) const {
+  std::vector<ScanRound> rounds(static_cast<std::size_t>(site_.scan.rounds));
   for (const Radio& radio : radios_[ap]) {
     const auto visited = channels.find(radio.band);
     if (!radio.enabled || visited == channels.end()) {
@@ -147,21 +159,27 @@ std::vector<HeardBss> World::hear(std::size_t ap, const ScanChannels& channels, 
     each_other_transmitter(ap, radio.band, [&](const Transmitter& sender, const std::vector<Mac>& bssids) {
       const auto& list = visited->second;
       if (std::find(list.begin(), list.end(), sender.channel) != list.end()) {
-        add_beacons(sender, listener, bssids, scan, round, heard);
+        add_beacons(sender, listener, bssids, scan, rounds);
       }
     });
   }
-  return heard;
+  return rounds;
 }
 
 void World::add_beacons(const Transmitter& sender, const Listener& listener, const std::vector<Mac>& bssids,
-                        std::uint64_t scan, std::uint64_t round, std::vector<HeardBss>& heard) const {
+                        std::uint64_t scan, std::vector<ScanRound>& rounds) const {
   const double level = received_dbm(sender, listener);
-  for (const Mac& bssid : bssids) {
-    const double measured = level + model_.measurement_error_db(bssid, listener.identity, scan, round);
-    if (measured >= site_.scan.sensitivity_dbm.of(listener.band)) {
-      heard.push_back({bssid, sender.band, sender.channel, sender.bandwidth, sender.primary, sender.power,
-                       static_cast<int>(std::lround(measured))});
+  const double threshold = site_.scan.sensitivity_dbm.of(listener.band);
+  if (level + widest_draw * site_.radio_model.noise_db < threshold) {
+    return;  // no luck could lift it
+  }
+  for (std::size_t round = 0; round < rounds.size(); ++round) {
+    for (const Mac& bssid : bssids) {
+      const double measured = level + model_.measurement_error_db(bssid, listener.identity, scan, round);
+      if (measured >= threshold) {
+        rounds[round].push_back({bssid, sender.band, sender.channel, sender.bandwidth, sender.primary, sender.power,
+                                 static_cast<int>(std::lround(measured))});
+      }
     }
   }
 }
@@ -169,7 +187,7 @@ void World::add_beacons(const Transmitter& sender, const Listener& listener, con
 double World::interference_mw(std::size_t tuned_ap, const Listener& listener) const {
   double sum = 0;
   each_other_transmitter(tuned_ap, listener.band, [&](const Transmitter& sender, const std::vector<Mac>&) {
-    const double share = overlap_fraction(sender.spectrum(), listener.spectrum);
+    const double share = overlap_fraction(sender.spectrum, listener.spectrum);
     sum += share > 0 ? share * dbm_to_mw(received_dbm(sender, listener)) : 0;
   });
   return sum;
@@ -183,12 +201,12 @@ double World::between_dbm(std::size_t from, const Radio& sender, std::size_t to,
   return received_dbm(transmitter_of(from, sender), listener_of(to, receiver));
 }
 
-double World::between_dbm(const ForeignAp& sender, std::size_t to, const Radio& receiver) const {
-  return received_dbm(transmitter_of(sender), listener_of(to, receiver));
+double World::foreign_dbm(std::size_t foreign, std::size_t to, const Radio& receiver) const {
+  return received_dbm(transmitter_of(foreign, site_.foreign_aps[foreign]), listener_of(to, receiver));
 }
 
 double World::downlink_dbm(std::size_t ap, const Radio& radio, const Point& at, const Mac& station) const {
-  return received_dbm(transmitter_of(ap, radio), {station, at, 0, radio.band, spectrum_of(radio)});
+  return received_dbm(transmitter_of(ap, radio), {std::nullopt, station, at, 0, radio.band, spectrum_of(radio)});
 }
 
 double World::uplink_dbm(std::size_t ap, const Radio& radio, const Point& at, const Mac& station) const {
@@ -196,7 +214,7 @@ double World::uplink_dbm(std::size_t ap, const Radio& radio, const Point& at, co
 }
 
 double World::interference_at_mw(std::size_t ap, const Radio& radio, const Point& at, const Mac& station) const {
-  return interference_mw(ap, Listener{station, at, 0, radio.band, spectrum_of(radio)});
+  return interference_mw(ap, Listener{std::nullopt, station, at, 0, radio.band, spectrum_of(radio)});
 }
 
 }  // namespace sim

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/link_table.h"
 #include "sim/radio_model.h"
 #include "sim/site.h"
 #include "sim/spectrum.h"
@@ -32,6 +33,8 @@ struct HeardBss {
   int rssi = 0;
 };
 
+using ScanRound = std::vector<HeardBss>;
+
 // The channels that a scan visits, by band; a band without an entry is not visited.
 using ScanChannels = std::map<int, std::vector<int>>;
 
@@ -39,6 +42,8 @@ class World {
  public:
   // The site must outlive the world.
   explicit World(const Site& site);
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
 
   const Site& site() const { return site_; }
   const std::vector<Radio>& radios(std::size_t ap) const { return radios_[ap]; }
@@ -49,17 +54,17 @@ class World {
   // beyond the radio's limits is not refused but cut to them, as hardware does.
   std::string apply(std::size_t ap, const RadioOrder& order);
 
-  // What one AP hears in one round of a scan: the beacons of its bands above the sensitivity threshold.
-  std::vector<HeardBss> hear(std::size_t ap, const ScanChannels& channels, std::uint64_t scan,
-                             std::uint64_t round) const;
+  // What one AP hears in each round of a scan: the beacons of its bands at or above the sensitivity threshold. `scan`
+  // numbers the AP's scans, each of which has its own errors of measurement.
+  std::vector<ScanRound> hear(std::size_t ap, const ScanChannels& channels, std::uint64_t scan) const;
 
   // The power that arrives from all other transmitters of the radio's band, each weighted by the share of its
   // transmission that falls into this radio's channel; in mW, as if all of them transmitted at once.
   double interference_mw(std::size_t ap, const Radio& radio) const;
 
-  // How strongly one AP's radio, set as given, receives another AP's radio or a foreign AP, dBm.
+  // How strongly one AP's radio, set as given, receives another AP's radio or a foreign AP (by its place), dBm.
   double between_dbm(std::size_t from, const Radio& sender, std::size_t to, const Radio& receiver) const;
-  double between_dbm(const ForeignAp& sender, std::size_t to, const Radio& receiver) const;
+  double foreign_dbm(std::size_t foreign, std::size_t to, const Radio& receiver) const;
 
   // How strongly a station at a point receives a radio, and the radio the station, dBm.
   double downlink_dbm(std::size_t ap, const Radio& radio, const Point& at, const Mac& station) const;
@@ -73,17 +78,19 @@ class World {
   struct Listener;
 
   Transmitter transmitter_of(std::size_t ap, const Radio& radio) const;
-  static Transmitter transmitter_of(const ForeignAp& foreign);
+  Transmitter transmitter_of(std::size_t index, const ForeignAp& foreign) const;
   Listener listener_of(std::size_t ap, const Radio& radio) const;
   double received_dbm(const Transmitter& sender, const Listener& listener) const;
   double interference_mw(std::size_t tuned_ap, const Listener& listener) const;
+  double obstruction_db(const Transmitter& sender, const Listener& listener) const;
   void add_beacons(const Transmitter& sender, const Listener& listener, const std::vector<Mac>& bssids,
-                   std::uint64_t scan, std::uint64_t round, std::vector<HeardBss>& heard) const;
+                   std::uint64_t scan, std::vector<ScanRound>& rounds) const;
   template <typename Visit>
   void each_other_transmitter(std::size_t ap, int band, const Visit& visit) const;
 
   const Site& site_;
   RadioModel model_;
+  mutable LinkTable links_;  // remembers; never changes an answer
   std::vector<std::vector<Radio>> radios_;
 };
 

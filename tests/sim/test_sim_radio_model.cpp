@@ -7,6 +7,7 @@
 #include "sim/backoff.h"
 #include "sim/chance.h"
 #include "sim/geometry.h"
+#include "sim/link_table.h"
 #include "sim/mac.h"
 #include "sim/radio_model.h"
 #include "sim/site.h"
@@ -251,10 +252,35 @@ TEST(RadioModelTest, WallsOnTheWayAddUp) {
   EXPECT_DOUBLE_EQ(model.wall_loss_db({4, 5}, {6, 5}, 5), 0);
 }
 
+// 10 m at 5210 MHz: 40.05 + 6.7325 + 20 = 66.7825.
 TEST(RadioModelTest, LinkLossIsTheSumInHundredths) {
-  const Site site = parse_site(testing::two_aps);
-  // 10 m at 5210 MHz through a partition: 40.05 + 6.7326 + 20 + 7 = 73.7826.
-  EXPECT_DOUBLE_EQ(RadioModel(site).link_loss_db({4, 5, 3}, Mac{1}, {14, 5, 3}, Mac{2}, 5, 5210), 73.78);
+  EXPECT_DOUBLE_EQ(link_loss_db(10, 5210, 7), 73.78);
+  EXPECT_DOUBLE_EQ(link_loss_db(10, 5210, -0.5), 66.28);
+}
+
+TEST(RadioModelTest, ObstructionIsWallsAndShadowing) {
+  Site site = parse_site(testing::two_aps);
+  site.radio_model.shadowing_db = 5;
+  const RadioModel model(site);
+  EXPECT_DOUBLE_EQ(model.obstruction_db({4, 5}, Mac{1}, {14, 5}, Mac{2}, 5), 7 + model.shadowing_db(Mac{1}, Mac{2}, 5));
+}
+
+TEST(LinkTableTest, RemembersWhatTheModelSays) {
+  Site site = parse_site(testing::two_aps);
+  site.radio_model.shadowing_db = 5;
+  const RadioModel model(site);
+  LinkTable links(site, model);
+  const Mac a = site.access_points[0].mac;
+  const Mac b = site.access_points[1].mac;
+  const Mac f = site.foreign_aps[0].bssid;
+  for (const int band : {2, 5, 6}) {
+    for (int times = 0; times < 2; ++times) {
+      EXPECT_EQ(links.obstruction_db(0, 1, band), model.obstruction_db({4, 5}, a, {14, 5}, b, band));
+      EXPECT_EQ(links.obstruction_db(1, 0, band), links.obstruction_db(0, 1, band));
+      EXPECT_EQ(links.obstruction_db(2, 1, band), model.obstruction_db({4, 9}, f, {14, 5}, b, band));
+      EXPECT_EQ(links.obstruction_db(0, 2, band), model.obstruction_db({4, 5}, a, {4, 9}, f, band));
+    }
+  }
 }
 
 TEST(RadioModelTest, ShadowingIsSymmetricFixedAndOfTheSitesDeviation) {
