@@ -7,7 +7,9 @@
 // Every radio stands off its list at first, so in the first pass every radio moves. The seed is fixed.
 //
 // Grows along one dimension, the number of APs. Before any time is taken the plan of a small site is compared with that
-// of the plain version. Times are CPU time of the thread, the median of several rounds over all sizes.
+// of the plain version. Times are CPU time of the thread, the median of several rounds over all sizes; the growth is
+// the median of the ratios within each round.
+#include <malloc.h>
 #include <time.h>
 
 #include <algorithm>
@@ -33,7 +35,7 @@ using namespace rrm;
 
 constexpr std::size_t neighbours_heard = 20;
 constexpr double metres_apart = 12;
-constexpr int rounds = 7;
+constexpr int rounds = 15;
 constexpr int sizes[] = {125, 250, 500, 1000, 2000};
 
 const ChannelSet channels_24{1, 6, 11};
@@ -183,7 +185,9 @@ struct Run {
   PowerRunSummary power;
 };
 
+// Every run starts without memory left over from an earlier one, so that all sizes pay for theirs alike.
 Run plan(const ApMap& site, const DomainConfig& config) {
+  malloc_trim(0);
   Run run;
   PlanResult channels;
   PlanResult power;
@@ -218,18 +222,31 @@ bool same_as_plain(int count) {
          testing::describe(our_results) == testing::describe(plain_results);
 }
 
-double median(std::vector<Run> runs, double (*value)(const Times&)) {
-  std::sort(runs.begin(), runs.end(), [&](const Run& a, const Run& b) { return value(a.times) < value(b.times); });
-  return value(runs[runs.size() / 2].times);
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
 }
 
-void print_row(int count, const std::vector<Run>& runs, double previous) {
-  const double total = median(runs, [](const Times& t) { return t.total(); });
+double median_of(const std::vector<Run>& runs, double (*value)(const Times&)) {
+  std::vector<double> values;
+  for (const Run& run : runs) values.push_back(value(run.times));
+  return median(values);
+}
+
+// Size against size within each round, so that whatever slows the machine down for a while slows both.
+double growth(const std::vector<Run>& smaller, const std::vector<Run>& larger) {
+  std::vector<double> ratios;
+  for (std::size_t i = 0; i < larger.size(); ++i) ratios.push_back(larger[i].times.total() / smaller[i].times.total());
+  return median(ratios);
+}
+
+void print_row(int count, const std::vector<Run>& runs, const std::vector<Run>* smaller) {
   std::printf(
-      "%5d %6d %9.2f %9.2f %9.2f %9.2f %9.2f", count, 3 * count, median(runs, [](const Times& t) { return t.copy; }),
-      median(runs, [](const Times& t) { return t.pass_1; }), median(runs, [](const Times& t) { return t.pass_2; }),
-      median(runs, [](const Times& t) { return t.power; }), total);
-  previous > 0 ? std::printf("   x %.2f", total / previous) : std::printf("         ");
+      "%5d %6d %9.2f %9.2f %9.2f %9.2f %9.2f", count, 3 * count, median_of(runs, [](const Times& t) { return t.copy; }),
+      median_of(runs, [](const Times& t) { return t.pass_1; }),
+      median_of(runs, [](const Times& t) { return t.pass_2; }), median_of(runs, [](const Times& t) { return t.power; }),
+      median_of(runs, [](const Times& t) { return t.total(); }));
+  smaller != nullptr ? std::printf("   x %.2f", growth(*smaller, runs)) : std::printf("         ");
   const Run& run = runs.front();
   std::printf("   moved %zu + %zu, lowered %zu, raised %zu\n", run.first.moved, run.second.moved, run.power.lowered,
               run.power.raised);
@@ -254,14 +271,12 @@ int main() {
     for (std::size_t i = 0; i < sites.size(); ++i) runs[i].push_back(plan(sites[i], config));
   }
   std::printf("  APs radios   copy ms pass 1 ms pass 2 ms  power ms  total ms   growth\n");
-  double previous = 0;
   for (std::size_t i = 0; i < sites.size(); ++i) {
     if (runs[i].front().first.moved != 3 * sites[i].size()) {
       std::fprintf(stderr, "not every radio moved in the first pass\n");
       return EXIT_FAILURE;
     }
-    print_row(sizes[i], runs[i], previous);
-    previous = median(runs[i], [](const Times& t) { return t.total(); });
+    print_row(sizes[i], runs[i], i == 0 ? nullptr : &runs[i - 1]);
   }
   return EXIT_SUCCESS;
 }
