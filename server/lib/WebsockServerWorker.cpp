@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
-#include <system_error>
 #include <utility>
 
 #include "Config.h"
@@ -137,7 +136,7 @@ void WebsockServerWorker::fill_context_info() {
   protocols[0].callback = lws_callback_http_dummy;
   protocols[1].name = protocol_name;
   protocols[1].callback = lws_callback;
-  protocols[1].per_session_data_size = sizeof(WebsockSession*);
+  protocols[1].per_session_data_size = sizeof(void*);  // the session's address
   protocols[1].rx_buffer_size = 65536;
 
   context_info = {};
@@ -198,7 +197,7 @@ bool WebsockServerWorker::start_threads(lws_context* served) {
     while (jsonificator_threads.size() < std::min(service_threads.size(), most_jsonificators)) {
       jsonificator_threads.emplace_back(&WebsockServerWorker::jsonificator_loop, this);
     }
-  } catch (const std::system_error& error) {
+  } catch (const std::exception& error) {
     RRM_LOG(LOG_ERROR, "Can't start the WebSocket threads: %s", error.what());
     disconnect();
     return false;

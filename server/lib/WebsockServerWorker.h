@@ -34,7 +34,7 @@ namespace rrm {
 
 class GlobalConfig;
 
-class WebsockServerWorker : public Worker {
+class WebsockServerWorker final : public Worker {
  public:
   // What the worker tells the dispatcher, from its service and jsonificator threads, with no lock held.
   struct Upstream {

@@ -1,5 +1,8 @@
 // What a server on an open port has to stand: each of these leaves every other session served.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <optional>
 #include <string>
@@ -234,6 +237,69 @@ TEST_F(WebsockHostile, PeerThatNeverReadsLosesItsMessagesAndNobodyElses) {
   EXPECT_EQ(capture.count(lost), 1u);
   expect_served("\"meanwhile\"");
   deaf.reset();
+}
+
+// Serves in a process of its own, under a limit of so many descriptors, until destroyed.
+class LimitedServer {
+ public:
+  explicit LimitedServer(rlim_t descriptors) {
+    EXPECT_EQ(::pipe(until_closed_), 0);
+    child_ = ::fork();
+    if (child_ == 0) serve(descriptors);
+    ::close(until_closed_[0]);
+  }
+  ~LimitedServer() {
+    ::close(until_closed_[1]);
+    int status = -1;
+    EXPECT_EQ(::waitpid(child_, &status, 0), child_);
+    EXPECT_EQ(status, 0);
+  }
+  LimitedServer(const LimitedServer&) = delete;
+  LimitedServer& operator=(const LimitedServer&) = delete;
+
+  int port() const { return server_.port; }
+
+ private:
+  [[noreturn]] void serve(rlim_t descriptors) {
+    ::close(until_closed_[1]);
+    const rlimit limit{descriptors, descriptors};
+    char end = 0;
+    server_.echo();
+    const bool served =
+        ::setrlimit(RLIMIT_NOFILE, &limit) == 0 && server_.worker->connect() && ::read(until_closed_[0], &end, 1) == 0;
+    server_.worker->disconnect();
+    ::_exit(served ? 0 : 1);
+  }
+
+  Capture capture_;
+  RealServer server_;
+  int until_closed_[2] = {-1, -1};
+  pid_t child_ = -1;
+};
+
+TEST(WebsockLimits, ClientsBeyondTheDescriptorsAreRefusedAndTheRestIsServed) {
+  LimitedServer server(200);
+  WsClient first = WsClient::open(server.port());
+  std::vector<WsClient> served;
+  int refused = 0;
+  for (int i = 0; i < 300; ++i) {
+    WsClient client(server.port());
+    if (client.upgrade() == 101) {
+      served.push_back(std::move(client));
+    } else {
+      ++refused;
+    }
+  }
+  EXPECT_GT(served.size(), 100u);
+  EXPECT_LT(served.size(), 150u);
+  EXPECT_EQ(served.size() + static_cast<std::size_t>(refused), 300u);
+  EXPECT_TRUE(first.send_text("1"));
+  EXPECT_EQ(first.receive_text(), "1");
+
+  served.back().close();
+  first.send_text("2");  // by its answer the server has seen the close
+  EXPECT_EQ(first.receive_text(), "2");
+  EXPECT_EQ(WsClient(server.port()).upgrade(), 101);
 }
 
 }  // namespace

@@ -234,6 +234,7 @@ TEST_F(WebsockLife, ServiceThreadThatTheLibraryEndsIsSaid) {
   server.library.threads = 1;
   server.library.service = [] { return -1; };
   ASSERT_TRUE(server.worker->connect());
+  EXPECT_TRUE(server.library.wait_for_call("service_tsi 500 0"));
   server.worker->disconnect();
   EXPECT_EQ(capture.lines(LOG_ERROR), Lines{"lws thread 0 ended: -1"});
 }
