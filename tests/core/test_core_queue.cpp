@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 
 #include <memory>
 #include <numeric>
@@ -196,6 +197,16 @@ TEST(EventFd, AClosedOneDoesNothing) {
   event_fd.signal();
   event_fd.drain();
   event_fd.wait(-1);
+}
+
+TEST(EventFd, WithoutADescriptorLeftTheOwnerPolls) {
+  rlimit usual{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);
+  const rlimit none{0, usual.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const EventFd event_fd(true);
+  ::setrlimit(RLIMIT_NOFILE, &usual);
+  EXPECT_FALSE(event_fd.valid());
 }
 
 }  // namespace

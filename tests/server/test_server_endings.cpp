@@ -43,10 +43,11 @@ class Endings : public ::testing::Test {
   // The worker that came after `old`.
   std::shared_ptr<ProbeWorker> heir_of(const ProbeWorker& old) {
     std::shared_ptr<ProbeWorker> heir;
-    eventually([&] {
+    const bool came = eventually([&] {
       heir = server.probe(old.name);
       return heir != nullptr && heir.get() != &old;
     });
+    if (!came) throw std::runtime_error("no other worker came");
     return heir;
   }
   void receive(const std::string& cmd, std::uint32_t session_id = 1) {
@@ -81,9 +82,9 @@ TEST_F(Endings, AnotherWorkerOfTheSameNameStays) {
   const auto successor = std::make_shared<ProbeWorker>(&server, ProbeWorker::Options{.name = "lab"});
   server.adopt(successor);
   end_now.open();
-  old->record->await("lab: disconnect");
-  old->stop();
+  ASSERT_TRUE(eventually([&] { return old.use_count() == 1; })) << "its thread is at its end";
   EXPECT_EQ(server.probe("lab"), successor);
+  old->stop();
 }
 
 // --- Leftovers.
@@ -206,14 +207,19 @@ TEST_F(Endings, ReleaseWaitsForAWorkerThatIsStillEnding) {
     order_of_events->note("routed again");
     return nullptr;
   };
+  Gate last_step;
+  server.fixed_websock().hooks.stop = [&] { last_step.open(); };
   end_now.open();
   routing.wait();
   std::thread releaser([&] {
     server.release();
     order_of_events->note("released");
   });
+  last_step.wait();
+  for (int i = 0; i < 1000; ++i) std::this_thread::yield();  // the chance to return too early
   go_on.open();
   releaser.join();
+  server.fixed_websock().hooks.stop = nullptr;
   EXPECT_THAT(order_of_events->lines(), ElementsAre("routed again", "released"));
   EXPECT_EQ(worker.use_count(), 1);
 }

@@ -2,8 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdarg>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -262,6 +264,22 @@ TEST_F(Roles, SeveralAreRemovedInTheOrderOfTheList) {
     if (line.starts_with("Worker with")) erased.push_back(line);
   }
   EXPECT_THAT(erased, ElementsAre("Worker with domain 'yard' erased.", "Worker with domain 'hall' erased."));
+}
+
+// Whoever removes a worker waits for its mutex first, so it cannot come between the map and the start.
+TEST_F(Roles, ANewWorkerIsOutOfReachUntilItRuns) {
+  static TestServer* observed = nullptr;
+  static std::vector<std::string> seen;
+  observed = &server;
+  seen.clear();
+  set_log_hook([](const char*, int, const char*, int, const char* format, va_list) {
+    if (std::string_view(format).starts_with("Created new worker")) {
+      seen.push_back(observed->probe("lab")->mutex_is_free() ? "in reach" : "out of reach");
+    }
+  });
+  server.receive(ap_message("subscribe-request", "lab"));
+  EXPECT_THAT(seen, ElementsAre("out of reach"));
+  EXPECT_TRUE(eventually([&] { return server.probe("lab")->mutex_is_free(); }));
 }
 
 // --- Release and restart.
