@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstddef>
 #include <cstdlib>
 #include <limits>
 #include <new>
@@ -24,7 +25,8 @@ void MonotonicArena::release() noexcept {
 void* MonotonicArena::take_from_new_block(std::size_t bytes, std::size_t alignment) {
   constexpr std::size_t most = std::numeric_limits<std::size_t>::max() / 4;
   if (bytes > most || alignment > most) throw std::bad_alloc();
-  add_block(std::max(next_block_size_, bytes + alignment));
+  const std::size_t padding = alignment > alignof(std::max_align_t) ? alignment : 0;
+  add_block(std::max(next_block_size_, bytes + padding));
   return take(bytes, alignment);
 }
 

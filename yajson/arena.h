@@ -35,8 +35,7 @@ class MonotonicArena final : public std::pmr::memory_resource {
 
   // allocate() without the virtual call. Requires: `alignment` is a power of two.
   void* take(std::size_t bytes, std::size_t alignment) {
-    const auto free_at = reinterpret_cast<std::uintptr_t>(current_);
-    const std::size_t padding = (alignment - free_at % alignment) % alignment;
+    const std::size_t padding = (0 - reinterpret_cast<std::uintptr_t>(current_)) & (alignment - 1);
     const auto room = static_cast<std::size_t>(end_ - current_);
     if (padding > room || bytes > room - padding) return take_from_new_block(bytes, alignment);
     char* taken = current_ + padding;

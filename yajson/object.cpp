@@ -13,9 +13,9 @@ namespace {
 
 // Primes, each about twice the one before.
 constexpr std::array<std::uint32_t, 28> bucket_counts{
-    29,       59,        127,       257,       541,       1109,       2357,       5087,      10273,    20753,
-    42043,    85229,     172933,    351061,    712697,    1447153,    2938679,    5967347,   12117689, 24607243,
-    49969847, 101473717, 206062531, 418443163, 849728009, 1725516979, 3503925271, 4294967291};
+    29,       59,       127,       257,       521,       1049,       2099,       4201,      8419,    16843,
+    33703,    67409,    134837,    269683,    539389,    1078787,    2157587,    4315183,   8630387, 17260781,
+    34521589, 69043189, 138086407, 276172823, 552345671, 1104691373, 2209382761, 4294967291};
 
 std::uint32_t bucket_count_for(std::size_t entries) {
   const auto* count = std::lower_bound(bucket_counts.begin(), bucket_counts.end(), entries);
@@ -37,6 +37,7 @@ ObjectIndex::ObjectIndex(const Members& members)
 void ObjectIndex::rebuild(const Members& members) {
   buckets_.assign(bucket_count_for(members.size()), none);
   next_.assign(buckets_.size(), none);
+  has_repeats_ = false;
   for (std::uint32_t position = 0; position < members.size(); ++position) enter(members, position);
 }
 

@@ -7,6 +7,7 @@
 #include <memory_resource>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "yajson/error.h"
 #include "yajson/object.h"
@@ -19,8 +20,8 @@ constexpr std::uint64_t default_max_depth = 512;
 
 // What the capacity of a large container is guessed from.
 constexpr std::size_t least_capacity = 8;
-constexpr std::ptrdiff_t look_ahead_from = 257;
-constexpr std::ptrdiff_t look_ahead = 512;
+constexpr std::size_t look_ahead_from = 257;
+constexpr std::size_t look_ahead = 512;
 constexpr std::uint64_t look_ahead_depth = 2;
 
 constexpr int max_significant_digits = 19;
@@ -91,14 +92,14 @@ class Parser {
         end_(text + length),
         begin_(text),
         options_(options),
-        max_depth_(options.max_depth != 0 ? options.max_depth : default_max_depth) {}
+        max_depth_(options.max_depth != 0 ? options.max_depth : default_max_depth),
+        frees_nothing_(arena_ != nullptr && std::in_range<std::uint32_t>(length)) {}
 
   Value document();
 
  private:
   [[noreturn]] void fail(Errc code, std::string_view message) const;
   [[noreturn]] void fail_at(const char* where, Errc code, std::string_view message);
-  [[noreturn]] void fail_unexpected() const;
 
   bool at_end() const { return cursor_ == end_; }
   std::size_t remaining() const { return static_cast<std::size_t>(end_ - cursor_); }
@@ -114,6 +115,7 @@ class Parser {
   void skip_comment();
 
   void parse_value(Value& out);
+  void parse_word(Value& out);
   void parse_literal(std::string_view word);
 
   void open_container();
@@ -158,16 +160,17 @@ class Parser {
   std::uint64_t depth_ = 0;
   std::uint64_t max_depth_;
   MonotonicArena* arena_ = current_arena;
+  bool frees_nothing_;  // no text is too long for the arena
   // Strings with escapes are put together here.
   std::array<char, 4096> scratch_buffer_;
   MonotonicArena scratch_{scratch_buffer_.data(), scratch_buffer_.size(), 2 * scratch_buffer_.size()};
   std::pmr::string unescaped_{&scratch_};
 };
 
-// The closing quote in [from, limit), or `limit`.
-const char* closing_quote(const char* from, const char* limit) {
-  while (from < limit && *from != '"') from += *from == '\\' ? 2 : 1;
-  return std::min(from, limit);
+// The position of the closing quote from `from` on, or the end of the text.
+std::size_t closing_quote(std::string_view text, std::size_t from) {
+  while (from < text.size() && text[from] != '"') from += text[from] == '\\' ? 2 : 1;
+  return from;
 }
 
 Location locate(const char* begin, const char* where) {
@@ -190,10 +193,6 @@ void Parser::fail(Errc code, std::string_view message) const {
 void Parser::fail_at(const char* where, Errc code, std::string_view message) {
   cursor_ = where;
   fail(code, message);
-}
-
-void Parser::fail_unexpected() const {
-  fail(Errc::unexpected_character, std::string("unexpected character '") + *cursor_ + "'");
 }
 
 bool Parser::consume(char c) {
@@ -250,56 +249,32 @@ Value Parser::document() {
 void Parser::parse_value(Value& out) {
   skip();
   if (at_end()) fail(Errc::unexpected_end, "unexpected end of input");
-  switch (*cursor_) {
-    case '\'':
-      if (!options_.allow_single_quotes) fail_unexpected();
-      [[fallthrough]];
-    case '"':
-      out.assign(parse_string(), arena_);
-      break;
-    case '-':
-    case '0':
-    case '1':
-    case '2':
-    case '3':
-    case '4':
-    case '5':
-    case '6':
-    case '7':
-    case '8':
-    case '9':
-      parse_number(out);
-      break;
-    case '[':
-      parse_array(out);
-      break;
-    case '{':
-      parse_object(out);
-      break;
-    case 't':
-      parse_literal("true");
-      out.assign(true);
-      break;
-    case 'f':
-      parse_literal("false");
-      out.assign(false);
-      break;
-    case 'n':
-      parse_literal("null");
-      out = Value();
-      break;
-    case 'N':
-      if (!options_.allow_nan_inf) fail_unexpected();
-      parse_literal("NaN");
-      out.assign(std::numeric_limits<double>::quiet_NaN());
-      break;
-    case 'I':
-      if (!options_.allow_nan_inf) fail_unexpected();
-      parse_literal("Infinity");
-      out.assign(std::numeric_limits<double>::infinity());
-      break;
-    default:
-      fail_unexpected();
+  const char first = *cursor_;
+  if (first == '"' || (first == '\'' && options_.allow_single_quotes)) return out.assign(parse_string(), arena_);
+  if (first == '-' || is_digit(first)) return parse_number(out);
+  if (first == '{') return parse_object(out);
+  if (first == '[') return parse_array(out);
+  parse_word(out);
+}
+
+void Parser::parse_word(Value& out) {
+  if (*cursor_ == 't') {
+    parse_literal("true");
+    out.assign(true);
+  } else if (*cursor_ == 'f') {
+    parse_literal("false");
+    out.assign(false);
+  } else if (*cursor_ == 'n') {
+    parse_literal("null");
+    out = Value();
+  } else if (*cursor_ == 'N' && options_.allow_nan_inf) {
+    parse_literal("NaN");
+    out.assign(std::numeric_limits<double>::quiet_NaN());
+  } else if (*cursor_ == 'I' && options_.allow_nan_inf) {
+    parse_literal("Infinity");
+    out.assign(std::numeric_limits<double>::infinity());
+  } else {
+    fail(Errc::unexpected_character, std::string("unexpected character '") + *cursor_ + "'");
   }
 }
 
@@ -322,25 +297,26 @@ void Parser::close_container() {
 
 // Only for the outer containers of a longer input: the elements that begin within the next bytes, by their commas.
 std::size_t Parser::capacity_ahead() const {
-  if (depth_ > look_ahead_depth || end_ - cursor_ < look_ahead_from) return least_capacity;
-  const char* const limit = cursor_ + std::min(end_ - cursor_, look_ahead);
+  if (depth_ > look_ahead_depth || remaining() < look_ahead_from) return least_capacity;
+  const std::string_view ahead(cursor_, std::min(remaining(), look_ahead));
   std::size_t commas = 0;
   std::size_t nesting = 0;
-  for (const char* p = cursor_; p < limit; ++p) {
-    switch (*p) {
+  for (std::size_t i = 0; i < ahead.size(); ++i) {
+    switch (ahead[i]) {
       case '[':
       case '{':
         ++nesting;
         break;
       case ']':
       case '}':
-        if (nesting-- == 0) return std::max(commas + 1, least_capacity);
+        if (nesting == 0) return std::max(commas + 1, least_capacity);
+        --nesting;
         break;
       case ',':
         commas += nesting == 0 ? 1 : 0;
         break;
       case '"':
-        p = closing_quote(p + 1, limit);
+        i = closing_quote(ahead, i + 1);
         break;
       default:
         break;
@@ -361,7 +337,7 @@ void Parser::parse_array(Value& out) {
     } while (array_goes_on());
   }
   close_container();
-  if (arena_ != nullptr) out.mark_frees_nothing();
+  if (frees_nothing_) out.mark_frees_nothing();
 }
 
 // After an element: true behind a comma, false on the closing bracket.
@@ -392,8 +368,8 @@ void Parser::parse_object(Value& out) {
     } while (object_goes_on());
   }
   close_container();
-  if (options_.allow_duplicate_keys) object.drop_repeated_keys();
-  if (arena_ != nullptr) out.mark_frees_nothing();
+  object.drop_repeated_keys();
+  if (frees_nothing_) out.mark_frees_nothing();
 }
 
 void Parser::parse_member(Object& object) {
@@ -424,6 +400,9 @@ std::string_view Parser::parse_key() {
 }
 
 std::string_view Parser::parse_identifier() {
+  if (at_end() || !is_identifier_start(*cursor_)) {
+    fail(Errc::unexpected_character, "expected identifier for unquoted key");
+  }
   const char* const start = cursor_;
   while (!at_end() && is_identifier_part(*cursor_)) ++cursor_;
   return {start, cursor_};

@@ -67,7 +67,7 @@ class Value {
   bool is_array() const noexcept { return record_.type == Type::array; }
   bool is_object() const noexcept { return record_.type == Type::object; }
   // True if a part of this value lies in an arena, and dies with it.
-  bool in_arena() const noexcept { return has(in_arena_flag); }
+  bool in_arena() const noexcept { return !is_null() && has(in_arena_flag); }
 
   // Each throws TypeError unless the value is of the type or converts to it without loss; a number may round. A string
   // is followed by a NUL, and at least 16 bytes can be read from its start.

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -131,7 +132,7 @@ bool JsonReader::has(const char* key) const {
 }
 
 JsonReader JsonReader::get(const char* key) const {
-  return JsonReader(member(key));
+  return child(member(key));
 }
 
 const char* JsonReader::get_string(const char* key) const {
@@ -156,11 +157,12 @@ std::optional<int> JsonReader::get_opt_int(const char* key) const {
 }
 
 int JsonReader::size() const {
-  return current_ != nullptr && current_->is_array() ? static_cast<int>(current_->size()) : 0;
+  if (current_ == nullptr || !current_->is_array()) return 0;
+  return static_cast<int>(std::min<std::size_t>(current_->size(), std::numeric_limits<int>::max()));
 }
 
 JsonReader JsonReader::at(int index) const {
-  return JsonReader(element(index));
+  return child(element(index));
 }
 
 std::int32_t JsonReader::get_int(int index) const {
@@ -174,6 +176,12 @@ const char* JsonReader::get_string(int index) const {
 const char* JsonReader::to_string() const {
   text_cache_ = current_ != nullptr ? yajson::serialize(*current_) : "null";
   return text_cache_.c_str();
+}
+
+JsonReader JsonReader::child(const Value* value) {
+  JsonReader reader;
+  reader.current_ = value;
+  return reader;
 }
 
 const Value* JsonReader::member(const char* key) const {

@@ -58,8 +58,8 @@ class JsonReader {
 
  private:
   JsonReader() = default;
-  // A child.
-  explicit JsonReader(const yajson::Value* value) : current_(value) {}
+  // Points at a value within this reader's document.
+  static JsonReader child(const yajson::Value* value);
 
   void parse(const char* text, std::size_t length, yajson::MonotonicArena* arena);
   const yajson::Value* member(const char* key) const;

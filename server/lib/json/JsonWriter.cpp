@@ -25,9 +25,7 @@ const char* or_empty(const char* text) {
 
 }  // namespace
 
-JsonWriter::JsonWriter(const char* version) {
-  const ArenaScope scope(nullptr);
-  root_ = Value::object();
+JsonWriter::JsonWriter(const char* version) : root_(Value::object(nullptr)) {
   if (is_given(version)) add_string("version", version);
 }
 
@@ -40,13 +38,12 @@ JsonWriter::JsonWriter(const char* service, const char* cmd, const char* version
 }
 
 JsonWriter::JsonWriter(JsonWriter& parent, bool is_array, const char* key) : is_array_(is_array), parent_(&parent) {
-  const ArenaScope scope(tree_arena());
   if (parent.is_array_) {
     index_ = static_cast<std::int32_t>(parent.container().size());
   } else {
     key_ = or_empty(key);
   }
-  parent.add(key, is_array ? Value::array() : Value::object());
+  parent.add(key, is_array ? Value::array(tree_arena()) : Value::object(tree_arena()));
 }
 
 JsonWriter& JsonWriter::operator=(JsonWriter&& other) noexcept {
@@ -119,11 +116,12 @@ yajson::MonotonicArena* JsonWriter::tree_arena() const {
   return parent_ != nullptr ? parent_->tree_arena() : arena_.get();
 }
 
+// A key that is gone from the parent's object stands for null, which no caller takes for a container.
 const Value& JsonWriter::container() const {
+  static const Value missing;
   if (parent_ == nullptr) return root_;
   const Value& outer = std::as_const(*parent_).container();
   if (index_ >= 0) return outer.element(static_cast<std::size_t>(index_));
-  static const Value missing;
   outer.as_object();
   const Value* found = outer.find(key_);
   return found != nullptr ? *found : missing;
