@@ -90,7 +90,7 @@ bool RrmWorker::connect() {
   RRM_LOG(LOG_TRACE, "Start worker %s", name.c_str());
   MutexLock lock(mutex);
   arm_tick();
-  return Worker::connect();
+  return true;
 }
 
 void RrmWorker::disconnect() {
@@ -98,7 +98,6 @@ void RrmWorker::disconnect() {
   MutexLock lock(mutex);
   timers_.remove(timer_periodic);
   for (const auto& subworker : subworkers_) subworker->stop();
-  Worker::disconnect();
 }
 
 // The tick and the balance timer share their id, so neither may replace it.
@@ -385,7 +384,6 @@ void RrmWorker::process_exists_ap(Command command, const JsonReader& json, const
                                   const MacAddr& mac, ApEntry& ap, bool force) {
   if (ap.session.id != session.id) throw std::out_of_range("invalid exist session");
   Radios scratch(config_, mac);
-  scratch.set_macs(mac);
   scratch.from_json(json, channel_pools_, true, false);
 
   const bool vaps_same = ap.radios.vaps_equal(scratch);

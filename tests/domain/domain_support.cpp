@@ -80,6 +80,11 @@ void DomainTest::pass() {
 }
 
 void DomainTest::receive(std::uint32_t session, const std::string& text) {
+  process(session, text);
+  worker->after_messages();
+}
+
+void DomainTest::process(std::uint32_t session, const std::string& text) {
   JsonReader json(text.c_str());
   BaseSession sender;
   sender.id = session;
@@ -87,7 +92,6 @@ void DomainTest::receive(std::uint32_t session, const std::string& text) {
     lab.before_messages();
     lab.process_message(json, sender);
   });
-  worker->after_messages();
 }
 
 void DomainTest::drop(std::uint32_t session) {

@@ -64,6 +64,8 @@ class DomainTest : public ::testing::Test {
   void pass();
   void receive(std::uint32_t session, const std::string& text);
   void receive(std::uint32_t session, const MessageJson& message) { receive(session, message.text()); }
+  // The same without the flush.
+  void process(std::uint32_t session, const std::string& text);
   // The session is gone, as the server tells the domain.
   void drop(std::uint32_t session);
   // Second by second, a pass in each.

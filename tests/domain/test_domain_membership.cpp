@@ -113,6 +113,14 @@ TEST_F(Membership, AChangedConfigurationIsAnsweredWithTheRadios) {
   EXPECT_TRUE(aps().contains(MacAddr::parse("00:11:22:33:44:00")));
 }
 
+TEST_F(Membership, AnswersToOneApLeaveAtOnce) {
+  start_with_two();
+  process(1, a_message("rrm-config-changed", ap1).with_radio(a_5ghz_radio(36)).text());
+  process(2, an_ap36(ap2).text());
+  process(3, an_ap36(ap1).without("factory").text());
+  EXPECT_THAT(journal.lines("SEND"), ::testing::SizeIs(3));
+}
+
 TEST_F(Membership, AChangedConfigurationDoesNotCarryTheWildcardSetting) {
   start();
   subscribe(1, an_ap36(ap1).with("use-wildcard-80211r", 1));

@@ -157,6 +157,7 @@ TEST_F(Subscribe, ANewApJoinsAndItsDomainIsPlannedAnew) {
                }));
   ASSERT_NE(aps().find(MacAddr::parse(ap1)), nullptr);
   EXPECT_EQ(ap(ap1)->session.id, 7u);
+  EXPECT_FALSE(ap(ap1)->radios.list[1].lists_stale);
   EXPECT_EQ(ap(ap1)->factory, (ApFactory{"NVA-3wz", "1.0", "SN44:00", MacAddr::parse(ap1)}));
   EXPECT_EQ(worker->channel_pools()[2], (ChannelSet{1, 6, 11}));
   EXPECT_EQ(worker->channel_pools()[5], (ChannelSet{36, 40, 44, 48}));

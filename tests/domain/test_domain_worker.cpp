@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <random>
 #include <thread>
 
@@ -181,6 +182,20 @@ TEST_F(DomainWorker, AnEmptyTextIsCheckedOnItsWayOut) {
 }
 
 // Begin and end
+
+TEST_F(DomainWorker, HasAnEventfdThatAPushWakesItThrough) {
+  const auto eventfds = [] {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+      std::error_code gone;
+      if (std::filesystem::read_symlink(entry, gone) == "anon_inode:[eventfd]") ++count;
+    }
+    return count;
+  };
+  const int before = eventfds();
+  make();
+  EXPECT_EQ(eventfds(), before + 1);
+}
 
 TEST_F(DomainWorker, ArmsItsTickWhenItConnects) {
   make();
