@@ -17,7 +17,7 @@
 namespace rrm {
 
 template <class T>
-class alignas(64) _SafeQueue {
+class alignas(64) _SafeQueue {  // NOLINT(bugprone-reserved-identifier): its given name
  public:
   // Without an eventfd the consumer polls.
   explicit _SafeQueue(std::uint64_t capacity, bool with_event_fd = false)
