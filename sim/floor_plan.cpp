@@ -12,6 +12,7 @@ namespace sim {
 namespace {
 
 constexpr double margin = 86;       // around the floors, pixels; the networks next door stand there
+constexpr double gap = 48;          // below a floor
 constexpr double plan_width = 960;  // of one floor, pixels
 constexpr double header_height = 92;
 constexpr double title_height = 56;  // above each floor
@@ -118,7 +119,7 @@ class Plan {
         scale_(plan_width / site.width),
         colours_(picture, band) {}
 
-  static double height(const Site& site) { return title_height + plan_width / site.width * site.depth + margin; }
+  static double height(const Site& site) { return title_height + plan_width / site.width * site.depth + gap; }
 
   std::string svg() const {
     return title() + rooms() + contentions() + rings() + walls() + clients() + foreign_aps() + aps() + legend();
@@ -145,8 +146,10 @@ class Plan {
   const Point& place(const RadioPicture& entry) const { return site_.access_points[entry.ap].position; }
 
   std::string title() const {
-    std::string text = band_name(band_) + ": interference " + dbm(picture_.interference_mw(band_)) + ", " +
-                       std::to_string(picture_.contending_pairs(band_)) + " pairs of APs share air time";
+    const std::size_t pairs = picture_.contending_pairs(band_);
+    const std::string text = band_name(band_) + ": interference " + dbm(picture_.interference_mw(band_)) + ", " +
+                             std::to_string(pairs) +
+                             (pairs == 1 ? " pair of APs shares air time" : " pairs of APs share air time");
     return text_at(margin, top_ + 28, "band", text);
   }
 
@@ -390,7 +393,7 @@ std::string floor_plan_svg(const Site& site, const Picture& picture, const std::
     svg += Plan(site, picture, band, top).svg();
     top += Plan::height(site);
   }
-  return svg + key(margin + plan_width + margin, height - margin - 130) + "</svg>\n";
+  return svg + key(margin + plan_width + margin, height - gap - 130) + "</svg>\n";
 }
 
 }  // namespace sim

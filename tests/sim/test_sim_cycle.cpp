@@ -271,7 +271,7 @@ TEST_F(CycleTest, DrawingShowsEveryRadioOnItsFloor) {
   EXPECT_EQ(count(before, "36/80, 23 dBm"), 2U);
   EXPECT_EQ(count(after, "36/80, 20 dBm"), 1U);
   EXPECT_EQ(count(after, "52/80, 18 dBm"), 1U);
-  EXPECT_EQ(count(before, "5 GHz: interference -41.8 dBm, 1 pairs of APs share air time"), 1U);
+  EXPECT_EQ(count(before, "5 GHz: interference -41.8 dBm, 1 pair of APs shares air time"), 1U);
   EXPECT_EQ(count(after, "5 GHz: interference none, 0 pairs of APs share air time"), 1U);
   EXPECT_EQ(count(before, "stroke=\"#d7263d\""), 3U);
   EXPECT_EQ(count(after, "stroke=\"#d7263d\""), 2U);
