@@ -2,50 +2,15 @@
 // rest.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
+#include "support/failing_memory.h"
 #include "yajson/object.h"
 #include "yajson/parser.h"
 #include "yajson/serializer.h"
-
-namespace {
-
-bool counting = false;
-std::size_t block_count = 0;
-std::size_t last_block_size = 0;
-std::size_t new_count = 0;
-
-}  // namespace
-
-// The linker sends this program's own calls of malloc here.
-extern "C" {
-void* __real_malloc(std::size_t size);
-void* __wrap_malloc(std::size_t size) {
-  if (counting) {
-    ++block_count;
-    last_block_size = size;
-  }
-  return __real_malloc(size);
-}
-}
-
-void* operator new(std::size_t size) {
-  if (counting) ++new_count;
-  void* memory = __real_malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace rrm {
 namespace {
@@ -53,18 +18,16 @@ namespace {
 constexpr std::size_t header = 16;
 
 struct Counts {
-  std::size_t blocks = 0;
-  std::size_t last_block = 0;
-  std::size_t news = 0;
+  std::size_t blocks;
+  std::size_t last_block;
+  std::size_t news;
 };
 
 template <class Action>
 Counts counts_of(Action action) {
-  block_count = last_block_size = new_count = 0;
-  counting = true;
+  const testing::MemoryWatch watch;
   action();
-  counting = false;
-  return {block_count, last_block_size, new_count};
+  return {watch.mallocs(), watch.last_malloc_size(), watch.news()};
 }
 
 // A message with all that needs memory elsewhere: long keys, long texts, wide and nested objects.
@@ -145,8 +108,7 @@ TEST(ObjectValue, has_no_hash_table_below_16_members) {
   };
   const yajson::Value small = object_of(15);
   EXPECT_EQ(counts_of([&] { EXPECT_NE(small.find("k7"), nullptr); }).news, 0u);
-  const yajson::Value copy_of_16 = yajson::Value(object_of(16));
-  const yajson::Value large(copy_of_16);
+  const yajson::Value large = object_of(16);
   EXPECT_GT(counts_of([&] { EXPECT_NE(large.find("k7"), nullptr); }).news, 0u);
   EXPECT_EQ(counts_of([&] { EXPECT_NE(large.find("k8"), nullptr); }).news, 0u);
 }

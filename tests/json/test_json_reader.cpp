@@ -210,7 +210,7 @@ const std::string message =
 
 TEST(JsonReaderArena, of_its_own_or_the_callers_reads_like_the_heap) {
   const JsonReader heap(message.c_str());
-  for (const std::size_t block_size : {0, 1, 255, 256, 4096, 8192}) {
+  for (const std::size_t block_size : {0u, 1u, 255u, 256u, 4096u, 8192u}) {
     const JsonReader own(message.c_str(), block_size);
     EXPECT_STREQ(own.to_string(), heap.to_string()) << block_size;
     EXPECT_STREQ(own.get_string("long"), "a text that is longer than fifteen");
@@ -331,7 +331,7 @@ class Pipe {
 };
 
 TEST(JsonReaderFromFd, reads_to_the_end_in_steps) {
-  for (const std::size_t length : {1, 4000, 4093, 4094, 4095, 4096, 8190, 20000}) {
+  for (const std::size_t length : {1u, 4000u, 4093u, 4094u, 4095u, 4096u, 8190u, 20000u}) {
     const std::string text = "[\"" + std::string(length, 'x') + "\"]";
     const Pipe pipe(text);
     EXPECT_EQ(JsonReader::from_fd(pipe.fd()).to_string(), text) << length;

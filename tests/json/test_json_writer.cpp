@@ -70,7 +70,7 @@ TEST(JsonWriterAdd, keeps_texts_of_15_16_and_17_bytes) {
   for (const bool in_arena : {false, true}) {
     JsonWriter writer;
     if (in_arena) writer.use_arena(4096);
-    for (const std::size_t length : {15, 16, 17})
+    for (const std::size_t length : {15u, 16u, 17u})
       writer.add_string(std::string(length, 'k').c_str(), std::string(length, 'v'));
     EXPECT_STREQ(writer.to_string(), R"({"kkkkkkkkkkkkkkk":"vvvvvvvvvvvvvvv","kkkkkkkkkkkkkkkk":"vvvvvvvvvvvvvvvv",)"
                                      R"("kkkkkkkkkkkkkkkkk":"vvvvvvvvvvvvvvvvv"})");
@@ -253,7 +253,7 @@ void fill(JsonWriter& writer) {
 TEST(JsonWriterArena, holds_what_was_there_and_what_comes) {
   JsonWriter plain("2.1");
   fill(plain);
-  for (const std::size_t block_size : {0, 1, 256, 8192}) {
+  for (const std::size_t block_size : {0u, 1u, 256u, 8192u}) {
     JsonWriter early("2.1");
     fill(early.use_arena(block_size));
     EXPECT_STREQ(early.to_string(), plain.to_string());

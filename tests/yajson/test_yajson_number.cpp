@@ -141,7 +141,7 @@ TEST(Numbers, of_more_digits_or_larger_powers_take_the_long_way) {
 }
 
 TEST(Numbers, take_the_long_way_in_tokens_around_the_stack_buffer) {
-  for (const std::size_t length : {61, 62, 63, 64, 65, 66, 200}) {
+  for (const std::size_t length : {61u, 62u, 63u, 64u, 65u, 66u, 200u}) {
     const std::string text = "1." + std::string(length - 3, '3') + "4";
     ASSERT_EQ(text.size(), length);
     expect_float(text, std::strtod(text.c_str(), nullptr));

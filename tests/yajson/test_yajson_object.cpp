@@ -67,7 +67,7 @@ void expect_all_found(const Object& object, std::size_t count) {
 
 TEST(ObjectLookup, gives_the_same_result_at_every_size) {
   for (MonotonicArena arena(65536); MonotonicArena * place : {static_cast<MonotonicArena*>(nullptr), &arena}) {
-    for (const std::size_t count : {0, 1, 14, 15, 16, 17, 18, 29, 30, 31, 59, 60, 61, 300}) {
+    for (const std::size_t count : {0u, 1u, 14u, 15u, 16u, 17u, 18u, 29u, 30u, 31u, 59u, 60u, 61u, 300u}) {
       Object object(place);
       for (std::size_t i = 0; i < count; ++i) object.append(key_of(i)).assign(i);
       expect_all_found(object, count);
@@ -84,7 +84,7 @@ TEST(ObjectLookup, stays_right_while_the_members_move_and_the_index_grows) {
 }
 
 TEST(ObjectLookup, finds_a_replaced_value_below_at_and_above_the_threshold) {
-  for (const std::size_t count : {15, 16, 17}) {
+  for (const std::size_t count : {15u, 16u, 17u}) {
     Object object(nullptr);
     for (std::size_t i = 0; i < count; ++i) object.set(key_of(i), Value(-1));
     for (std::size_t i = 0; i < count; ++i) object.set(key_of(i), Value(i));
@@ -127,7 +127,7 @@ std::string without_repeats(const std::string& text) {
 
 TEST(RepeatedKeys, leave_the_last_value_at_the_last_position_on_both_sides_of_the_threshold) {
   // With the repetition the object has 15, 16, 17, 18 and 40 members.
-  for (const std::size_t distinct : {14, 15, 16, 17, 39}) {
+  for (const std::size_t distinct : {14u, 15u, 16u, 17u, 39u}) {
     std::string expected = "{";
     for (std::size_t i = 1; i < distinct; ++i) expected += "\"" + key_of(i) + "\":" + std::to_string(i) + ",";
     expected += "\"" + key_of(0) + "\":\"last\"}";
@@ -176,7 +176,7 @@ TEST(RepeatedKeys, leave_every_look_up_right) {
   options.allow_duplicate_keys = true;
   for (MonotonicArena arena(65536); MonotonicArena * place : {static_cast<MonotonicArena*>(nullptr), &arena}) {
     const ArenaScope scope(place);
-    for (const std::size_t distinct : {14, 15, 16, 17}) {
+    for (const std::size_t distinct : {14u, 15u, 16u, 17u}) {
       const std::string text = with_the_first_key_again(distinct);
       Value value = parse(text.data(), text.size(), options);
       ASSERT_EQ(value.size(), distinct);
