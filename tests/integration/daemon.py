@@ -9,8 +9,12 @@ import subprocess
 import tempfile
 import time
 
-DOMAIN = {  # nothing that starts an optimisation by itself, so that only answers travel
-    "use_dca": 0, "use_tpc": 0, "use_balance": 0, "use_80211k": 0, "use_80211r": 0, "use_80211v": 0,
+# A domain in which nothing starts by itself, so that only answers travel.
+QUIET = {
+    "common": {"use_dca": 0},
+    "patterns": [{"pattern": "quiet", "use_dca": 0, "use_tpc": 0, "use_balance": 0, "use_80211k": 0, "use_80211r": 0,
+                  "use_80211v": 0}],
+    "domains": [{"domain": "lab", "pattern": "quiet", "time_zone": "0:00"}],
 }
 
 
@@ -21,21 +25,18 @@ def free_port():
 
 
 class Daemon:
-    """Started by the constructor, which returns when access points can connect; ended by stop()."""
+    """Started by the constructor with a setup, which returns when access points can connect; ended by stop()."""
 
-    def __init__(self, controller, daemon):
+    def __init__(self, controller, daemon, setup):
         self.directory = tempfile.TemporaryDirectory(prefix="zal-wire-")
         self.port = free_port()
-        setup = os.path.join(self.directory.name, "wire-setup.json")
-        with open(setup, "w", encoding="utf-8") as file:
-            json.dump({"global": {"enabled": 1, "listen_port": self.port},
-                       "common": {"use_dca": 0},
-                       "patterns": [{"pattern": "quiet", **DOMAIN}],
-                       "domains": [{"domain": "lab", "pattern": "quiet", "time_zone": "0:00"}]}, file)
+        setup_path = os.path.join(self.directory.name, "setup.json")
+        with open(setup_path, "w", encoding="utf-8") as file:
+            json.dump({**setup, "global": {"enabled": 1, "listen_port": self.port}}, file)
         self.output_path = os.path.join(self.directory.name, "controller.out")
         with open(self.output_path, "wb") as output:
             self.process = subprocess.Popen(
-                [controller, "--state", os.path.join(self.directory.name, "state"), "--setup", setup, "--vrrp", "1",
+                [controller, "--state", os.path.join(self.directory.name, "state"), "--setup", setup_path, "--vrrp", "1",
                  "--daemon", daemon],
                 stdout=output, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
         self._await_listener()

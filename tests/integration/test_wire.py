@@ -14,7 +14,7 @@ import unittest
 
 import websockets
 
-from daemon import Daemon
+from daemon import QUIET, Daemon
 from wire import (PATIENCE, AccessPoint, BareSocket, envelope, frame, new_mac, radio, subscribe_request)
 
 CONTROLLER, DAEMON = sys.argv.pop(1), sys.argv.pop(1)
@@ -25,7 +25,7 @@ class WireTest(unittest.IsolatedAsyncioTestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.daemon = Daemon(CONTROLLER, DAEMON)
+        cls.daemon = Daemon(CONTROLLER, DAEMON, QUIET)
         cls.port = cls.daemon.port
 
     @classmethod
