@@ -63,10 +63,6 @@ TpcDcaSubworker::TpcDcaSubworker(RrmWorker& worker, OptimizationThread::Body opt
   seed_random_generator();
 }
 
-TpcDcaSubworker::~TpcDcaSubworker() {
-  thread_.stop();
-}
-
 void TpcDcaSubworker::stop() {
   thread_.stop();
 }

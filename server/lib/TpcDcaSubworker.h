@@ -28,7 +28,6 @@ class TpcDcaSubworker final : public IRrmSubworker {
  public:
   // `optimization` is what the optimisation thread runs.
   TpcDcaSubworker(RrmWorker& worker, OptimizationThread::Body optimization);
-  ~TpcDcaSubworker() override;
 
   void force_optimization() override;
   // An operator's request: planned in every state, whatever use_optimization_event says. Always true.
@@ -124,7 +123,7 @@ class TpcDcaSubworker final : public IRrmSubworker {
   bool rerun_pending_ = false;                               // a forced request came while the thread was running
   bool vrrp_restore_pending_ = false;                        // restored; requests wait for the timer
   std::array<std::uint32_t, timer_count> timer_settings_{};  // how often each timer was set or removed
-  OptimizationThread thread_;
+  OptimizationThread thread_;  // ends with this object
 };
 
 }  // namespace rrm

@@ -476,6 +476,20 @@ TEST_F(Balance, DoesNotRunForNobody) {
   EXPECT_EQ(load(), 1);
 }
 
+TEST_F(Balance, Without80211vOnlyRadiosThatAreFreeForItFollowTheirLoad) {
+  start_with_two();
+  for (const bool locked : {false, true}) {
+    Radio& radio = ap(ap1)->radios.list[1];
+    radio.locked_80211v = locked;
+    radio.priority_levels = {{0, 255}, {5, 127}};
+    radio.priority = 255;
+    expect_client(2);
+    advance(1);
+    EXPECT_EQ(radio.priority, locked ? 255u : 127u);
+    advance(1);
+  }
+}
+
 TEST_F(Balance, FollowsALoadWithThePriority) {
   settings.use_80211v = true;
   settings.load_balance_sta_low = 1;

@@ -1063,6 +1063,14 @@ TEST_F(Restore, ARestoredPlanStartsOverAfterTheDelay) {
   }
 }
 
+TEST_F(Restore, LetsTheBalancerGo) {
+  start_with({ap1});
+  to_mode_requests();
+  pipeline().restore(0, 0, 300);
+  advance(10);
+  EXPECT_THAT(journal.lines("TRACE Domain lab").at(0), ::testing::HasSubstr("load_balancer_lock: 0"));
+}
+
 TEST_F(Restore, ARestoredRestStateStaysAtRest) {
   start();
   pipeline().restore(0, 0, 30);
