@@ -140,8 +140,8 @@ Fleet::Fleet(Simulation& simulation, ServerAddress server, Log log)
   lws_context_creation_info info{};
   info.port = CONTEXT_PORT_NO_LISTEN;
   info.protocols = protocols;
-  info.gid = static_cast<gid_t>(-1);
-  info.uid = static_cast<uid_t>(-1);
+  info.gid = -1;
+  info.uid = -1;
   context_ = lws_create_context(&info);
   if (context_ == nullptr) {
     throw std::runtime_error("libwebsockets cannot be set up");
