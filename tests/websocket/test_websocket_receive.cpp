@@ -26,6 +26,7 @@ class WebsockReceive : public ::testing::Test {
   WebsockReceive() {
     server.library.threads = 1;
     EXPECT_TRUE(server.worker->connect());
+    EXPECT_TRUE(server.library.wait_for_call("service_tsi 500 0"));  // the last that comes from another thread
     server.library.take_calls();
   }
 

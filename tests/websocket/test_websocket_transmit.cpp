@@ -289,6 +289,16 @@ TEST_F(WebsockTransmit, QueueWithoutASessionIsErasedAtTheWakeUp) {
   EXPECT_EQ(write_event(first), Lines{});
 }
 
+TEST_F(WebsockTransmit, QueueWithoutASessionIsErasedAtADisconnect) {
+  leave_a_queue(server, "old");
+  server.worker->disconnect();
+  ASSERT_TRUE(server.worker->connect());
+  server.library.open(first);
+  server.send("before the first event", server.session(first));
+  server.library.take_calls();
+  EXPECT_EQ(write_event(first), Lines{});
+}
+
 TEST_F(WebsockTransmit, MessageThatFindsAnotherSessionAtWriteTimeIsSkipped) {
   leave_a_queue(server, "old");
   server.library.open(first);
