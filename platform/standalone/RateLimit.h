@@ -9,7 +9,7 @@ namespace zal {
 
 class RateLimit {
  public:
-  explicit RateLimit(std::uint32_t per_second) : per_second_(per_second) {}
+  explicit RateLimit(std::uint32_t per_second = 0) : per_second_(per_second) {}
 
   // `second` is any clock's current second.
   bool admit(std::uint32_t second) {

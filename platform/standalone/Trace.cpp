@@ -54,7 +54,7 @@ void Trace::error_mac(const MacAddr& mac, const char* fmt, ...) const {
 
 void Trace::ap_lib_limited_ap(const char* fmt, va_list args) const {
   TraceLog& log = TraceLog::instance();
-  if (!log.writes(Grade::ap) || !log.admits_library_line()) return;
+  if (!log.writes(Grade::ap) || !log.admits_library_line(fmt)) return;
   log.write(Grade::ap, name_, format_text(fmt, args), to_console_);
 }
 

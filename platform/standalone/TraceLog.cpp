@@ -97,7 +97,7 @@ void TraceLog::configure() {
   const TraceConfig config = read_config();
   write(Grade::sys, own_name,
         std::string("grade ") + grade_name(config.lowest_grade) + ", " +
-            std::to_string(config.library_lines_per_second) + " library lines a second",
+            std::to_string(config.library_lines_per_second) + " library lines a second of each kind",
         false);
 }
 
@@ -110,19 +110,18 @@ TraceConfig TraceLog::read_config() {
   return config;
 }
 
-bool TraceLog::admits_library_line() {
-  if (!library_lines_.admit(current_second())) return false;
-  report_refused_lines();
+bool TraceLog::admits_library_line(const char* format) {
+  const std::uint32_t second = current_second();
+  if (!library_lines_.admit(format, second)) return false;
+  if (reports_.admit(second)) report_refused_lines();
   return true;
 }
 
 void TraceLog::report_refused_lines() {
-  const auto refused = library_lines_.take_refused();
+  const std::uint64_t refused = library_lines_.take_refused();
   if (refused > 0)
     write(Grade::warn, own_name,
-          std::to_string(refused) + " library lines not logged: more than " +
-              std::to_string(library_lines_.per_second()) + " a second",
-          false);
+          std::to_string(refused) + " library lines not logged: too many of their kind in a second", false);
 }
 
 void TraceLog::write(Grade grade, const std::string& name, std::string_view text, bool to_console) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/standalone/KindLimit.h"
 #include "platform/standalone/RateLimit.h"
 #include "platform/standalone/TraceConfig.h"
 
@@ -29,8 +30,9 @@ class TraceLog {
   void configure();
 
   bool writes(Grade grade) const { return static_cast<int>(grade) >= lowest_grade_.load(std::memory_order_relaxed); }
-  // False if the line of a library is one too many this second.
-  bool admits_library_line();
+  // False if the line of a library is one too many this second. Lines of one kind, those of one format, have a budget
+  // of their own, so that a chatty kind does not silence the others.
+  bool admits_library_line(const char* format);
   void write(Grade grade, const std::string& name, std::string_view text, bool to_console);
 
  private:
@@ -41,7 +43,8 @@ class TraceLog {
   std::shared_ptr<spdlog::logger> logger_;  // set by open, constant afterwards
   std::atomic<bool> is_open_{false};
   std::atomic<int> lowest_grade_{static_cast<int>(TraceConfig{}.lowest_grade)};
-  RateLimit library_lines_{TraceConfig{}.library_lines_per_second};
+  KindLimit library_lines_{TraceConfig{}.library_lines_per_second};
+  RateLimit reports_{1};  // of lines that were not logged
 };
 
 // One line of the log: a text may come from anybody, so control characters are written as \xNN, what follows a line

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/standalone/KindLimit.h"
 #include "platform/standalone/RateLimit.h"
 #include "platform/standalone/TraceConfig.h"
 #include "platform/standalone/TraceLog.h"
@@ -87,35 +88,43 @@ TEST(Trace, AFileThatCannotBeOpenedLeavesTheLogOnStandardError) {
   EXPECT_THAT(text, HasSubstr("WARN  [RRM] here\n"));
 }
 
-TEST(Trace, LibraryLinesBeyondTheLimitAreCountedAndReported) {
-  constexpr int flood = 5000;
-  const Trace trace("RRM", false);
-  rrm::testing::TempDir directory;
-  setenv(trace_file_variable, directory.file("log").c_str(), 1);
-  Trace::global_init("test");
-  for (int i = 0; i < flood; ++i) library_line(trace, "flood %d", i);
-  trace.warn("not limited");
-  Trace::global_deinit();
-  unsetenv(trace_file_variable);
-
-  std::istringstream text(rrm::testing::read_file(directory.file("log")));
+// What a log holds of a flood of library lines.
+struct FloodLog {
   long written = 0;
   long refused = 0;
-  long others = 0;
-  for (std::string line; std::getline(text, line);) {
+  std::vector<std::string> others;
+};
+
+FloodLog read_flood(const TraceFile& file) {
+  FloodLog flood;
+  for (const std::string& line : file.lines()) {
     long count = 0;
-    if (line.find("[RRM] flood ") != std::string::npos)
-      ++written;
-    else if (std::sscanf(line.c_str(), "%*s WARN  [TRACE] %ld library lines not logged: more than 200 a second",
-                         &count) == 1)
-      refused += count;
+    if (line.starts_with("AP    [RRM] flood "))
+      ++flood.written;
+    else if (std::sscanf(line.c_str(), "WARN  [TRACE] %ld library lines not logged: too many", &count) == 1)
+      flood.refused += count;
     else
-      ++others;
+      flood.others.push_back(line);
   }
-  EXPECT_GE(written, 100);
-  EXPECT_LT(written, flood);
-  EXPECT_EQ(written + refused, flood);
-  EXPECT_EQ(others, 1);
+  return flood;
+}
+
+TEST(Trace, LibraryLinesOfOneKindBeyondTheLimitAreCountedAndTheOthersPass) {
+  constexpr int flood_size = 5000;
+  const Trace trace("RRM", false);
+  FloodLog flood;
+  {
+    const TraceFile file;
+    for (int i = 0; i < flood_size; ++i) library_line(trace, "flood %d", i);
+    library_line(trace, "role changed");
+    trace.warn("not limited");
+    Trace::global_deinit();
+    flood = read_flood(file);
+  }
+  EXPECT_GE(flood.written, 100);
+  EXPECT_LT(flood.written, flood_size);
+  EXPECT_EQ(flood.written + flood.refused, flood_size);
+  EXPECT_THAT(flood.others, ElementsAre("AP    [RRM] role changed", "WARN  [RRM] not limited"));
 }
 
 TEST(RateLimit, AdmitsSoManyInEachSecond) {
@@ -149,6 +158,35 @@ TEST(RateLimit, ManyThreadsTogetherGetNoMore) {
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(admitted, 1000);
   EXPECT_EQ(limit.take_refused(), 3000u);
+}
+
+TEST(KindLimit, EachKindHasItsOwnBudgetEvenWhenAllPlacesAreTaken) {
+  KindLimit limit(1);
+  const std::vector<char> formats(2 * KindLimit::capacity);
+  for (std::size_t i = 0; i < KindLimit::capacity; ++i) {
+    EXPECT_TRUE(limit.admit(&formats[i], 10));
+    EXPECT_FALSE(limit.admit(&formats[i], 10));
+  }
+  EXPECT_EQ(limit.take_refused(), KindLimit::capacity);
+  // One more shares a place, whose budget is used up.
+  EXPECT_FALSE(limit.admit(&formats[KindLimit::capacity], 10));
+  EXPECT_TRUE(limit.admit(&formats[KindLimit::capacity], 11));
+  limit.set_per_second(2);
+  EXPECT_TRUE(limit.admit(&formats[0], 10));
+}
+
+TEST(KindLimit, ManyThreadsTogetherGetNoMoreOfAKind) {
+  KindLimit limit(10);
+  const std::vector<char> formats(100);
+  std::atomic<int> admitted{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([&] {
+      for (int round = 0; round < 20; ++round)
+        for (const char& format : formats) admitted += limit.admit(&format, 7) ? 1 : 0;
+    });
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(admitted, 1000);
 }
 
 struct ConfigCase {

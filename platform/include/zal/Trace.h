@@ -30,8 +30,9 @@ class Trace {
   void error(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
   // An error that is tied to a device, whose address stands in the line.
   void error_mac(const MacAddr& mac, const char* fmt, ...) const __attribute__((format(printf, 3, 4)));
-  // Grade ap for the bulk text of a library: only so many lines a second pass. Whether a line passes is decided before
-  // it is formatted and without a lock; lines that do not pass are counted, and the count is logged.
+  // Grade ap for the bulk text of a library: only so many lines of one format pass in a second. Whether a line passes is
+  // decided before it is formatted and without a lock; lines that do not pass are counted, and the count is logged.
+  // The format must live as long as the process.
   void ap_lib_limited_ap(const char* fmt, va_list args) const __attribute__((format(printf, 2, 0)));
 
   // Reads the logging configuration again, for the whole process.
