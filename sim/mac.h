@@ -11,7 +11,7 @@ struct Mac {
   std::uint64_t value = 0;  // the six bytes, first byte highest
 
   bool operator==(const Mac&) const = default;
-  auto operator<=>(const Mac&) const = default;
+  bool operator<(const Mac& other) const { return value < other.value; }
 
   // The address `offset` further in the same pool.
   Mac plus(std::uint64_t offset) const { return {value + offset}; }

@@ -11,7 +11,7 @@ constexpr Millis one_go_ms = 5000;
 
 }  // namespace
 
-Simulation::Simulation(const Site& site, Log log) : world_(site), stations_(world_, *this) {
+Simulation::Simulation(const Site& site, const Log& log) : world_(site), stations_(world_, *this) {
   for (std::size_t i = 0; i < site.access_points.size(); ++i) {
     agents_.push_back(std::make_unique<ApAgent>(world_, stations_, i, log));
   }

@@ -18,7 +18,7 @@ namespace sim {
 class Simulation : private StationObserver {
  public:
   // The site must outlive the simulation.
-  Simulation(const Site& site, Log log);
+  Simulation(const Site& site, const Log& log);
 
   std::size_t size() const { return agents_.size(); }
   void connected(std::size_t ap, Millis now);

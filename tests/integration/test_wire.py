@@ -248,10 +248,27 @@ class Doors(WireTest):
         self.assert_success(await session.subscribe(), session.mac)
 
     async def test_plain_http_is_not_found(self):
+        for request in (b"GET / HTTP/1.1\r\nHost: x\r\n\r\n", b"HEAD / HTTP/1.1\r\nHost: x\r\n\r\n",
+                        b"GET /apb/rrm/../x HTTP/1.1\r\nHost: x\r\n\r\n",
+                        b"GET / HTTP/1.1\r\nHost: x\r\n\r\n" * 5):
+            with self.subTest(request):
+                bare = await self.connect_bare(upgraded=False)
+                await bare.write(request)
+                head = await asyncio.wait_for(bare.reader.readuntil(b"\r\n"), PATIENCE)
+                self.assertEqual(head, b"HTTP/1.1 404 Not Found\r\n")
+
+    async def test_plain_http_on_the_path_of_the_sessions_is_hung_up_on(self):
         bare = await self.connect_bare(upgraded=False)
-        await bare.write(b"GET / HTTP/1.1\r\nHost: x\r\n\r\n")
-        head = await asyncio.wait_for(bare.reader.readuntil(b"\r\n"), PATIENCE)
-        self.assertEqual(head, b"HTTP/1.1 404 Not Found\r\n")
+        await bare.write(b"GET /apb/rrm HTTP/1.1\r\nHost: x\r\n\r\n")
+        await self.assert_others_are_served()
+        self.assertEqual(await bare.rest(), b"")
+
+    async def test_a_request_with_a_body_gets_nothing(self):
+        bare = await self.connect_bare(upgraded=False)
+        await bare.write(b"POST /apb/rrm HTTP/1.1\r\nHost: x\r\nContent-Length: 3\r\n\r\nabc")
+        await self.assert_others_are_served()
+        with self.assertRaises(asyncio.TimeoutError):
+            await asyncio.wait_for(bare.reader.read(1), 0.5)
 
     async def test_what_is_no_http_is_forbidden(self):
         for name, data in (("a TLS greeting", b"\x16\x03\x01\x02\x00\x01\x00"), ("chatter", b"hello\r\n\r\n"),
