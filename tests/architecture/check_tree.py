@@ -24,9 +24,10 @@ ARROWS = {
     "server/lib": {"server/lib/core", "server/lib/json", "server/lib/model", "server/lib/steering",
                    "server/lib/protocol", "server/lib/planning", "server/lib/websock"},
     "platform/include": set(),
-    "platform/standalone": {"platform/include"},
+    "platform/bus": set(),
+    "platform/standalone": {"platform/include", "platform/bus"},
     "daemon": {"server/lib", "server/lib/core", "server/lib/json", "platform/include"},
-    "controller": {"platform/include"},
+    "controller": {"platform/include", "platform/bus"},
     "sim": set(),
 }
 
