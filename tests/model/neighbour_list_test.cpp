@@ -77,12 +77,21 @@ TEST_F(NeighbourListTest, ListsOnlyWhatClientsCouldUse) {
       {"disabled there", on(36), on(40).disabled(), false},
       {"a band told by the channel", on(36), on(40).band(0), true},
       {"no band at all", on(36), on(20), false},
+      {"no band on either side", on(20), on(20), false},
       {"6 GHz is not 5 GHz", on(36), on(40).band(6), false},
   };
   for (const ListedCase& test : cases) {
     EXPECT_EQ(list_of_one(listener(test.own), neighbour(test.other)) != "[]", test.listed) << test.label;
   }
   EXPECT_EQ(list_of_one(listener(on(36)), neighbour(on(40))), on_40);
+}
+
+TEST_F(NeighbourListTest, ADisabledRadioIsNoNeighbourHoweverItIsFound) {
+  const auto ap = listener(on(36)).build(config);
+  const auto other = neighbour(on(40).disabled()).build(config);
+  EXPECT_EQ(
+      array_text([&](JsonWriter& array) { write_neighbour(array, ap->radios, other->radios.list[0], other->mac); }),
+      "[]");
 }
 
 TEST_F(NeighbourListTest, TheOwnRadioOnTheNeighboursChannelComesFirst) {

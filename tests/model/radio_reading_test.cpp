@@ -454,6 +454,7 @@ TEST_F(RadioReading, AvailableChannelsAreTheNumbersOfAText) {
       {"anything else separates", R"("36,40;x44-48")", {36, 40, 44, 48}, {36, 40, 44, 48}},
       {"no order, repeats", R"("44 36 44")", {36, 44}, {36, 44}},
       {"0 is none", R"("0 36 00")", {36}, {36}},
+      {"every digit", R"("36 64 149 157 108 112")", {36, 64, 108, 112, 149, 157}, {36, 64, 108, 112, 149, 157}},
       {"leading zeros", R"("036")", {36}, {36}},
       {"a channel of no band is permitted, but in no pool", R"("36 234")", {36, 234}, {36}},
       {"numbers beyond 32 bits are one number of no band",
@@ -775,6 +776,19 @@ TEST_F(RadioReading, ARestoredPowerIsAlwaysTaken) {
 TEST_F(RadioReading, AChannelOffTheRestoredListIsScannedToo) {
   restore(R"({"interfaces":[{"status":1,"channel":44,"band":5,"available-channels":[36]}]})");
   EXPECT_EQ(pools[5], (ChannelSet{36, 44}));
+}
+
+TEST_F(RadioReading, ARestoredPositionIsANumber) {
+  restore(R"({"interfaces":[{"channel":6,"band":2,"bandwidth":80,"primary-channel":768}]})");
+  EXPECT_EQ(radio().primary_channel, 768);
+  restore(R"({"interfaces":[{"channel":6,"band":2,"bandwidth":80,"primary-channel":"ul"}]})");
+  EXPECT_EQ(radio().primary_channel, 0);
+}
+
+TEST_F(RadioReading, ARestoredListIsTakenAsItStands) {
+  restore(R"({"interfaces":[{"band":5,"available-channels":[40,36,0,-1,2147483647,36]}]})");
+  EXPECT_EQ(radio().available_channels, (ChannelSet{-1, 0, 36, 40, INT_MAX}));
+  EXPECT_EQ(pools, (ChannelPools{ChannelSet{}, {}, {}, {}, {}, {36, 40}, {}}));
 }
 
 TEST_F(RadioReading, RestoresInOrder) {

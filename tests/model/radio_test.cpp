@@ -283,6 +283,8 @@ TEST_F(RadioTest, TellsItsApWhatThePlanWants) {
        R"({"id":1,"channel":36,"band":5,"power":14,"bandwidth":80,"primary-channel":"ul",)"},
       {"a lowest EIRP", a_radio().channel(36).eirp_range(5, -1).eirp(9),
        R"({"id":1,"channel":36,"band":5,"power":0,"eirp-min":5,"eirp":9,"bandwidth":20,"primary-channel":"none",)"},
+      {"a lowest EIRP of 0", a_radio().channel(36).eirp_range(0, -1),
+       R"({"id":1,"channel":36,"band":5,"power":0,"eirp-min":0,"eirp":-1,"bandwidth":20,"primary-channel":"none",)"},
       {"a highest EIRP of 0", a_radio().channel(36).eirp_range(-1, 0),
        R"({"id":1,"channel":36,"band":5,"power":0,"eirp-max":0,"eirp":-1,"bandwidth":20,"primary-channel":"none",)"},
       {"an EIRP alone is not told", a_radio().channel(36).eirp(9),

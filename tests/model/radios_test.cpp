@@ -178,6 +178,13 @@ TEST_F(RadiosTest, AConflictMarksTheEnabledRadiosOfTheBand) {
   }
 }
 
+TEST_F(RadiosTest, AnUnknownBandIsNoBandToShare) {
+  Radios all = radios({a_radio().channel(20).power_range(0, 20).power(14)});
+  all.mark_conflicted(20, 0);
+  EXPECT_FALSE(all.list[0].conflicted);
+  EXPECT_EQ(all.lower_power_on_band(20, -67, -70, 0), 0);
+}
+
 TEST_F(RadiosTest, AReductionTakesTheEnabledRadiosOfTheBand) {
   for (const OnBandCase& test : on_band_cases) {
     const auto radio = [](std::int32_t channel) { return a_radio().channel(channel).power_range(0, 20).power(14); };
