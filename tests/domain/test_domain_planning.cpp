@@ -15,7 +15,6 @@ namespace {
 using ::testing::IsEmpty;
 
 const char* const ap1 = "00:11:22:33:44:00";
-const char* const ap2 = "00:11:22:33:55:00";
 
 // Planning
 
