@@ -33,7 +33,7 @@ Trace::Trace(const std::string& name, bool to_console) : name_(name), to_console
 // The four grades differ in nothing but the grade.
 #define ZAL_TRACE_GRADE(grade)                                                            \
   void Trace::grade(const char* fmt, ...) const {                                         \
-    if (!TraceLog::instance().writes(Grade::grade)) return;                               \
+    if (!TraceLog::instance().admits(Grade::grade, fmt)) return;                          \
     va_list args;                                                                         \
     va_start(args, fmt);                                                                  \
     TraceLog::instance().write(Grade::grade, name_, format_text(fmt, args), to_console_); \
@@ -46,6 +46,7 @@ ZAL_TRACE_GRADE(error)
 #undef ZAL_TRACE_GRADE
 
 void Trace::error_mac(const MacAddr& mac, const char* fmt, ...) const {
+  if (!TraceLog::instance().admits(Grade::error, fmt)) return;
   va_list args;
   va_start(args, fmt);
   TraceLog::instance().write(Grade::error, name_, mac.to_string() + ": " + format_text(fmt, args), to_console_);
@@ -54,7 +55,7 @@ void Trace::error_mac(const MacAddr& mac, const char* fmt, ...) const {
 
 void Trace::ap_lib_limited_ap(const char* fmt, va_list args) const {
   TraceLog& log = TraceLog::instance();
-  if (!log.writes(Grade::ap) || !log.admits_library_line(fmt)) return;
+  if (!log.admits_of_library(Grade::ap, fmt)) return;
   log.write(Grade::ap, name_, format_text(fmt, args), to_console_);
 }
 

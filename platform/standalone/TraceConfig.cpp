@@ -59,6 +59,7 @@ TraceConfig parse_trace_config(std::string_view text, std::string& complaint) {
   if (!fields) return config;
   Reader reader(*fields, complaint);
   reader.grade("grade", config.lowest_grade);
+  reader.number("lines_per_second", config.lines_per_second, 1, 1000000);
   reader.number("library_lines_per_second", config.library_lines_per_second, 0, 1000000);
   reader.number("max_file_bytes", config.max_file_bytes, 65536, 1 << 30);
   reader.number("max_files", config.max_files, 1, 100);

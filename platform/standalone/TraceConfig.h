@@ -16,6 +16,7 @@ struct TraceConfig {
   static constexpr const char* path = "/etc/zal/trace.json";
 
   Grade lowest_grade = Grade::ap;                // "grade": "ap", "sys", "warn" or "error"
+  std::uint32_t lines_per_second = 1000;         // of each kind; 1 to 1000000
   std::uint32_t library_lines_per_second = 100;  // of each kind; 0 to 1000000
   std::size_t max_file_bytes = 10u << 20;        // 65536 to 1073741824; a longer log is renamed. Read at start only
   std::size_t max_files = 5;                     // 1 to 100 renamed logs are kept. Read at start only

@@ -96,8 +96,9 @@ void TraceLog::close() {
 void TraceLog::configure() {
   const TraceConfig config = read_config();
   write(Grade::sys, own_name,
-        std::string("grade ") + grade_name(config.lowest_grade) + ", " +
-            std::to_string(config.library_lines_per_second) + " library lines a second of each kind",
+        std::string("grade ") + grade_name(config.lowest_grade) + ", a second at most " +
+            std::to_string(config.lines_per_second) + " lines of each kind, " +
+            std::to_string(config.library_lines_per_second) + " of the library",
         false);
 }
 
@@ -105,23 +106,25 @@ TraceConfig TraceLog::read_config() {
   std::string complaint;
   const TraceConfig config = parse_trace_config(read_file(TraceConfig::path), complaint);
   lowest_grade_ = static_cast<int>(config.lowest_grade);
+  lines_.set_per_second(config.lines_per_second);
   library_lines_.set_per_second(config.library_lines_per_second);
   if (!complaint.empty()) write(Grade::error, own_name, std::string(TraceConfig::path) + ": " + complaint, false);
   return config;
 }
 
-bool TraceLog::admits_library_line(const char* format) {
+bool TraceLog::admits(Grade grade, const char* format, KindLimit& limit) {
+  if (!writes(grade)) return false;
   const std::uint32_t second = current_second();
-  if (!library_lines_.admit(format, second)) return false;
+  if (!limit.admit(format, second)) return false;
   if (reports_.admit(second)) report_refused_lines();
   return true;
 }
 
 void TraceLog::report_refused_lines() {
-  const std::uint64_t refused = library_lines_.take_refused();
+  const std::uint64_t refused = lines_.take_refused() + library_lines_.take_refused();
   if (refused > 0)
-    write(Grade::warn, own_name,
-          std::to_string(refused) + " library lines not logged: too many of their kind in a second", false);
+    write(Grade::warn, own_name, std::to_string(refused) + " lines not logged: too many of their kind in a second",
+          false);
 }
 
 void TraceLog::write(Grade grade, const std::string& name, std::string_view text, bool to_console) {

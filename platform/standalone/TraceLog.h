@@ -29,20 +29,23 @@ class TraceLog {
   // Reads the configuration file again. A bad key keeps its default and is logged.
   void configure();
 
-  bool writes(Grade grade) const { return static_cast<int>(grade) >= lowest_grade_.load(std::memory_order_relaxed); }
-  // False if the line of a library is one too many this second. Lines of one kind, those of one format, have a budget
-  // of their own, so that a chatty kind does not silence the others.
-  bool admits_library_line(const char* format);
+  // False if a line of the grade is not wanted or one too many this second. Lines of one kind, those of one format,
+  // have a budget of their own, so that a chatty kind does not silence the others; a library's is smaller.
+  bool admits(Grade grade, const char* format) { return admits(grade, format, lines_); }
+  bool admits_of_library(Grade grade, const char* format) { return admits(grade, format, library_lines_); }
   void write(Grade grade, const std::string& name, std::string_view text, bool to_console);
 
  private:
   TraceLog() = default;
+  bool admits(Grade grade, const char* format, KindLimit& limit);
+  bool writes(Grade grade) const { return static_cast<int>(grade) >= lowest_grade_.load(std::memory_order_relaxed); }
   void report_refused_lines();
   TraceConfig read_config();
 
   std::shared_ptr<spdlog::logger> logger_;  // set by open, constant afterwards
   std::atomic<bool> is_open_{false};
   std::atomic<int> lowest_grade_{static_cast<int>(TraceConfig{}.lowest_grade)};
+  KindLimit lines_{TraceConfig{}.lines_per_second};
   KindLimit library_lines_{TraceConfig{}.library_lines_per_second};
   RateLimit reports_{1};  // of lines that were not logged
 };

@@ -101,7 +101,7 @@ FloodLog read_flood(const TraceFile& file) {
     long count = 0;
     if (line.starts_with("AP    [RRM] flood "))
       ++flood.written;
-    else if (std::sscanf(line.c_str(), "WARN  [TRACE] %ld library lines not logged: too many", &count) == 1)
+    else if (std::sscanf(line.c_str(), "WARN  [TRACE] %ld lines not logged: too many", &count) == 1)
       flood.refused += count;
     else
       flood.others.push_back(line);
@@ -117,14 +117,30 @@ TEST(Trace, LibraryLinesOfOneKindBeyondTheLimitAreCountedAndTheOthersPass) {
     const TraceFile file;
     for (int i = 0; i < flood_size; ++i) library_line(trace, "flood %d", i);
     library_line(trace, "role changed");
-    trace.warn("not limited");
     Trace::global_deinit();
     flood = read_flood(file);
   }
   EXPECT_GE(flood.written, 100);
   EXPECT_LT(flood.written, flood_size);
   EXPECT_EQ(flood.written + flood.refused, flood_size);
-  EXPECT_THAT(flood.others, ElementsAre("AP    [RRM] role changed", "WARN  [RRM] not limited"));
+  EXPECT_THAT(flood.others, ElementsAre("AP    [RRM] role changed"));
+}
+
+TEST(Trace, AFloodOfTheProcessItselfIsLimitedToo) {
+  constexpr int flood_size = 20000;
+  FloodLog flood;
+  {
+    const TraceFile file;
+    const Trace trace("RRM", false);
+    for (int i = 0; i < flood_size; ++i) trace.ap("flood %d", i);
+    trace.error("something else");
+    Trace::global_deinit();
+    flood = read_flood(file);
+  }
+  EXPECT_GE(flood.written, 1000);
+  EXPECT_LT(flood.written, flood_size);
+  EXPECT_EQ(flood.written + flood.refused, flood_size);
+  EXPECT_THAT(flood.others, ElementsAre("ERROR [RRM] something else"));
 }
 
 TEST(RateLimit, AdmitsSoManyInEachSecond) {
@@ -211,6 +227,10 @@ TEST(TraceConfig, EveryGoodKeyIsTakenAndEveryOtherNamed) {
       {R"({"grade":"error"})", with([](auto& c) { c.lowest_grade = Grade::error; }), ""},
       {R"({"grade":"loud"})", {}, "bad value of 'grade'"},
       {R"({"grade":3})", {}, "bad value of 'grade'"},
+      {R"({"lines_per_second":1})", with([](auto& c) { c.lines_per_second = 1; }), ""},
+      {R"({"lines_per_second":1000000})", with([](auto& c) { c.lines_per_second = 1000000; }), ""},
+      {R"({"lines_per_second":0})", {}, "bad value of 'lines_per_second'"},
+      {R"({"lines_per_second":1000001})", {}, "bad value of 'lines_per_second'"},
       {R"({"library_lines_per_second":0})", with([](auto& c) { c.library_lines_per_second = 0; }), ""},
       {R"({"library_lines_per_second":1000000})", with([](auto& c) { c.library_lines_per_second = 1000000; }), ""},
       {R"({"library_lines_per_second":-1})", {}, "bad value of 'library_lines_per_second'"},

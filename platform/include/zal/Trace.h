@@ -4,7 +4,9 @@
 // thread, and none of them throws or fails visibly: a process must not die of its log.
 //
 // Four grades, from the most to the least talkative: ap (what concerns single access points), sys (the process), warn,
-// error. The logging configuration tells the lowest grade that is written; reload_config reads it again.
+// error. The logging configuration tells the lowest grade that is written; reload_config reads it again. No line floods
+// the log: whether one passes is decided before it is formatted and without a lock, and those that do not are counted
+// and reported. Formats must live as long as the process.
 #pragma once
 
 #include <cstdarg>
@@ -30,9 +32,8 @@ class Trace {
   void error(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
   // An error that is tied to a device, whose address stands in the line.
   void error_mac(const MacAddr& mac, const char* fmt, ...) const __attribute__((format(printf, 3, 4)));
-  // Grade ap for the bulk text of a library: only so many lines of one format pass in a second. Whether a line passes is
-  // decided before it is formatted and without a lock; lines that do not pass are counted, and the count is logged.
-  // The format must live as long as the process.
+  // Grade ap for the bulk text of a library, which may come with every message of an access point: only so many lines
+  // of one format pass in a second.
   void ap_lib_limited_ap(const char* fmt, va_list args) const __attribute__((format(printf, 2, 0)));
 
   // Reads the logging configuration again, for the whole process.
