@@ -123,7 +123,7 @@ class TpcDcaSubworker final : public IRrmSubworker {
   bool rerun_pending_ = false;                               // a forced request came while the thread was running
   bool vrrp_restore_pending_ = false;                        // restored; requests wait for the timer
   std::array<std::uint32_t, timer_count> timer_settings_{};  // how often each timer was set or removed
-  OptimizationThread thread_;  // ends with this object
+  OptimizationThread thread_;                                // ends with this object
 };
 
 }  // namespace rrm

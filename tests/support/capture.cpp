@@ -28,7 +28,9 @@ void print_log(const char*, int, const char*, int, const char* format, va_list a
 
 }  // namespace
 
-void PrintTo(const LogLine& line, std::ostream* out) { *out << "{" << line.level << ", \"" << line.text << "\"}"; }
+void PrintTo(const LogLine& line, std::ostream* out) {
+  *out << "{" << line.level << ", \"" << line.text << "\"}";
+}
 
 void PrintTo(const Event& event, std::ostream* out) {
   *out << "{event " << event.id << ", " << (event.has_payload ? "\"" + event.payload + "\"" : "null") << "}";
@@ -100,7 +102,9 @@ ManualClock::ManualClock(std::int64_t monotonic, std::int64_t wall) : monotonic_
   set_clock(this);
 }
 
-ManualClock::~ManualClock() { set_clock(nullptr); }
+ManualClock::~ManualClock() {
+  set_clock(nullptr);
+}
 
 std::optional<std::int64_t> ManualClock::wall_seconds() const {
   if (wall_fails_) return std::nullopt;
