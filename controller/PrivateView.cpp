@@ -109,6 +109,7 @@ void build_view(const std::vector<Redirection>& redirections, const std::string&
   // Taken before anything is covered or becomes read-only, so the clones stay as they are here.
   const UniqueFd writable_clone = clone_of(writable, AT_RECURSIVE);
   std::vector<UniqueFd> sources;
+  sources.reserve(redirections.size());
   for (const auto& redirection : redirections) sources.push_back(clone_of(redirection.source, 0));
   for (const auto& redirection : redirections) make_mount_point(redirection.target, staging);
   make_all_read_only();

@@ -31,6 +31,7 @@ class alignas(64) _SafeQueue {  // NOLINT(bugprone-reserved-identifier): its giv
     Backoff backoff(max_sleep_us);
     for (std::uint64_t attempt = 1; attempts == 0 || attempt <= attempts; ++attempt) {
       backoff.pause(attempt);
+      // NOLINTNEXTLINE(bugprone-use-after-move): a push that fails leaves the item alone
       if (!try_push(ring, std::move(item))) continue;
       signal();
       return true;
@@ -41,6 +42,7 @@ class alignas(64) _SafeQueue {  // NOLINT(bugprone-reserved-identifier): its giv
 
   // The usual way in: at once if there is room, else push_wait.
   [[nodiscard]] bool push(Ring<T>& ring, T&& item, std::uint32_t attempts, std::uint32_t max_sleep_us) {
+    // NOLINTNEXTLINE(bugprone-use-after-move): a push that fails leaves the item alone
     if (!try_push(ring, std::move(item))) return push_wait(ring, std::move(item), attempts, max_sleep_us);
     signal();
     return true;
