@@ -20,7 +20,7 @@ bool is_disabled(const std::string& setup) {
   const nlohmann::json::json_pointer enabled("/global/enabled");
   if (document.is_discarded() || !document.contains(enabled)) return false;
   const auto& value = document.at(enabled);
-  return value == 0 || value == false;
+  return value.is_boolean() ? !value.get<bool>() : value == 0;
 }
 
 std::pair<zal::MacAddr, std::string> parse_ap_record(nlohmann::json record) {
