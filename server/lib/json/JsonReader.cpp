@@ -119,6 +119,7 @@ JsonReader::JsonReader(const JsonReader&) {
   throw std::logic_error("Copy JsonReader not allowed\n");
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): nothing is ever assigned.
 JsonReader& JsonReader::operator=(const JsonReader&) {
   throw std::logic_error("Copy JsonReader not allowed\n");
 }
