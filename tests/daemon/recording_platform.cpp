@@ -92,7 +92,7 @@ void Trace::reload_config() const {
 }
 
 Timer::Timer(std::chrono::milliseconds interval) : interval_(interval) {
-  platform().note("timer: " + std::to_string(interval.count()));
+  platform().note("timer: " + std::to_string(interval_.count()));
 }
 bool Timer::is_expired() const {
   return platform().timer_has_expired;
