@@ -189,6 +189,7 @@ TEST_F(Pipeline, AForceBreaksACycleOff) {
                                }));
   advance(19);
   EXPECT_EQ(rrm_status(), 4);
+  EXPECT_THAT(journal.lines("TRACE Domain lab").at(0), ::testing::HasSubstr("load_balancer_lock: 0"));
 }
 
 TEST_F(Pipeline, AnOperatorsRequestIsPlannedWhateverEventsMayDo) {
