@@ -39,7 +39,7 @@ void read_member(const JsonReader& reader, const std::string& key, const std::ve
 
 void read_everything(const JsonReader& reader, const std::vector<std::string>& keys, int depth) {
   require(!reader.empty() || std::strcmp(reader.to_string(), "null") == 0, "an empty reader is null");
-  require(reader.size() == 0 || !reader.has(""), "no array has members");
+  require(!reader.has("") || reader.size() == 0, "no array has members");
   const int last = reader.size() < 50 ? reader.size() : 50;
   for (int i = -1; i <= last; ++i) {
     const JsonReader element = reader.at(i);

@@ -268,18 +268,21 @@ void RrmWorker::process_unsubscribe(const BaseSession& session, const MacAddr& m
 }
 
 void RrmWorker::process_config_changed(const JsonReader& json, const BaseSession& session, const MacAddr& mac) {
-  ApMap* set = &aps_;
-  auto ap = aps_.find_by_any_mac(mac);
-  if (ap == nullptr && (ap = unanswered_aps_.find_by_any_mac(mac)) != nullptr) {
+  if (const auto active = aps_.find_by_any_mac(mac)) {
+    change_config(aps_, active, json, session, mac);
+  } else if (const auto silent = unanswered_aps_.find_by_any_mac(mac)) {
     RRM_LOG(LOG_TRACE, "To unanswered rrm change request");
-    set = &unanswered_aps_;
-  } else if (ap == nullptr && (ap = deleted_aps_.find_by_any_mac(mac)) != nullptr) {
+    change_config(unanswered_aps_, silent, json, session, mac);
+  } else if (const auto gone = deleted_aps_.find_by_any_mac(mac)) {
     RRM_LOG(LOG_TRACE, "To deleted rrm change request");
-    set = &deleted_aps_;
+    change_config(deleted_aps_, gone, json, session, mac);
   }
-  if (ap == nullptr) return;
+}
+
+void RrmWorker::change_config(ApMap& set, const std::shared_ptr<ApEntry>& ap, const JsonReader& json,
+                              const BaseSession& session, const MacAddr& mac) {
   process_exists_ap(Command::rrm_config_changed, json, session, mac, *ap, false);
-  set->reindex(ap);
+  set.reindex(ap);
   tpc_dca_->post_tpc_results_ap(*ap, true, true);
 }
 

@@ -85,6 +85,8 @@ class RrmWorker final : public Worker {
   void process_unsubscribe(const BaseSession& session, const MacAddr& mac) RRM_REQUIRES(mutex);
   void process_config_changed(const JsonReader& json, const BaseSession& session, const MacAddr& mac)
       RRM_REQUIRES(mutex);
+  void change_config(ApMap& set, const std::shared_ptr<ApEntry>& ap, const JsonReader& json, const BaseSession& session,
+                     const MacAddr& mac) RRM_REQUIRES(mutex);
   void process_balancer_cmd(protocol::Command command, const MacAddr& mac) RRM_REQUIRES(mutex);
 
   // Subscribes: each road of an AP has its own function.

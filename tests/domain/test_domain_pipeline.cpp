@@ -185,6 +185,15 @@ TEST_F(Pipeline, TheFastScanIsOrderedForAllAtOnceOverTheDomainsChannels) {
                        }));
 }
 
+TEST_F(Pipeline, ANewScanForgetsWhoHadAnswered) {
+  start_with({ap1});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  ap(ap1)->radios.received = true;
+  to_scan();
+  EXPECT_FALSE(ap(ap1)->radios.received);
+}
+
 TEST_F(Pipeline, TheOrdinaryScanGoesFromApToApOverItsOwnChannels) {
   settings.use_dunva_rrm_scan = false;
   const char* const ap3 = "00:11:22:33:66:00";

@@ -31,7 +31,7 @@ bool MemoryWatch::on_new() {
 
 using rrm::testing::watch;
 
-// The linker sends the program's own calls of malloc to the second of these. NOLINTBEGIN(bugprone-reserved-identifier)
+// The linker sends the program's own calls of malloc to the second of these.
 extern "C" {
 void* __real_malloc(std::size_t size);
 void* __wrap_malloc(std::size_t size) {
@@ -44,7 +44,6 @@ void* operator new(std::size_t size) {
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 void operator delete(void* memory) noexcept {
   std::free(memory);

@@ -1,5 +1,5 @@
-// Counts what a test program takes from malloc and from operator new, and can refuse any of it. Link the object library
-// failing_memory; only one program's calls are seen, not those within shared libraries.
+// Counts what a test program takes from malloc and from operator new, and can refuse any of it. Link the library
+// failing_memory. Calls of malloc within shared libraries are not seen.
 #pragma once
 
 #include <cstddef>

@@ -114,10 +114,17 @@ TEST(Numbers, of_up_to_19_digits_take_the_short_way) {
   const double missed = static_cast<double>(6249979066121302517u) / 1e19;
   ASSERT_NE(missed, 0.6249979066121302517);
   expect_float("0.6249979066121302517", missed);
+  // The largest powers, where both ways differ as well.
+  ASSERT_NE(static_cast<double>(6485596051400693142u) * 1e22, 6485596051400693142e22);
+  expect_float("6485596051400693142e22", static_cast<double>(6485596051400693142u) * 1e22);
+  ASSERT_NE(static_cast<double>(7715776724474024531u) / 1e22, 7715776724474024531e-22);
+  expect_float("7715776724474024531e-22", static_cast<double>(7715776724474024531u) / 1e22);
 }
 
 TEST(Numbers, do_not_count_zeros_in_front_as_digits) {
   expect_float("0.0000000000000000000123", 123 / 1e22);
+  ASSERT_NE(static_cast<double>(8596097168636666574u) / 1e22, 0.0008596097168636666574);
+  expect_float("0.0008596097168636666574", static_cast<double>(8596097168636666574u) / 1e22);
   expect_float("0.00000000000000000000123", 123e-23);
 }
 

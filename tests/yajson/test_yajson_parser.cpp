@@ -250,7 +250,8 @@ TEST(Containers, reserve_for_eight_or_for_what_lies_ahead_in_a_longer_text) {
       {"257 bytes ahead", "[" + numbers(20) + "]" + std::string(217, ' '), 20},
       {"few elements ahead", "[" + numbers(3) + "]" + padding, 8},
       {"commas in strings and containers", "[" + numbers(10) + ",\"a,\\\",b\",[1,2],{\"c\":1,\"d\":2}]" + padding, 13},
-      {"256 commas in the 512 bytes that are looked at", "[" + numbers(300) + "]", 2 * 257},
+      {"256 commas in the 512 bytes that are looked at", "[" + numbers(300) + "]", std::size_t{2} * 257},
+      {"255 commas there and one in the next byte", "[1" + numbers(300) + "]", std::size_t{2} * 256},
       {"a string beyond the 512 bytes", "[1,1,1,1,1,1,1,1,1,1,\"" + std::string(600, ',') + "\"]", 11},
   };
   for (const CapacityCase& c : cases) {
