@@ -107,9 +107,9 @@ class BareSocket:
         self.writer.write(data)
         await self.writer.drain()
 
-    async def read_frame(self):
-        """First byte and payload of the next frame, which a server does not mask."""
-        first, length = await asyncio.wait_for(self.reader.readexactly(2), PATIENCE)
+    async def read_frame(self, seconds=PATIENCE):
+        """First byte and payload of the next frame, which a server does not mask; None waits for ever."""
+        first, length = await asyncio.wait_for(self.reader.readexactly(2), seconds)
         if length == 126:
             length, = struct.unpack("!H", await self.reader.readexactly(2))
         elif length == 127:
