@@ -59,8 +59,9 @@ class Watcher:
             raise AssertionError((first, payload))
         self.pinged_at.append(self.age())
         if answers:
+            before = time.monotonic()
             await self.bare.write(frame(payload, PONG))
-            self.heard = (int(time.monotonic()), int(time.monotonic() + SLACK_S))
+            self.heard = (int(before), int(time.monotonic() + SLACK_S))
         return True
 
 

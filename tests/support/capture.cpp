@@ -9,6 +9,12 @@ namespace {
 
 std::atomic<Capture*> current{nullptr};
 
+void print_log(const char*, int, const char*, int, const char* format, va_list args) {
+  std::puts(format_text(format, args).c_str());
+}
+
+}  // namespace
+
 std::string format_text(const char* format, va_list args) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -21,12 +27,6 @@ std::string format_text(const char* format, va_list args) {
 #pragma GCC diagnostic pop
   return text;
 }
-
-void print_log(const char*, int, const char*, int, const char* format, va_list args) {
-  std::puts(format_text(format, args).c_str());
-}
-
-}  // namespace
 
 void PrintTo(const LogLine& line, std::ostream* out) {
   *out << "{" << line.level << ", \"" << line.text << "\"}";

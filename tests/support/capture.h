@@ -26,6 +26,9 @@ struct Event {
   bool operator==(const Event&) const = default;
 };
 
+// The text of a log line as the hook is handed it.
+std::string format_text(const char* format, va_list args);
+
 // How gtest prints the two.
 void PrintTo(const LogLine& line, std::ostream* out);
 void PrintTo(const Event& event, std::ostream* out);

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <iterator>
 #include <utility>
 
 #include "core/log.h"
+#include "support/capture.h"
 
 namespace rrm::testing {
 namespace {
@@ -26,19 +26,6 @@ std::string level_name(int level) {
     default:
       return "LEVEL-" + std::to_string(level);
   }
-}
-
-std::string formatted(const char* format, va_list args) {
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  va_list again;
-  va_copy(again, args);
-  const int length = std::vsnprintf(nullptr, 0, format, again);
-  va_end(again);
-  std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
-  std::vsnprintf(text.data(), text.size() + 1, format, args);
-#pragma GCC diagnostic pop
-  return text;
 }
 
 void silent_log(const char*, int, const char*, int, const char*, va_list) {}
@@ -82,7 +69,7 @@ bool Journal::has(const std::string& line) const {
 
 void Journal::on_log(const char*, int, const char*, int level, const char* format, va_list args) {
   if (level == LOG_DUMP) return;
-  if (Journal* journal = current) journal->note(level_name(level) + " " + formatted(format, args));
+  if (Journal* journal = current) journal->note(level_name(level) + " " + format_text(format, args));
 }
 
 void Journal::on_event(const int& id, const std::shared_ptr<std::string>& payload) {

@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <ostream>
+#include <random>
 #include <stdexcept>
 #include <utility>
 
@@ -70,14 +71,17 @@ std::size_t big_endian(std::string_view bytes) {
 }  // namespace
 
 int free_port() {
-  const int fd = new_socket();
-  sockaddr_in address = loopback(0);
-  socklen_t size = sizeof address;
-  const bool bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), size) == 0 &&
-                     ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0;
-  ::close(fd);
-  if (!bound) throw std::runtime_error("no free port");
-  return ntohs(address.sin_port);
+  std::random_device entropy;
+  std::uniform_int_distribution<int> ports(20000, 32000);
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const int port = ports(entropy);
+    const int fd = new_socket();
+    const sockaddr_in address = loopback(port);
+    const bool bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    if (bound) return port;
+  }
+  throw std::runtime_error("no free port");
 }
 
 void PrintTo(const Frame& frame, std::ostream* out) {

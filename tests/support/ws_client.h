@@ -12,7 +12,8 @@
 
 namespace rrm::testing {
 
-// A TCP port of the loopback that nobody listened on a moment ago.
+// A TCP port of the loopback that was free a moment ago, and is none of those that the kernel hands to connecting
+// clients: a test beside this one may open a thousand.
 int free_port();
 
 enum class Opcode : std::uint8_t { continuation = 0, text = 1, binary = 2, close = 8, ping = 9, pong = 10 };
