@@ -32,6 +32,7 @@ class KindLimit {
   }
 
  private:
+  static_assert(std::atomic<const char*>::is_always_lock_free);
   struct Kind {
     std::atomic<const char*> format{nullptr};
     RateLimit limit;

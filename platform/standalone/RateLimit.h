@@ -35,6 +35,7 @@ class RateLimit {
 
  private:
   static constexpr std::uint64_t used_mask = 0xffffffff;
+  static_assert(std::atomic<std::uint64_t>::is_always_lock_free && std::atomic<std::uint32_t>::is_always_lock_free);
 
   std::atomic<std::uint32_t> per_second_;
   std::atomic<std::uint64_t> second_and_used_{0};  // the second above, its count below

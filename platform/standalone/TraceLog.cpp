@@ -10,7 +10,7 @@
 #include <ctime>
 #include <exception>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace zal {
 
@@ -18,9 +18,11 @@ namespace {
 
 constexpr const char* own_name = "TRACE";
 
+// Empty if it cannot be opened or read: an inserter keeps the exceptions of a buffer to itself.
 std::string read_file(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
 }
 
 std::uint32_t current_second() {
@@ -105,11 +107,15 @@ void TraceLog::configure() {
 TraceConfig TraceLog::read_config() {
   std::string complaint;
   const TraceConfig config = parse_trace_config(read_file(TraceConfig::path), complaint);
+  apply(config);
+  if (!complaint.empty()) write(Grade::error, own_name, std::string(TraceConfig::path) + ": " + complaint, false);
+  return config;
+}
+
+void TraceLog::apply(const TraceConfig& config) {
   lowest_grade_ = static_cast<int>(config.lowest_grade);
   lines_.set_per_second(config.lines_per_second);
   library_lines_.set_per_second(config.library_lines_per_second);
-  if (!complaint.empty()) write(Grade::error, own_name, std::string(TraceConfig::path) + ": " + complaint, false);
-  return config;
 }
 
 bool TraceLog::admits(Grade grade, const char* format, KindLimit& limit) {
@@ -120,7 +126,9 @@ bool TraceLog::admits(Grade grade, const char* format, KindLimit& limit) {
   return true;
 }
 
+// While warnings are not wanted the count goes on.
 void TraceLog::report_refused_lines() {
+  if (!writes(Grade::warn)) return;
   const std::uint64_t refused = lines_.take_refused() + library_lines_.take_refused();
   if (refused > 0)
     write(Grade::warn, own_name, std::to_string(refused) + " lines not logged: too many of their kind in a second",

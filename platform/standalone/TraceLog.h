@@ -28,9 +28,12 @@ class TraceLog {
   void close();
   // Reads the configuration file again. A bad key keeps its default and is logged.
   void configure();
+  // What of a configuration may change while the log is open holds from now on.
+  void apply(const TraceConfig& config);
 
-  // False if a line of the grade is not wanted or one too many this second. Lines of one kind, those of one format,
-  // have a budget of their own, so that a chatty kind does not silence the others; a library's is smaller.
+  // False if a line of the grade is not wanted or one too many this second: such a line costs some atomic operations,
+  // whoever else is writing. Lines of one kind, those of one format, have a budget of their own, so that a chatty kind
+  // does not silence the others; a library's is smaller.
   bool admits(Grade grade, const char* format) { return admits(grade, format, lines_); }
   bool admits_of_library(Grade grade, const char* format) { return admits(grade, format, library_lines_); }
   void write(Grade grade, const std::string& name, std::string_view text, bool to_console);

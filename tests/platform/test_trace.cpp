@@ -1,17 +1,29 @@
 // The log: its lines, its grades, its rate limit and its configuration.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdarg>
+#include <cstdlib>
+#include <future>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "platform/bus/UniqueFd.h"
 #include "platform/standalone/KindLimit.h"
 #include "platform/standalone/RateLimit.h"
 #include "platform/standalone/TraceConfig.h"
 #include "platform/standalone/TraceLog.h"
 #include "platform/trace_file.h"
+#include "support/temp_dir.h"
 #include "zal/Trace.h"
 #include "zal/backtrace.h"
 
@@ -20,6 +32,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using zal::testing::AppliedConfig;
 using zal::testing::TraceFile;
 
 __attribute__((format(printf, 2, 3))) void library_line(const Trace& trace, const char* format, ...) {
@@ -141,6 +154,126 @@ TEST(Trace, AFloodOfTheProcessItselfIsLimitedToo) {
   EXPECT_LT(flood.written, flood_size);
   EXPECT_EQ(flood.written + flood.refused, flood_size);
   EXPECT_THAT(flood.others, ElementsAre("ERROR [RRM] something else"));
+}
+
+// A text that nobody can read: whoever formats it crashes.
+class UnreadableText {
+ public:
+  UnreadableText() : page_(mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+    if (page_ == MAP_FAILED) throw std::runtime_error("mmap");
+  }
+  ~UnreadableText() { munmap(page_, size); }
+  UnreadableText(const UnreadableText&) = delete;
+  UnreadableText& operator=(const UnreadableText&) = delete;
+
+  const char* text() const { return static_cast<const char*>(page_); }
+
+ private:
+  static constexpr std::size_t size = 4096;
+  void* page_;
+};
+
+TEST(Trace, ARefusedLineIsNeverFormatted) {
+  const TraceFile file;
+  const Trace trace("RRM", false);
+  const UnreadableText secret;
+  {
+    const AppliedConfig none(AppliedConfig::without_budgets());
+    library_line(trace, "%s", secret.text());
+    trace.ap("%s", secret.text());
+    trace.sys("%s", secret.text());
+    trace.warn("%s", secret.text());
+    trace.error("%s", secret.text());
+    trace.error_mac(MacAddr(), "%s", secret.text());
+  }
+  Trace::global_deinit();
+  EXPECT_THAT(file.lines(), ElementsAre("WARN  [TRACE] 6 lines not logged: too many of their kind in a second"));
+}
+
+TEST(Trace, ALineBelowTheLowestGradeIsNeitherFormattedNorCounted) {
+  const TraceFile file;
+  const Trace trace("RRM", false);
+  const UnreadableText secret;
+  {
+    const AppliedConfig errors(AppliedConfig::from_grade(Grade::error));
+    library_line(trace, "%s", secret.text());
+    trace.ap("%s", secret.text());
+    trace.sys("%s", secret.text());
+    trace.warn("%s", secret.text());
+    trace.error("written");
+  }
+  Trace::global_deinit();
+  EXPECT_THAT(file.lines(), ElementsAre("ERROR [RRM] written"));
+}
+
+TEST(Trace, TheCountOfRefusedLinesOutlastsATimeWithoutWarnings) {
+  const TraceFile file;
+  {
+    const AppliedConfig none(AppliedConfig::without_budgets());
+    Trace("RRM", false).error("refused");
+  }
+  {
+    const AppliedConfig errors(AppliedConfig::from_grade(Grade::error));
+    Trace::global_deinit();
+  }
+  const TraceFile later;
+  Trace::global_deinit();
+  EXPECT_THAT(file.lines(), ElementsAre());
+  EXPECT_THAT(later.lines(), ElementsAre("WARN  [TRACE] 1 lines not logged: too many of their kind in a second"));
+}
+
+// A log whose reader does not read: whoever writes more than fits stays inside the log, with its lock, until drained.
+class StuckLog {
+ public:
+  StuckLog() {
+    if (mkfifo(path().c_str(), 0600) != 0) throw std::runtime_error("mkfifo");
+    reader_.reset(open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    setenv(trace_file_variable, path().c_str(), 1);
+    Trace::global_init("test");
+  }
+  ~StuckLog() {
+    Trace::global_deinit();
+    unsetenv(trace_file_variable);
+  }
+  StuckLog(const StuckLog&) = delete;
+  StuckLog& operator=(const StuckLog&) = delete;
+
+  void await_full() const {
+    int waiting = 0;
+    while (waiting < fcntl(reader_.get(), F_GETPIPE_SZ))
+      if (ioctl(reader_.get(), FIONREAD, &waiting) != 0) throw std::runtime_error("ioctl");
+  }
+  // Reads until the writer is done.
+  void drain(const std::future<void>& writer) const {
+    char part[65536];
+    while (writer.wait_for(std::chrono::seconds(0)) != std::future_status::ready)
+      while (read(reader_.get(), part, sizeof part) > 0) {
+      }
+  }
+
+ private:
+  std::string path() const { return directory_.file("log"); }
+
+  rrm::testing::TempDir directory_;
+  bus::UniqueFd reader_;
+};
+
+TEST(Trace, ARefusedLineWaitsForNobodyWhoWrites) {
+  using std::future_status;
+  const StuckLog log;
+  const Trace trace("RRM", false);
+  const auto writer = std::async(std::launch::async, [&trace] { trace.sys("%s", std::string(1u << 20, 'x').c_str()); });
+  log.await_full();
+
+  const AppliedConfig none(AppliedConfig::without_budgets());
+  const auto refused = std::async(std::launch::async, [&trace] {
+    library_line(trace, "%d", 1);
+    trace.ap("%d", 2);
+    trace.error_mac(MacAddr(), "%d", 3);
+  });
+  EXPECT_EQ(refused.wait_for(std::chrono::seconds(60)), future_status::ready);
+  EXPECT_EQ(writer.wait_for(std::chrono::seconds(0)), future_status::timeout);
+  log.drain(writer);
 }
 
 TEST(RateLimit, AdmitsSoManyInEachSecond) {

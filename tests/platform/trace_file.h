@@ -40,4 +40,24 @@ class TraceFile {
   rrm::testing::TempDir directory_;
 };
 
+// Holds from its construction to its end, and then the defaults hold again.
+class AppliedConfig {
+ public:
+  explicit AppliedConfig(const TraceConfig& config) { TraceLog::instance().apply(config); }
+  ~AppliedConfig() { TraceLog::instance().apply(TraceConfig()); }
+  AppliedConfig(const AppliedConfig&) = delete;
+  AppliedConfig& operator=(const AppliedConfig&) = delete;
+
+  static TraceConfig without_budgets() {
+    TraceConfig config;
+    config.lines_per_second = config.library_lines_per_second = 0;
+    return config;
+  }
+  static TraceConfig from_grade(Grade lowest) {
+    TraceConfig config;
+    config.lowest_grade = lowest;
+    return config;
+  }
+};
+
 }  // namespace zal::testing
