@@ -74,14 +74,20 @@ TEST(PlatformTimer, ExpiresAfterItsIntervalAndStartsAnewAtAReset) {
   EXPECT_TRUE(Timer(std::chrono::milliseconds(0)).is_expired());
   EXPECT_FALSE(Timer(std::chrono::hours(1)).is_expired());
 
-  Timer timer(std::chrono::milliseconds(300));
-  EXPECT_FALSE(timer.is_expired());
-  const auto started = std::chrono::steady_clock::now();
-  while (!timer.is_expired() && std::chrono::steady_clock::now() - started < std::chrono::seconds(30)) {
-  }
+  constexpr std::chrono::milliseconds interval(20);
+  auto started = std::chrono::steady_clock::now();
+  Timer timer(interval);
+  const auto time_to_expire = [&timer, &started] {
+    while (!timer.is_expired() && std::chrono::steady_clock::now() - started < std::chrono::seconds(30)) {
+    }
+    return std::chrono::steady_clock::now() - started;
+  };
+  EXPECT_GE(time_to_expire(), interval);
   EXPECT_TRUE(timer.is_expired());
+  started = std::chrono::steady_clock::now();
   timer.reset();
-  EXPECT_FALSE(timer.is_expired());
+  EXPECT_GE(time_to_expire(), interval);
+  EXPECT_TRUE(timer.is_expired());
 }
 
 class PlatformCfg : public ::testing::Test {
