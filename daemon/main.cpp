@@ -2,7 +2,6 @@
 // takes no arguments. Every failure before the service ends the process with exit status 255.
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 
 #include "events.h"
 #include "service.h"
@@ -40,12 +39,5 @@ int run(char* const* argv) {
 }  // namespace
 
 int main(int, char** argv) {
-  try {
-    return run(argv);
-  } catch (const std::exception& e) {
-    trace.error("SYSTEM: Got exception: %s", e.what());
-  } catch (...) {
-    trace.error("SYSTEM: Got exception: UNKNOWN");
-  }
-  return exit_failure;
+  return status_of([argv] { return run(argv); });
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <exception>
 
 #include "core/clock.h"
 #include "events.h"
@@ -56,4 +57,15 @@ int serve(const Housekeeping& housekeeping) {
   set_domain_changed_hook([&radio](const std::string& domain) { radio.mark_domain_for_backup(domain); });
   MainLoop(port, radio).run();
   return 0;
+}
+
+int status_of(const std::function<int()>& body) {
+  try {
+    return body();
+  } catch (const std::exception& e) {
+    trace.error("SYSTEM: Got exception: %s", e.what());
+  } catch (...) {
+    trace.error("SYSTEM: Got exception: UNKNOWN");
+  }
+  return exit_failure;
 }

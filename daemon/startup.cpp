@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <memory>
+#include <sstream>
 
 #include "trace.h"
 #include "zal/cfg.h"
@@ -64,9 +64,11 @@ bool has_awaited_name(const char* argv0) {
   return argv0 && std::strcmp(argv0, process_name) == 0;
 }
 
+// An inserter keeps the exceptions of a buffer to itself: a directory opens, but cannot be read.
 std::string read_whole_file(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
 }
 
 ScpuList read_scpu_list(const std::string& database) {

@@ -18,7 +18,7 @@ struct ScpuList {
 };
 ScpuList read_scpu_list(const std::string& database);
 
-// A missing file reads as empty.
+// What cannot be opened or read is empty.
 std::string read_whole_file(const char* path);
 
 // Reads the database file, logs a failure, and answers the smallest number, 0 if there is none.

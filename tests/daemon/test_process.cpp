@@ -52,6 +52,7 @@ class DaemonProcess : public ::testing::Test {
     std::string name = "zal_rrm";
     std::optional<std::string> supervisor = "test";
     bool has_bus = true;
+    bool ignores_children = false;  // as some supervisors do, and whom they start inherits it
   };
 
   DaemonProcess() {
@@ -75,14 +76,16 @@ class DaemonProcess : public ::testing::Test {
       if (!how.has_bus) unsetenv("ZAL_BUS");
       controller::enter_private_view({{"/etc/zal", directory_.file("etc")}, {"/mnt/data/zal", directory_.file("data")}},
                                      directory_.path().string(), directory_.file("view"));
+      if (how.ignores_children) std::signal(SIGCHLD, SIG_IGN);
       rrm::testing::execute(program, {how.name});
     });
   }
   ChildProcess start() const { return start(Start()); }
 
   // A daemon that has said that it is ready.
-  ChildProcess start_ready() {
-    ChildProcess daemon = start();
+  ChildProcess start_ready() { return start_ready(Start()); }
+  ChildProcess start_ready(const Start& how) {
+    ChildProcess daemon = start(how);
     EXPECT_TRUE(eventually_true([this] { return peer_.accept(); })) << daemon.output();
     EXPECT_TRUE(eventually_true([this] {
       for (const Fields& got : peer_.receive())
@@ -182,6 +185,32 @@ TEST_F(DaemonProcess, TheCpuIsChosenFromTheDatabase) {
   }
 }
 
+TEST_F(DaemonProcess, ADatabaseThatCannotBeReadCountsAsMissing) {
+  fs::remove(directory_.path() / "etc" / "db.json");
+  fs::create_directory(directory_.path() / "etc" / "db.json");
+  ChildProcess daemon = start_ready();
+  EXPECT_EQ(log().at(0), "WARN  [RRM] [no file] while reading scpu list happend, run with default");
+  EXPECT_THAT(log().at(1), HasSubstr("Current affinity: 0: "));
+}
+
+TEST_F(DaemonProcess, ADirectoryThatCannotBeMadeIsNotFatal) {
+  rrm::testing::write_file(directory_.path() / "data" / "morvane-reports", "in the way");
+  ChildProcess daemon = start_ready();
+  EXPECT_THAT(log(), Not(Contains(HasSubstr("Unable to create"))));
+  EXPECT_TRUE(fs::is_directory(directory_.path() / "data" / "morvane_domains_backup"));
+}
+
+TEST_F(DaemonProcess, ACommandThatCannotBeRunIsLoggedAndNotFatal) {
+  Start how;
+  how.ignores_children = true;
+  ChildProcess daemon = start_ready(how);
+  const std::string cpu = lowest_allowed_cpu();
+  EXPECT_THAT(log(), ElementsAre("SYS   [RRM] Current affinity: " + cpu + ": set",
+                                 "SYS   [RRM] Set affinity to CPU " + cpu + ": set",
+                                 "ERROR [RRM] Unable to create reports directory",
+                                 "ERROR [RRM] Unable to create morvane domains backup directory"));
+}
+
 TEST_F(DaemonProcess, ACpuBeyondTheMaskIsNotSetAndNotFatal) {
   database(R"({"common":{"scpu":[1024]}})");
   ChildProcess daemon = start_ready();
@@ -220,6 +249,16 @@ TEST_F(DaemonProcess, ASighupDuringTheWaitIsActedOnOnceItRuns) {
   EXPECT_THAT(log(), ::testing::IsSupersetOf(
                          {"SYS   [RRM] Reload config by SIGHUP",
                           "SYS   [TRACE] grade ap, a second at most 1000 lines of each kind, 77 of the library"}));
+  peer_.send(frame(33));
+  EXPECT_EQ(daemon.wait(), 0);
+}
+
+TEST_F(DaemonProcess, ALoggingConfigurationThatCannotBeReadDoesNotEndIt) {
+  fs::create_directory(directory_.path() / "etc" / "trace.json");
+  ChildProcess daemon = start_ready();
+  peer_.send(frame(zal::bus::bus_run));
+  daemon.send_signal(SIGHUP);
+  EXPECT_TRUE(eventually_true([this] { return has_line("Reload config by SIGHUP"); }));
   peer_.send(frame(33));
   EXPECT_EQ(daemon.wait(), 0);
 }

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -83,6 +84,14 @@ TEST_F(DaemonService, AnExceptionOfTheServicePassesOut) {
   Platform::instance().serve = [](zal::IpcPort&, long) { throw std::runtime_error("digest"); };
   EXPECT_THROW(serve({}), std::runtime_error);
   EXPECT_THAT(notes(), Contains("port closed"));
+}
+
+TEST_F(DaemonService, WhatEscapesTheBodyIsLoggedAndGivesTheStatusOfAFailure) {
+  EXPECT_EQ(status_of([] { return 7; }), 7);
+  EXPECT_THAT(notes(), IsEmpty());
+  EXPECT_EQ(status_of([]() -> int { throw std::out_of_range("no %s"); }), -1);
+  EXPECT_EQ(status_of([]() -> int { throw 5; }), -1);
+  EXPECT_THAT(notes(), ElementsAre("error: SYSTEM: Got exception: no %s", "error: SYSTEM: Got exception: UNKNOWN"));
 }
 
 // A loop whose passes a test plays one by one.

@@ -53,9 +53,10 @@ TEST(DaemonScpuList, ADatabaseGivesItsSortedListOrTheReasonWhyNot) {
   }
 }
 
-TEST(DaemonFile, AMissingFileReadsAsEmpty) {
+TEST(DaemonFile, WhatCannotBeReadIsEmpty) {
   const rrm::testing::TempDir directory;
   EXPECT_EQ(read_whole_file(directory.file("none").c_str()), "");
+  EXPECT_EQ(read_whole_file(directory.path().c_str()), "");
   rrm::testing::write_file(directory.file("file"), std::string("a\0b\n", 4));
   EXPECT_EQ(read_whole_file(directory.file("file").c_str()), std::string("a\0b\n", 4));
 }
