@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -49,6 +50,12 @@ UniqueFd open_socket(const std::string& path, SocketCall attach) {
   return fd;
 }
 
+// Nobody can connect before the socket listens, and nobody but its owner from then on.
+int bind_for_owner(int fd, const sockaddr* address, socklen_t size) {
+  if (bind(fd, address, size) != 0) return -1;
+  return chmod(reinterpret_cast<const sockaddr_un*>(address)->sun_path, S_IRUSR | S_IWUSR);
+}
+
 bool is_temporary(int error) {
   return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
 }
@@ -92,7 +99,7 @@ void Connection::shut_down() {
 }
 
 UniqueFd listen_at(const std::string& path) {
-  UniqueFd fd = open_socket(path, bind);
+  UniqueFd fd = open_socket(path, bind_for_owner);
   if (fd && listen(fd.get(), backlog) != 0) return {};
   return fd;
 }

@@ -46,7 +46,8 @@ class Connection {
 };
 
 // Unix stream sockets by path. Paths longer than a socket address are fine, as long as the last component is short.
-// An invalid descriptor with errno set on failure. All descriptors are non-blocking and close on exec.
+// An invalid descriptor with errno set on failure. Only the owner of a listening socket can connect to it. All
+// descriptors are non-blocking and close on exec.
 UniqueFd listen_at(const std::string& path);
 UniqueFd connect_to(const std::string& path);
 UniqueFd accept_from(int listener);

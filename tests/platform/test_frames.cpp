@@ -1,5 +1,6 @@
 // The wire of the bus: what is a frame, what is refused, and that fragmentation does not matter.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -211,6 +212,17 @@ TEST(BusSocket, APathLongerThanASocketAddressIsFine) {
   const UniqueFd listener = listen_at((deep / "socket").string());
   ASSERT_TRUE(listener);
   EXPECT_TRUE(connect_to((deep / "socket").string()));
+}
+
+TEST(BusSocket, OnlyItsOwnerMayConnect) {
+  rrm::testing::TempDir directory;
+  const mode_t old_mask = umask(0);
+  const UniqueFd listener = listen_at(directory.file("socket"));
+  umask(old_mask);
+  ASSERT_TRUE(listener);
+  struct stat status {};
+  ASSERT_EQ(stat(directory.file("socket").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777u, 0600u);
 }
 
 TEST(BusSocket, WhatIsNotThereIsNotJoined) {
