@@ -24,7 +24,9 @@ namespace {
 
 constexpr std::chrono::seconds time_to_answer{30};
 
+// Whoever reads what is said may go away: that is no reason to end.
 zal::bus::UniqueFd catch_signals() {
+  signal(SIGPIPE, SIG_IGN);
   sigset_t caught;
   sigemptyset(&caught);
   for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) sigaddset(&caught, signal);
@@ -32,10 +34,9 @@ zal::bus::UniqueFd catch_signals() {
   return zal::bus::UniqueFd(signalfd(-1, &caught, SFD_NONBLOCK | SFD_CLOEXEC));
 }
 
-// Whether a daemon that starts later is told the message anyway.
-bool is_remembered(std::int64_t type) {
-  return type == zal::IPC_MSG__RRM_SETUP::type_number || type == zal::IPC_MSG__VRRP_STATE::type_number ||
-         type == zal::IPC_MSG__RRM_AP_INFO::type_number || type == zal::IPC_MSG__RRM_AP_INFO_CLEARED::type_number;
+// The numbers from bus_open on are the bus's own and never answered.
+bool is_of_the_family(std::int64_t type) {
+  return type >= 0 && type < zal::bus::bus_open;
 }
 
 }  // namespace
@@ -61,7 +62,11 @@ int Controller::run() {
   keep_old_errors();
   supervisor_.start(Clock::now());
   while (supervisor_.phase() != Supervisor::Phase::ended) wait_for_events();
-  for (const auto client : stoppers_) control_.succeed(client);
+  for (const auto client : stoppers_)
+    if (supervisor_.ended_well())
+      control_.succeed(client);
+    else
+      control_.fail(client, "zal_rrm did not end as it was ordered to");
   return supervisor_.ended_well() ? 0 : 1;
 }
 
@@ -188,19 +193,20 @@ void Controller::on_request(Control::ClientId client, const Fields& request) {
     answer_alarms(client, request.flag("follow").value_or(false));
   else if (*command == "stop") {
     stoppers_.insert(client);
-    supervisor_.end(Clock::now());
+    if (!supervisor_.is_ending()) supervisor_.end(Clock::now());
   } else
     control_.fail(client, "unknown command '" + *command + "'");
 }
 
 void Controller::answer_status(Control::ClientId client) {
   const bool has_process = supervisor_.pid() > 0;
+  const bool is_running = supervisor_.phase() == Supervisor::Phase::running;
   const auto uptime = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - supervisor_.started());
   control_.succeed(client, {{"phase", phase_name(supervisor_.phase())},
                             {"pid", std::int64_t{supervisor_.pid()}},
                             {"uptime", has_process ? std::int64_t{uptime.count()} : std::int64_t{0}},
                             {"vrrp", site_.vrrp_state},
-                            {"role", site_.role()}});
+                            {"role", is_running ? site_.role() : "none"}});
 }
 
 void Controller::answer_alarms(Control::ClientId client, bool follow) {
@@ -218,10 +224,11 @@ void Controller::pass_on(Control::ClientId client, const Fields& request) {
   if (!message) return control_.fail(client, "bad frame: " + reason);
   const auto type = message->number("type");
   if (!type) return control_.fail(client, "bad frame: no number 'type'");
-  site_.remember(*message);
+  if (!is_of_the_family(*type)) return control_.fail(client, "bad frame: 'type' goes from 0 to 999");
+  const bool is_kept = site_.remember(*message);
   if (supervisor_.phase() == Supervisor::Phase::running && bus_.has_daemon())
     pass_on_to_daemon(client, std::move(*message), *type);
-  else if (is_remembered(*type))
+  else if (is_kept)
     control_.succeed(client, {{"kept", true}});
   else
     control_.fail(client, std::string("zal_rrm is not running: ") + phase_name(supervisor_.phase()));

@@ -38,7 +38,9 @@ void prepare_environment(const StateDir& state) {
   setenv("ZAL_TRACE_FILE", state.log().c_str(), 1);
 }
 
+// The controller's own view of signals is not the daemon's.
 void restore_signals() {
+  signal(SIGPIPE, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);

@@ -2,8 +2,10 @@
 
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <utility>
 
 #include "zal/IMsg.h"
+#include "zal/IpcMsgRrmApInfo.h"
 
 namespace controller {
 
@@ -29,23 +31,49 @@ std::pair<zal::MacAddr, std::string> parse_ap_record(nlohmann::json record) {
   const auto mac = zal::MacAddr::from_str(record["mac"].get<std::string>());
   if (!mac.is_valid()) throw std::runtime_error("'" + record["mac"].get<std::string>() + "' is no MAC address");
   record.erase("mac");
-  return {mac, record.dump()};
+  std::string text = record.dump();
+  const std::string fault = fault_of_ap_record(text);
+  if (!fault.empty()) throw std::runtime_error("the record of " + mac.to_string() + ": " + fault);
+  return {mac, std::move(text)};
 }
 
 }  // namespace
 
-void Site::remember(const Fields& passed) {
-  const auto type = passed.number("type");
-  const std::string* const text = passed.text("text");
-  if (type == zal::IPC_MSG__RRM_SETUP::type_number && text) {
-    setup = *text;
-  } else if (type == zal::IPC_MSG__VRRP_STATE::type_number) {
-    vrrp_state = passed.number("state").value_or(vrrp_state);
-  } else if (type == zal::IPC_MSG__RRM_AP_INFO::type_number && text && passed.text("mac")) {
-    ap_records[zal::MacAddr::from_str(*passed.text("mac"))] = *text;
-  } else if (type == zal::IPC_MSG__RRM_AP_INFO_CLEARED::type_number) {
-    ap_records.clear();
+bool Site::remember(const Fields& passed) {
+  switch (passed.number("type").value_or(0)) {
+    case zal::IPC_MSG__RRM_SETUP::type_number:
+      return remember_setup(passed.text("text"));
+    case zal::IPC_MSG__VRRP_STATE::type_number:
+      return remember_state(passed.number("state"));
+    case zal::IPC_MSG__RRM_AP_INFO::type_number:
+      return remember_ap(passed.text("mac"), passed.text("text"));
+    case zal::IPC_MSG__RRM_AP_INFO_CLEARED::type_number:
+      ap_records.clear();
+      return true;
+    default:
+      return false;
   }
+}
+
+bool Site::remember_setup(const std::string* text) {
+  if (!text || !fault_of_setup(*text).empty()) return false;
+  setup = *text;
+  return true;
+}
+
+bool Site::remember_state(std::optional<std::int64_t> state) {
+  if (!state || *state < 0 || *state > undecided) return false;
+  vrrp_state = *state;
+  return true;
+}
+
+bool Site::remember_ap(const std::string* mac, const std::string* text) {
+  if (!mac || !text || !zal::MacAddr::from_str(*mac).is_valid()) return false;
+  if (zal::IpcMsgRrmApInfo(*text).is_empty())
+    ap_records.erase(zal::MacAddr::from_str(*mac));
+  else
+    ap_records[zal::MacAddr::from_str(*mac)] = *text;
+  return true;
 }
 
 std::vector<Fields> Site::messages() const {
@@ -68,6 +96,20 @@ const char* Site::role() const {
   if (!setup || is_disabled(*setup)) return "none";
   if (vrrp_state == 0 || vrrp_state == 1) return "master";
   return vrrp_state == 2 ? "backup" : "undecided";
+}
+
+std::string fault_of_setup(const std::string& text) try {
+  return nlohmann::json::parse(text).is_object() ? "" : "no JSON object";
+} catch (const nlohmann::json::parse_error& e) {
+  return "no JSON, from byte " + std::to_string(e.byte);
+} catch (const nlohmann::json::exception&) {
+  return "a number in it is too large";
+}
+
+std::string fault_of_ap_record(const std::string& text) {
+  std::string fault;
+  zal::bus::parse_fields(text, fault);
+  return fault;
 }
 
 std::map<zal::MacAddr, std::string> parse_ap_records(const std::string& text) {

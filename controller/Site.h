@@ -15,17 +15,29 @@ namespace controller {
 
 class Site {
  public:
-  std::int64_t vrrp_state = 3;
+  static constexpr std::int64_t undecided = 3;
+
+  std::int64_t vrrp_state = undecided;  // 0 and 1 master, 2 standby
   std::optional<std::string> setup;
   std::map<zal::MacAddr, std::string> ap_records;
 
-  // Takes over what a message says, if it says something of these.
-  void remember(const zal::bus::Fields& message);
+  // Takes over what a message says of these, unless it is nothing that a daemon could start with. True if so.
+  bool remember(const zal::bus::Fields& message);
   // The messages that tell a daemon everything, in the order in which it wants them.
   std::vector<zal::bus::Fields> messages() const;
   // "master", "backup" or "undecided", as the state orders it; "none" while there is no setup or it is disabled.
   const char* role() const;
+
+ private:
+  bool remember_setup(const std::string* text);
+  bool remember_state(std::optional<std::int64_t> state);
+  bool remember_ap(const std::string* mac, const std::string* text);
 };
+
+// Why the text is no setup, one JSON object; empty if it is one.
+std::string fault_of_setup(const std::string& text);
+// Why the text is no record of an access point, one flat JSON object; empty if it is one.
+std::string fault_of_ap_record(const std::string& text);
 
 // The records of a file: a JSON array of objects, each with "mac" and what else is known of that access point. Throws
 // std::runtime_error with the reason if it is anything else.

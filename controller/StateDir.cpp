@@ -55,13 +55,15 @@ zal::bus::UniqueFd StateDir::occupy() const {
   return lock;
 }
 
+// A directory that was there before keeps its permissions: it may be anything.
 void StateDir::make_directories() const {
   std::error_code error;
+  const bool is_new = !fs::exists(root_, error);
   for (const fs::path& directory : {root_, etc(), data(), view()}) {
     fs::create_directories(directory, error);
     if (error) throw std::runtime_error("cannot make " + directory.string() + ": " + error.message());
   }
-  fs::permissions(root_, fs::perms::owner_all, error);
+  if (is_new) fs::permissions(root_, fs::perms::owner_all, error);
   if (error) throw std::runtime_error("cannot keep others out of " + root_.string() + ": " + error.message());
 }
 

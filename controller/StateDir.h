@@ -32,8 +32,8 @@ class StateDir {
   std::filesystem::path data() const { return root_ / "data" / "zal"; }
   std::filesystem::path view() const { return root_ / "view"; }
 
-  // Makes what is missing, for this user alone, and locks it. Throws std::runtime_error if another controller runs here
-  // or something cannot be made. The lock lasts as long as the result.
+  // Makes what is missing, a new directory for this user alone, and locks it. Throws std::runtime_error if another
+  // controller runs here or something cannot be made. The lock lasts as long as the result.
   zal::bus::UniqueFd occupy() const;
   // Sockets of a controller that is gone. Requires: occupied.
   void remove_sockets() const;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <stdexcept>
 
 namespace controller {
 
@@ -66,6 +67,16 @@ void Supervisor::on_exit(int status, Clock::time_point now) {
   enter(Phase::ended, std::nullopt);
 }
 
+void Supervisor::start_again(Clock::time_point now) {
+  try {
+    start(now);
+  } catch (const std::runtime_error& e) {
+    orders_.say(std::string("zal_rrm cannot be started: ") + e.what());
+    started_ = now;
+    pause(now);
+  }
+}
+
 void Supervisor::pause(Clock::time_point now) {
   if (now - started_ >= good_run) pause_ = first_pause;
   orders_.say("zal_rrm is started again in " + seconds_text(pause_));
@@ -84,7 +95,7 @@ void Supervisor::end(Clock::time_point now) {
 }
 
 void Supervisor::on_time(Clock::time_point now) {
-  if (phase_ == Phase::pausing) return start(now);
+  if (phase_ == Phase::pausing) return start_again(now);
   if (phase_ == Phase::starting) {
     orders_.say("zal_rrm is not ready after " + seconds_text(time_to_ready) + ": killing it");
     deadline_.reset();

@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 class SupervisorOrders {
  public:
   virtual ~SupervisorOrders() = default;
-  // The result is the daemon's pid.
+  // The result is the daemon's pid. Throws std::runtime_error if it cannot be started.
   virtual int start() = 0;
   // Hands the order to end to the daemon itself. False if it cannot be reached.
   virtual bool order_shutdown() = 0;
@@ -48,6 +48,7 @@ class Supervisor {
 
   explicit Supervisor(SupervisorOrders& orders) : orders_(orders) {}
 
+  // The first start. Throws what the order throws; a later start that fails counts as a death instead.
   void start(Clock::time_point now);
   void on_ready();
   // `status` is that of waitpid.
@@ -59,6 +60,8 @@ class Supervisor {
 
   std::optional<Clock::time_point> deadline() const { return deadline_; }
   Phase phase() const { return phase_; }
+  // It was ordered to end, whatever has come of it.
+  bool is_ending() const { return phase_ >= Phase::ending; }
   int pid() const { return pid_; }  // 0 while there is no process
   Clock::time_point started() const { return started_; }
   // The daemon ended as it was ordered to, by itself and with success.
@@ -66,6 +69,7 @@ class Supervisor {
 
  private:
   void enter(Phase phase, std::optional<Clock::time_point> deadline);
+  void start_again(Clock::time_point now);
   void pause(Clock::time_point now);
   void terminate(Clock::time_point now);
   void kill();

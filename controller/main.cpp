@@ -3,11 +3,11 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <stdexcept>
 #include <string>
 
 #include "controller/Controller.h"
+#include "controller/files.h"
 
 namespace {
 
@@ -21,12 +21,6 @@ struct Options {
   int vrrp = 1;
   bool host_paths = false;
 };
-
-std::string read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot read " + path);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 // Beside this program, as installed, or where the build leaves it.
 fs::path find_daemon() {
@@ -50,8 +44,8 @@ void add_options(CLI::App& app, Options& options) {
 int run(const Options& options) {
   controller::Site site;
   site.vrrp_state = options.vrrp;
-  if (!options.setup.empty()) site.setup = read_file(options.setup);
-  if (!options.ap_info.empty()) site.ap_records = controller::parse_ap_records(read_file(options.ap_info));
+  if (!options.setup.empty()) site.setup = controller::read_setup(options.setup);
+  if (!options.ap_info.empty()) site.ap_records = controller::read_ap_records(options.ap_info);
   const controller::DaemonCommand command{options.daemon.empty() ? find_daemon() : fs::absolute(options.daemon),
                                           options.host_paths};
   return controller::Controller(controller::StateDir(options.state), command, std::move(site)).run();

@@ -3,9 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <fstream>
 #include <functional>
-#include <iterator>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,6 +12,7 @@
 #include "controller/LogReader.h"
 #include "controller/StateDir.h"
 #include "controller/alarms.h"
+#include "controller/files.h"
 #include "zal/IMsg.h"
 #include "zal/MacAddr.h"
 
@@ -35,12 +35,6 @@ struct Options {
 
   StateDir directory() const { return StateDir(state); }
 };
-
-std::string read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot read " + path);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 void print(const std::string& line) {
   if (std::printf("%s\n", line.c_str()) < 0 || std::fflush(stdout) != 0) throw std::runtime_error("cannot print");
@@ -81,8 +75,8 @@ void send_known(const Options& options, const Fields& message) {
 }
 
 void setup(const Options& options) {
-  send_known(options,
-             {{"type", std::int64_t{zal::IPC_MSG__RRM_SETUP::type_number}}, {"text", read_file(options.file)}});
+  send_known(options, {{"type", std::int64_t{zal::IPC_MSG__RRM_SETUP::type_number}},
+                       {"text", controller::read_setup(options.file)}});
 }
 
 void vrrp(const Options& options) {
@@ -90,14 +84,16 @@ void vrrp(const Options& options) {
 }
 
 void ap_info(const Options& options) {
+  const bool has_record = !options.mac.empty() && !options.file.empty();
+  const bool has_nothing = options.mac.empty() && options.file.empty();
+  if (options.clear ? !has_nothing : !has_record) throw std::runtime_error("ap-info wants MAC and FILE, or --clear");
   if (options.clear)
     return send_known(options, {{"type", std::int64_t{zal::IPC_MSG__RRM_AP_INFO_CLEARED::type_number}}});
-  if (options.mac.empty() || options.file.empty()) throw std::runtime_error("ap-info wants MAC and FILE, or --clear");
   const auto mac = zal::MacAddr::from_str(options.mac);
   if (!mac.is_valid()) throw std::runtime_error("'" + options.mac + "' is no MAC address");
   send_known(options, {{"type", std::int64_t{zal::IPC_MSG__RRM_AP_INFO::type_number}},
                        {"mac", mac.to_string()},
-                       {"text", read_file(options.file)}});
+                       {"text", controller::read_ap_record(options.file)}});
 }
 
 // K=V: V as JSON where it is an integer or a boolean or a quoted text, as it stands where it is anything else.
@@ -154,7 +150,7 @@ void add_messages(CLI::App& app, Options& options, Action& action) {
   setup_command->callback([&] { action = [&options] { setup(options); }; });
 
   auto* const vrrp_command = app.add_subcommand("vrrp", "send a VRRP state: 0 or 1 master, 2 standby, 3 undecided");
-  vrrp_command->add_option("N", options.number)->required();
+  vrrp_command->add_option("N", options.number)->required()->check(CLI::Range(0, 3));
   vrrp_command->callback([&] { action = [&options] { vrrp(options); }; });
 
   auto* const ap_command = app.add_subcommand("ap-info", "send the record of an access point, or clear all");

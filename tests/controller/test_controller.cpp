@@ -1,6 +1,7 @@
 // The programs together: zal_controller with the real zal_rrm, asked by zalctl, and with daemons that misbehave.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "controller/PrivateView.h"
 #include "support/child_process.h"
 #include "support/temp_dir.h"
 #include "support/ws_client.h"
@@ -177,16 +179,29 @@ TEST_F(ControllerProcess, ASetupAndAStateSentLaterTakeEffect) {
   EXPECT_TRUE(log_has("VRRP role: master -> backup"));
 }
 
-TEST_F(ControllerProcess, ASetupThatIsNoJsonChangesNothing) {
+TEST_F(ControllerProcess, AFileThatIsNoSetupIsNotSent) {
+  ChildProcess controller = start_site();
+  ASSERT_GT(daemon_pid(controller), 0);
+  const std::string file = directory_.file("setup.json");
+  EXPECT_EQ(zalctl({"setup", setup_file("{\"global\":")}),
+            (Finished{1, "zalctl: " + file + ": no JSON, from byte 11\n"}));
+  EXPECT_EQ(zalctl({"setup", setup_file("[]")}), (Finished{1, "zalctl: " + file + ": no JSON object\n"}));
+  EXPECT_EQ(zalctl({"setup", directory_.file("none")}),
+            (Finished{1, "zalctl: cannot read " + directory_.file("none") + ": No such file or directory\n"}));
+  EXPECT_EQ(zalctl({"setup", state()}), (Finished{1, "zalctl: cannot read " + state() + ": Is a directory\n"}));
+  EXPECT_THAT(read_file(state() + "/zal_rrm.log"), Not(HasSubstr("Setup is no JSON object")));
+}
+
+TEST_F(ControllerProcess, ASetupThatTheDaemonRefusesIsNotWhatTheNextDaemonGets) {
   ChildProcess controller = start_site();
   const pid_t daemon = daemon_pid(controller);
   ASSERT_TRUE(answers());
-  EXPECT_EQ(zalctl({"setup", setup_file("{\"global\":")}).status, 0);
+  EXPECT_EQ(zalctl({"send", "126", "--text", "{\"global\":"}).status, 0);
   EXPECT_TRUE(log_has("ERROR [RRM] Setup is no JSON object, nothing changes\n"));
   EXPECT_TRUE(answers());
-  EXPECT_TRUE(is_alive(daemon));
-  EXPECT_EQ(zalctl({"setup", directory_.file("none")}),
-            (Finished{1, "zalctl: cannot read " + directory_.file("none") + "\n"}));
+  kill(daemon, SIGKILL);
+  ASSERT_GT(daemon_pid(controller, 2), 0) << controller.output();
+  EXPECT_TRUE(answers());
 }
 
 TEST_F(ControllerProcess, RecordsOfAccessPointsAreSentAndCleared) {
@@ -197,7 +212,15 @@ TEST_F(ControllerProcess, RecordsOfAccessPointsAreSentAndCleared) {
   EXPECT_EQ(zalctl({"ap-info", "A8:F9:4B:00:11:22", record}), (Finished{0, "served\n"}));
   EXPECT_EQ(zalctl({"ap-info", "--clear"}), (Finished{0, "served\n"}));
   EXPECT_EQ(zalctl({"ap-info", "a8:f9", record}), (Finished{1, "zalctl: 'a8:f9' is no MAC address\n"}));
-  EXPECT_EQ(zalctl({"ap-info", "a8f94b001122"}), (Finished{1, "zalctl: ap-info wants MAC and FILE, or --clear\n"}));
+  const Finished misused{1, "zalctl: ap-info wants MAC and FILE, or --clear\n"};
+  for (const Arguments& command : {Arguments{"ap-info"},
+                                   {"ap-info", "a8f94b001122"},
+                                   {"ap-info", "a8f94b001122", "--clear"},
+                                   {"ap-info", "a8f94b001122", record, "--clear"}})
+    EXPECT_EQ(zalctl(command), misused);
+  write_file(record, R"({"place":{"x":1}})");
+  EXPECT_EQ(zalctl({"ap-info", "a8f94b001122", record}),
+            (Finished{1, "zalctl: " + record + ": the field 'place' is neither text, integer nor boolean\n"}));
 }
 
 TEST_F(ControllerProcess, AnyMessageIsSentAndAnsweredByOneLine) {
@@ -211,6 +234,19 @@ TEST_F(ControllerProcess, AnyMessageIsSentAndAnsweredByOneLine) {
   EXPECT_EQ(zalctl({"send", "999", "--text", "x"}), (Finished{1, "zalctl: zal_rrm answered error 4 to message 999\n"}));
   EXPECT_TRUE(log_has("WARN  [RRM] uncaught\n"));
   EXPECT_EQ(zalctl({"send", "143", "--field", "novalue"}), (Finished{1, "zalctl: 'novalue' is not K=V\n"}));
+  for (const char* type : {"-1", "1000", "1002", "99999999999"})
+    EXPECT_EQ(zalctl({"send", type}), (Finished{1, "zalctl: bad frame: 'type' goes from 0 to 999\n"})) << type;
+}
+
+TEST_F(ControllerProcess, AStateThatIsNoneIsRefused) {
+  ChildProcess controller = start_site();
+  ASSERT_GT(daemon_pid(controller), 0);
+  for (const char* state : {"4", "-1", "one"}) {
+    const Finished refused = zalctl({"vrrp", state});
+    EXPECT_NE(refused.status, 0) << state;
+    EXPECT_THAT(refused.output, HasSubstr("N: ")) << state;
+  }
+  EXPECT_THAT(zalctl({"status"}).output, HasSubstr("VRRP state  1\nrole        master\n"));
 }
 
 TEST_F(ControllerProcess, TheLogIsReadAndFollowed) {
@@ -258,8 +294,21 @@ TEST_F(ControllerProcess, WithoutAControllerEveryCommandSaysSo) {
                                    {"stop"}})
     EXPECT_EQ(zalctl(command), (Finished{1, reason})) << command.front();
   EXPECT_EQ(zalctl({"log"}), (Finished{1, "zalctl: no log " + state() + "/zal_rrm.log: No such file or directory\n"}));
-  EXPECT_NE(zalctl({}).status, 0);
-  EXPECT_NE(zalctl({"nonsense"}).status, 0);
+  write_file(state(), "a file");
+  for (const char* command : {"status", "stop"})
+    EXPECT_EQ(zalctl({command}),
+              (Finished{1, "zalctl: cannot reach the controller in " + state() + ": Not a directory\n"}));
+  EXPECT_EQ(zalctl({"log"}), (Finished{1, "zalctl: no log " + state() + "/zal_rrm.log: Not a directory\n"}));
+}
+
+TEST_F(ControllerProcess, ACommandThatIsNoneIsRefused) {
+  for (const Arguments& command :
+       {Arguments{}, {"nonsense"}, {"setup"}, {"send", "one"}, {"status", "more"}, {"--nonsense", "status"}}) {
+    const Finished refused = zalctl(command);
+    EXPECT_NE(refused.status, 0);
+    EXPECT_THAT(refused.output, HasSubstr("Run with --help for more information.\n"));
+  }
+  EXPECT_EQ(zalctl({"--help"}).status, 0);
 }
 
 TEST_F(ControllerProcess, TwoControllersDoNotShareADirectory) {
@@ -280,9 +329,76 @@ TEST_F(ControllerProcess, WhatCannotBeStartedIsSaid) {
   };
   EXPECT_EQ(refused({"--daemon", "/nowhere/zal_rrm"}),
             "zal_controller: cannot execute /nowhere/zal_rrm: No such file or directory\n");
-  EXPECT_EQ(refused({"--setup", "/nowhere/setup.json"}), "zal_controller: cannot read /nowhere/setup.json\n");
+  EXPECT_EQ(refused({"--setup", "/nowhere/setup.json"}),
+            "zal_controller: cannot read /nowhere/setup.json: No such file or directory\n");
+  EXPECT_EQ(refused({"--setup", setup_file("{\"global\":")}),
+            "zal_controller: " + directory_.file("setup.json") + ": no JSON, from byte 11\n");
   write_file(directory_.path() / "ap.json", "{}");
-  EXPECT_EQ(refused({"--ap-info", directory_.file("ap.json")}), "zal_controller: no JSON array of AP records\n");
+  EXPECT_EQ(refused({"--ap-info", directory_.file("ap.json")}),
+            "zal_controller: " + directory_.file("ap.json") + ": no JSON array of AP records\n");
+  fs::remove_all(state());
+  write_file(state(), "a file");
+  EXPECT_EQ(refused({"--daemon", ZAL_RRM_PROGRAM}), "zal_controller: cannot make " + state() + ": Not a directory\n");
+}
+
+TEST_F(ControllerProcess, AnOptionThatIsNoneIsRefused) {
+  for (const Arguments& arguments : {Arguments{"--vrrp", "4"}, {"--vrrp", "-1"}, {"--vrrp", "one"}, {"--nonsense"}}) {
+    ChildProcess controller = start(arguments);
+    EXPECT_NE(controller.wait(), 0) << arguments.front();
+    EXPECT_THAT(controller.output(), HasSubstr("Run with --help for more information.\n"));
+  }
+  EXPECT_FALSE(fs::exists(state()));
+}
+
+TEST_F(ControllerProcess, WithoutADaemonBesideItTheControllerAsksForOne) {
+  const std::string lonely = directory_.file("zal_controller");
+  fs::copy_file(ZAL_CONTROLLER_PROGRAM, lonely);
+  EXPECT_EQ(run_to_end({lonely, "--state", state()}),
+            (Finished{1, "zal_controller: no zal_rrm beside this program: name it by --daemon\n"}));
+}
+
+TEST_F(ControllerProcess, ADaemonThatIsMissingForAWhileIsStartedOnceItIsThere) {
+  const fs::path program = directory_.path() / "zal_rrm";
+  fs::create_symlink(ZAL_RRM_PROGRAM, program);
+  ChildProcess controller = start({"--daemon", program.string()});
+  const pid_t daemon = daemon_pid(controller);
+  ASSERT_GT(daemon, 0) << controller.output();
+  fs::remove(program);
+  kill(daemon, SIGKILL);
+  ASSERT_TRUE(controller.wait_for("zal_rrm cannot be started: cannot execute " + program.string() +
+                                  ": No such file or directory\nzal_rrm is started again in 2 s\n"))
+      << controller.output();
+  fs::create_symlink(ZAL_RRM_PROGRAM, program);
+  EXPECT_GT(daemon_pid(controller, 2), 0) << controller.output();
+}
+
+TEST_F(ControllerProcess, NobodyNeedsToReadWhatTheControllerSays) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  close(ends[0]);
+  ChildProcess controller([this, &ends] {
+    dup2(ends[1], STDOUT_FILENO);
+    const Arguments arguments{ZAL_CONTROLLER_PROGRAM, "--state", state(), "--daemon", ZAL_RRM_PROGRAM};
+    rrm::testing::execute(arguments.front(), arguments);
+  });
+  close(ends[1]);
+  EXPECT_TRUE(eventually_true([this] { return zalctl({"status"}).output.starts_with("zal_rrm     running\n"); }));
+  EXPECT_EQ(zalctl({"stop"}), (Finished{0, "zal_rrm has ended\n"}));
+  EXPECT_EQ(controller.wait(), 0);
+}
+
+TEST_F(ControllerProcess, WithHostPathsTheDaemonWritesWhereTheHostHasThem) {
+  for (const char* name : {"etc", "data", "view"}) fs::create_directories(directory_.path() / name);
+  write_file(directory_.path() / "etc" / "db.json", R"({"common":{"scpu":[0]}})");
+  ChildProcess controller([this] {
+    controller::enter_private_view({{"/etc/zal", directory_.file("etc")}, {"/mnt/data/zal", directory_.file("data")}},
+                                   directory_.path().string(), directory_.file("view"));
+    const Arguments arguments{ZAL_CONTROLLER_PROGRAM, "--state", state(), "--daemon", ZAL_RRM_PROGRAM, "--host-paths"};
+    rrm::testing::execute(arguments.front(), arguments);
+  });
+  ASSERT_GT(daemon_pid(controller), 0) << controller.output();
+  EXPECT_TRUE(fs::is_directory(directory_.path() / "data" / "morvane-reports"));
+  EXPECT_TRUE(fs::is_empty(state() + "/data/zal"));
 }
 
 TEST_F(ControllerProcess, AlarmsArePrintedKeptAndFollowed) {
@@ -322,7 +438,11 @@ TEST_F(ControllerProcess, ADaemonThatEndsAtOnceIsTriedAgainMoreAndMoreRarely) {
   EXPECT_EQ(zalctl({"vrrp", "2"}), (Finished{0, "kept for the next start of zal_rrm\n"}));
   EXPECT_EQ(zalctl({"send", "36"}).status, 1);
   EXPECT_TRUE(controller.wait_for("ended with status 7\nzal_rrm is started again in 2 s\n"));
-  EXPECT_THAT(zalctl({"status"}).output, HasSubstr("zal_rrm     waiting for its restart\npid         none\n"));
+  EXPECT_EQ(zalctl({"setup", setup_file("{}")}), (Finished{0, "kept for the next start of zal_rrm\n"}));
+  EXPECT_EQ(zalctl({"vrrp", "1"}), (Finished{0, "kept for the next start of zal_rrm\n"}));
+  EXPECT_EQ(
+      zalctl({"status"}).output,
+      "zal_rrm     waiting for its restart\npid         none\nup-time     0:00:00\nVRRP state  1\nrole        none\n");
   controller.send_signal(SIGTERM);
   EXPECT_EQ(controller.wait(), 0);
 }
@@ -331,10 +451,12 @@ TEST_F(ControllerProcess, ASecondSignalKillsADaemonThatDoesNotEnd) {
   ChildProcess controller = start_fake(*this, "deaf");
   const pid_t daemon = daemon_pid(controller);
   ASSERT_GT(daemon, 0);
-  controller.send_signal(SIGTERM);
+  ChildProcess stop = ChildProcess::run({ZALCTL_PROGRAM, "--state", state(), "stop"});
   ASSERT_TRUE(controller.wait_for("zal_rrm was ordered to end\n"));
   EXPECT_THAT(zalctl({"status"}).output, HasSubstr("zal_rrm     ending\n"));
   controller.send_signal(SIGTERM);
+  EXPECT_EQ(stop.wait(), 1);
+  EXPECT_EQ(stop.output(), "zalctl: zal_rrm did not end as it was ordered to\n");
   EXPECT_EQ(controller.wait(), 1);
   EXPECT_THAT(controller.output(), HasSubstr("killing zal_rrm\n"));
   EXPECT_FALSE(is_alive(daemon));

@@ -1,15 +1,18 @@
-// What the controller keeps: the site, the alarms, its directory, and how it reads a growing log.
+// What the controller keeps: the site, the alarms, its directory; and how it reads files and a growing log.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "controller/LogReader.h"
 #include "controller/Site.h"
 #include "controller/StateDir.h"
 #include "controller/alarms.h"
+#include "controller/files.h"
 #include "support/temp_dir.h"
 
 namespace controller {
@@ -29,9 +32,9 @@ std::vector<std::string> texts(const std::vector<Fields>& frames) {
   return all;
 }
 
-void remember(Site& site, const std::string& frame) {
+bool remember(Site& site, const std::string& frame) {
   std::string reason;
-  site.remember(*zal::bus::parse_fields(frame, reason));
+  return site.remember(*zal::bus::parse_fields(frame, reason));
 }
 
 TEST(ControllerSite, ANewDaemonIsToldEverythingInOrder) {
@@ -51,23 +54,68 @@ TEST(ControllerSite, WithoutASetupNoneIsSent) {
 
 TEST(ControllerSite, MessagesThatPassAreRemembered) {
   Site site;
-  remember(site, R"({"type":126,"text":"{\"global\":{}}"})");
-  remember(site, R"({"type":162,"state":2})");
-  remember(site, R"({"type":132,"mac":"a8f94b001122","text":"{}"})");
-  remember(site, R"({"type":143})");
+  EXPECT_TRUE(remember(site, R"({"type":126,"text":"{\"global\":{}}"})"));
+  EXPECT_TRUE(remember(site, R"({"type":162,"state":2})"));
+  EXPECT_TRUE(remember(site, R"({"type":132,"mac":"a8f94b001122","text":"{\"ip\":\"10.0.0.1\"}"})"));
+  EXPECT_TRUE(remember(site, R"({"type":132,"mac":"A8:F9:4B:00:11:23","text":"{\"ip\":\"10.0.0.2\"}"})"));
   EXPECT_EQ(site.setup, "{\"global\":{}}");
   EXPECT_EQ(site.vrrp_state, 2);
-  EXPECT_EQ(site.ap_records.size(), 1u);
+  EXPECT_EQ(site.ap_records.size(), 2u);
 
-  remember(site, R"({"type":126})");
-  remember(site, R"({"type":162,"state":"1"})");
-  remember(site, R"({"type":132,"text":"{}"})");
-  EXPECT_EQ(site.setup, "{\"global\":{}}");
-  EXPECT_EQ(site.vrrp_state, 2);
+  EXPECT_TRUE(remember(site, R"({"type":132,"mac":"a8f94b001122","text":"{}"})"));
   EXPECT_EQ(site.ap_records.size(), 1u);
+  EXPECT_EQ(site.ap_records.begin()->first.to_string(), "a8:f9:4b:00:11:23");
 
-  remember(site, R"({"type":118})");
+  EXPECT_TRUE(remember(site, R"({"type":118})"));
   EXPECT_TRUE(site.ap_records.empty());
+}
+
+// What a daemon would refuse, or could not start with, does not take the place of what it has.
+TEST(ControllerSite, NothingIsRememberedThatADaemonCouldNotStartWith) {
+  Site site;
+  site.setup = "{}";
+  site.vrrp_state = 1;
+  site.ap_records = parse_ap_records(R"([{"mac":"a8f94b001122","ip":"10.0.0.1"}])");
+  const auto before = texts(site.messages());
+  for (const char* frame : {
+           R"({"type":126})",
+           R"({"type":126,"text":5})",
+           R"({"type":126,"text":""})",
+           R"({"type":126,"text":"[]"})",
+           R"({"type":126,"text":"{\"global\":"})",
+           R"({"type":162})",
+           R"({"type":162,"state":"1"})",
+           R"({"type":162,"state":-1})",
+           R"({"type":162,"state":4})",
+           R"({"type":132,"text":"{}"})",
+           R"({"type":132,"mac":"a8f94b001122"})",
+           R"({"type":132,"mac":"nonsense","text":"{\"ip\":\"10.0.0.1\"}"})",
+           R"({"type":143})",
+           R"({"type":33})",
+           R"({"type":999})",
+       }) {
+    EXPECT_FALSE(remember(site, frame)) << frame;
+    EXPECT_EQ(texts(site.messages()), before) << frame;
+  }
+}
+
+TEST(ControllerSite, OnlyOneJsonObjectIsASetup) {
+  EXPECT_EQ(fault_of_setup("{}"), "");
+  EXPECT_EQ(fault_of_setup(R"( {"global":{"enabled":1},"patterns":[{"pattern":"a"}]} )"), "");
+  EXPECT_EQ(fault_of_setup(""), "no JSON, from byte 1");
+  EXPECT_EQ(fault_of_setup("{\"global\":"), "no JSON, from byte 11");
+  EXPECT_EQ(fault_of_setup("{} x"), "no JSON, from byte 4");
+  EXPECT_EQ(fault_of_setup("{\"a\":\"\xff\"}"), "no JSON, from byte 7");
+  EXPECT_EQ(fault_of_setup("{\"a\":1e999}"), "a number in it is too large");
+  for (const char* text : {"[]", "5", "null", "\"{}\""}) EXPECT_EQ(fault_of_setup(text), "no JSON object") << text;
+}
+
+TEST(ControllerSite, OnlyAFlatJsonObjectIsARecord) {
+  EXPECT_EQ(fault_of_ap_record("{}"), "");
+  EXPECT_EQ(fault_of_ap_record(R"({"ip":"10.0.0.1","height":3})"), "");
+  EXPECT_EQ(fault_of_ap_record("{"), "no JSON, from byte 2");
+  EXPECT_EQ(fault_of_ap_record("[]"), "no JSON object");
+  EXPECT_EQ(fault_of_ap_record(R"({"place":{"x":1}})"), "the field 'place' is neither text, integer nor boolean");
 }
 
 TEST(ControllerSite, TheRoleFollowsFromStateAndSetup) {
@@ -111,6 +159,8 @@ TEST(ControllerSite, AFileOfRecordsIsAnArrayOfObjectsWithAddresses) {
   EXPECT_EQ(reason(R"([{"ip":"10.0.0.1"}])"), "an AP record without 'mac'");
   EXPECT_EQ(reason(R"([{"mac":5}])"), "an AP record without 'mac'");
   EXPECT_EQ(reason(R"([{"mac":"a8:f9"}])"), "'a8:f9' is no MAC address");
+  EXPECT_EQ(reason(R"([{"mac":"a8f94b001122","place":[1,2]}])"),
+            "the record of a8:f9:4b:00:11:22: the field 'place' is neither text, integer nor boolean");
 }
 
 TEST(ControllerAlarms, AnAlarmIsOneLineWithItsMeaning) {
@@ -149,6 +199,13 @@ TEST(ControllerStateDir, IsMadeForItsOwnerAlone) {
   EXPECT_EQ(read_file(state.lock_file()), std::to_string(getpid()) + "\n");
 }
 
+TEST(ControllerStateDir, ADirectoryThatWasThereBeforeKeepsItsPermissions) {
+  const TempDir parent;
+  fs::permissions(parent.path(), fs::perms{0755});
+  const auto lock = StateDir(parent.path()).occupy();
+  EXPECT_EQ(fs::status(parent.path()).permissions(), fs::perms{0755});
+}
+
 TEST(ControllerStateDir, AGivenDatabaseIsKept) {
   const TempDir parent;
   const StateDir state(parent.path());
@@ -184,8 +241,53 @@ TEST(ControllerStateDir, SocketsOfOneThatIsGoneAreRemoved) {
 }
 
 TEST(ControllerStateDir, WhatCannotBeMadeIsSaid) {
-  const StateDir state("/proc/none");
-  EXPECT_THROW(state.occupy(), std::runtime_error);
+  const TempDir parent;
+  write_file(parent.path() / "file", "");
+  const auto reason = [](const fs::path& root) {
+    try {
+      StateDir(root).occupy();
+      return std::string("none");
+    } catch (const std::runtime_error& e) {
+      return std::string(e.what());
+    }
+  };
+  EXPECT_EQ(reason("/proc/none"), "cannot make /proc/none: No such file or directory");
+  EXPECT_EQ(reason(parent.path() / "file"), "cannot make " + parent.file("file") + ": Not a directory");
+  EXPECT_EQ(reason(parent.path() / "file" / "state"), "cannot make " + parent.file("file/state") + ": Not a directory");
+}
+
+std::string failure_of(const std::function<void()>& action) {
+  try {
+    action();
+    return "none";
+  } catch (const std::runtime_error& e) {
+    return e.what();
+  }
+}
+
+TEST(ControllerFiles, AreReadWholeOrRefusedByName) {
+  const TempDir directory;
+  const std::string path = directory.file("file");
+  const std::string large = R"({"a":")" + std::string(200000, 'x') + R"("})";
+  write_file(path, large);
+  EXPECT_EQ(read_setup(path), large);
+  EXPECT_EQ(read_ap_record(path), large);
+
+  write_file(path, R"([{"mac":"a8f94b001122"}])");
+  EXPECT_EQ(read_ap_records(path).size(), 1u);
+  EXPECT_EQ(failure_of([&] { read_setup(path); }), path + ": no JSON object");
+  EXPECT_EQ(failure_of([&] { read_ap_record(path); }), path + ": no JSON object");
+  write_file(path, "{}");
+  EXPECT_EQ(failure_of([&] { read_ap_records(path); }), path + ": no JSON array of AP records");
+
+  for (const auto& [name, reason] :
+       {std::pair{std::string("none"), "No such file or directory"}, std::pair{std::string("."), "Is a directory"}}) {
+    const std::string unread = directory.file(name);
+    const std::string failure = "cannot read " + unread + ": " + reason;
+    EXPECT_EQ(failure_of([&] { read_setup(unread); }), failure);
+    EXPECT_EQ(failure_of([&] { read_ap_record(unread); }), failure);
+    EXPECT_EQ(failure_of([&] { read_ap_records(unread); }), failure);
+  }
 }
 
 std::vector<std::string> lines(LogReader& reader) {

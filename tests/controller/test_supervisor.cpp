@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,7 @@ class SupervisorTest : public ::testing::Test, protected SupervisorOrders {
  protected:
   int start() override {
     orders_.push_back("start");
+    if (!start_failure_.empty()) throw std::runtime_error(start_failure_);
     return ++pid_;
   }
   bool order_shutdown() override {
@@ -60,6 +62,7 @@ class SupervisorTest : public ::testing::Test, protected SupervisorOrders {
   Supervisor supervisor_{*this};
   int pid_ = 100;
   bool is_reachable_ = true;
+  std::string start_failure_;
   std::vector<std::string> orders_;
   std::vector<std::string> said_;
 };
@@ -113,6 +116,31 @@ TEST_F(SupervisorTest, PausesDoubleUpToThirtySecondsAndBeginAnewAfterAGoodRun) {
   now_ += 60s;
   supervisor_.on_exit(exited(255), now_);
   EXPECT_EQ(wait(), 1);
+}
+
+TEST_F(SupervisorTest, AFirstStartThatFailsIsTheCallersAffair) {
+  start_failure_ = "no such program";
+  EXPECT_THROW(supervisor_.start(now_), std::runtime_error);
+  EXPECT_THAT(take_said(), IsEmpty());
+}
+
+TEST_F(SupervisorTest, ALaterStartThatFailsIsTriedAgainMoreAndMoreRarely) {
+  run();
+  now_ += 100s;
+  start_failure_ = "no such program";
+  supervisor_.on_exit(exited(255), now_);
+  take_said();
+  for (const char* pause : {"2", "4", "8"}) {
+    pass(Seconds(wait()));
+    EXPECT_THAT(take_said(), ElementsAre("zal_rrm cannot be started: no such program",
+                                         "zal_rrm is started again in " + std::string(pause) + " s"));
+    EXPECT_EQ(supervisor_.phase(), Phase::pausing);
+    EXPECT_EQ(supervisor_.pid(), 0);
+  }
+  start_failure_.clear();
+  pass(8s);
+  EXPECT_THAT(take_said(), ElementsAre("zal_rrm started, pid 102"));
+  EXPECT_EQ(supervisor_.phase(), Phase::starting);
 }
 
 TEST_F(SupervisorTest, OneThatDoesNotReportReadyIsKilledAndStartedAgain) {
@@ -175,8 +203,11 @@ TEST_F(SupervisorTest, AnOrderThatIsNotObeyedIsFollowedByBothSignals) {
 
 TEST_F(SupervisorTest, ASecondOrderToEndKills) {
   run();
+  EXPECT_FALSE(supervisor_.is_ending());
   supervisor_.end(now_);
+  EXPECT_TRUE(supervisor_.is_ending());
   supervisor_.end(now_);
+  EXPECT_TRUE(supervisor_.is_ending());
   EXPECT_THAT(take_orders(), ElementsAre("order", "signal 9"));
   supervisor_.end(now_);
   EXPECT_THAT(take_orders(), IsEmpty());
