@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks what the compiler cannot: the arrows between folders, that every source is built, that the map names real files.
+"""Checks what the compiler cannot: the arrows between folders, that nobody names the platform he got, that every source
+is built, that the map names real files.
 
 usage: check_tree.py ROOT
 
@@ -39,6 +40,11 @@ FORBIDDEN = {
     "server/lib/steering": {"core/clock.h", "core/BaseSession.h", "Worker.h", "RRM.h", "RrmWorker.h",
                             "WebsockServerWorker.h", "TpcDcaSubworker.h", "core/TimerList.h"},
 }
+
+# What only the standalone platform and its other end know. No part that has to run on another platform names it.
+PLATFORM_WORDS = re.compile(r"\b(?:ZAL_BUS|ZAL_TRACE_FILE|ZAL_PLATFORM|spdlog|nlohmann|backward\.hpp|zal::bus|"
+                            r"platform/(?:bus|standalone))\b")
+PLATFORM_BLIND = ("yajson", "server", "daemon", "platform/include")
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
 ROOTS = ("", "server/lib", "platform/include")
@@ -87,6 +93,13 @@ def check_arrows(root):
                 yield f"{where}: {mine} must not know it"
 
 
+def check_platform_words(root):
+    """Nothing that has to run on another platform names what belongs to ours alone."""
+    for source in sources(root, PLATFORM_BLIND, (".h", ".cpp", ".txt")):
+        for word in PLATFORM_WORDS.findall(source.read_text()):
+            yield f"{source.relative_to(root)}: names {word}, which is the standalone platform's"
+
+
 def check_built(root):
     """Every source file stands in the CMakeLists.txt of its folder or of one above."""
     for source in sources(root, PRODUCT + ("tests", "bench", "fuzz"), (".cpp",)):
@@ -111,7 +124,7 @@ def check_map(root):
 
 
 def breaches(root):
-    return list(check_arrows(root)) + list(check_built(root)) + list(check_map(root))
+    return [breach for check in (check_arrows, check_platform_words, check_built, check_map) for breach in check(root)]
 
 
 def prove_checker():
@@ -121,6 +134,7 @@ def prove_checker():
             "yajson/value.h": '#include "core/log.h"\n',
             "server/lib/core/log.h": "",
             "server/lib/core/clock.h": "",
+            "daemon/service.h": 'getenv("ZAL_BUS")\n',
             "server/lib/planning/dca.cpp": '#include "core/clock.h"\n',
             "sim/site.cpp": '#include "yajson/value.h"\n',
             "docs/architecture.md": "see `server/lib/gone.h`\n",
@@ -134,6 +148,7 @@ def prove_checker():
             "yajson/value.h: includes core/log.h: yajson must not know server/lib/core",
             "server/lib/planning/dca.cpp: includes core/clock.h: server/lib/planning must not know it",
             "sim/site.cpp: includes yajson/value.h: sim must not know yajson",
+            "daemon/service.h: names ZAL_BUS, which is the standalone platform's",
             "tests/lost_test.cpp: in no CMakeLists.txt",
             "docs/architecture.md: names server/lib/gone.h, which does not exist",
         ]
