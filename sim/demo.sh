@@ -1,54 +1,107 @@
 #!/usr/bin/env bash
-# Shows the real daemon at work: starts it under the small controller, lets the simulated office connect, and stops both
-# again. With --once it ends after the first cycle, with status 0 only if the site was planned.
-#
-# usage: sim/demo.sh BUILD_DIR [--once] [SITE]
+# Shows the real daemon at work: starts it under the small controller, lets a simulated site connect, and stops both again.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-build=$(realpath "${1:?usage: sim/demo.sh BUILD_DIR [--once] [SITE]}")
-shift
-once=()
-site=sim/sites/office.json
-for argument in "$@"; do
-  case $argument in
-    --once) once=(--once) ;;
-    -*)
-      echo "demo: unknown option '$argument'" >&2
-      exit 2
-      ;;
-    *) site=$argument ;;
-  esac
-done
-setup=${site%.json}-setup.json
-[ -r "$site" ] && [ -r "$setup" ] || {
-  echo "demo: a site needs both files: $site and $setup" >&2
+usage() {
+  cat <<'TEXT'
+usage: ./run demo [--once] [--build DIR] [SITE]
+  --once       end after the first cycle, with status 0 only if the site was planned
+  --build DIR  take the programs of this build; otherwise build/release is built first
+  SITE         a site file, its setup beside it as NAME-setup.json (default: sim/sites/office.json)
+TEXT
+}
+
+complain() {
+  echo "demo: $*" >&2
+  usage >&2
   exit 2
 }
 
+once=()
+build=
+site=
+while [ $# -gt 0 ]; do
+  case $1 in
+    --once) once=(--once) ;;
+    --build)
+      [ $# -gt 1 ] || complain "--build wants a directory"
+      build=$2
+      shift
+      ;;
+    -h | --help)
+      usage
+      exit
+      ;;
+    -*) complain "unknown option '$1'" ;;
+    *)
+      [ -z "$site" ] || complain "two sites, '$site' and '$1'"
+      site=$1
+      ;;
+  esac
+  shift
+done
+for program in controller/zal_controller daemon/zal_rrm sim/zal_apsim; do
+  [ -z "$build" ] || [ -x "$build/$program" ] || complain "no $program in $build"
+done
+site=${site:-sim/sites/office.json}
+setup=${site%.json}-setup.json
+for file in "$site" "$setup"; do
+  [ -r "$file" ] || complain "cannot read $file; a site needs $site and $setup"
+done
+
+# Whoever still runs holds the lock, the programs included: nobody's directory is taken away under him.
 state=$PWD/.zal/demo
+mkdir -p "$PWD/.zal"
+exec 9>"$state.lock"
+flock -n 9 || {
+  echo "demo: one runs in $state already; end that one first" >&2
+  exit 1
+}
+
+if [ -z "$build" ]; then
+  ./run demo-build
+  build=build/release
+fi
+
 rm -rf "$state"
 mkdir -p "$state"
-
 controller=
 simulation=
+prefix=
 
-# Ends one of our own processes and waits for it.
+# Ends one of our own processes; its status is the result.
 end() {
-  local pid=$1
-  [ -n "$pid" ] || return 0
-  kill -TERM "$pid" 2>/dev/null || return 0
-  wait "$pid" || return 0
+  [ -n "$1" ] || return 0
+  kill -TERM "$1" 2>/dev/null || true
+  wait "$1"
 }
 
+# The access points go first, as they would at a site whose controller is stopped last.
 finish() {
-  trap '' INT TERM
-  end "$simulation"
-  end "$controller"
+  local status=$?
+  trap '' INT TERM HUP QUIT
+  trap - EXIT
+  end "$simulation" || true
+  if ! end "$controller"; then
+    echo "demo: zal_rrm did not end cleanly; see $state/zal_rrm.log and $state/zal_rrm.err" >&2
+    status=1
+  fi
+  exec 8>&-
+  [ -z "$prefix" ] || wait "$prefix" || true
+  [ ! -e "$state/plan/plan.json" ] || echo "demo: plan and floor plans are in $state/plan"
+  exit "$status"
+}
+
+# Being interrupted is how a demonstration normally ends, but one that was to run until a plan has none then.
+interrupt() {
+  trap '' INT TERM HUP QUIT
+  echo "demo: stopping"
+  [ ${#once[@]} -eq 0 ] && exit 0
+  exit 130
 }
 trap finish EXIT
-interrupted=
-trap 'interrupted=yes' INT TERM
+trap interrupt INT TERM HUP QUIT
 
 # A port that nobody listens on, from 8099 upward.
 port=8099
@@ -58,26 +111,32 @@ while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do
 done
 sed "s/\"listen_port\": *[0-9]*/\"listen_port\": $port/" "$setup" >"$state/setup.json"
 
+exec 8> >(
+  trap '' INT TERM HUP QUIT
+  exec sed -u 's/^/controller | /'
+)
+prefix=$!
+
+# Each gets a session of its own: what the terminal's keys mean is this script's to say, and the order of the end too.
 echo "demo: starting zal_rrm under zal_controller; its log is $state/zal_rrm.log"
-"$build/controller/zal_controller" --state "$state" --setup "$state/setup.json" --vrrp 1 \
-  --daemon "$build/daemon/zal_rrm" > >(sed -u 's/^/controller | /') 2>&1 &
+setsid "$build/controller/zal_controller" --state "$state" --setup "$state/setup.json" --vrrp 1 \
+  --daemon "$build/daemon/zal_rrm" >&8 2>&1 8>&- &
 controller=$!
 
 echo "demo: the access points of $site subscribe; a cycle takes about a minute"
-"$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --out "$state/plan" "${once[@]}" &
+setsid "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --out "$state/plan" \
+  "${once[@]}" 8>&- &
 simulation=$!
 
-# Whichever ends first ends the demonstration; Ctrl-C ends both.
+# Whichever ends first ends the demonstration.
+ended=
 status=0
-wait -n "$simulation" "$controller" || status=$?
-if [ -n "$interrupted" ]; then
-  echo "demo: stopping"
-  status=0
-elif ! kill -0 "$controller" 2>/dev/null; then
+wait -n -p ended "$simulation" "$controller" || status=$?
+if [ "$ended" = "$simulation" ]; then
+  simulation=
+else
+  controller=
   echo "demo: the controller ended; see $state" >&2
-  status=1
+  [ ${#once[@]} -eq 0 ] || status=1
 fi
-finish
-trap - EXIT
-echo "demo: plan and floor plans are in $state/plan"
 exit "$status"
