@@ -365,16 +365,28 @@ void RRM::remove_worker(const std::string& domain) {
 }
 
 void RRM::cancel_worker(const std::string& domain, Worker* worker) {
-  std::vector<RrmWorker::ApSession> dropped;
-  worker->execute_locked([&] {
-    if (const auto* rrm_worker = dynamic_cast<const RrmWorker*>(worker)) dropped = rrm_worker->ap_sessions();
-    for (const auto& ap : dropped) {
+  std::unordered_set<std::uint32_t> dropped;
+  drop_ap_sessions(domain, *worker, dropped);
+  worker->stop();
+  // An access point whose subscribe was served in between would stay connected for ever, without a domain.
+  drop_ap_sessions(domain, *worker, dropped);
+}
+
+// Orders closed what has not been ordered closed yet. `dropped` holds the sessions' numbers.
+void RRM::drop_ap_sessions(const std::string& domain, Worker& worker, std::unordered_set<std::uint32_t>& dropped) {
+  std::vector<RrmWorker::ApSession> open;
+  worker.execute_locked([&] {
+    if (const auto* rrm_worker = dynamic_cast<const RrmWorker*>(&worker)) open = rrm_worker->ap_sessions();
+    std::erase_if(open, [&](const auto& ap) { return dropped.contains(ap.session.id); });
+    for (const auto& ap : open) {
       RRM_LOG(LOG_TRACE, "Drop session %s(%d) on worker '%s'.", ap.mac.to_string().c_str(), ap.session.id,
               domain.c_str());
     }
   });
-  for (const auto& ap : dropped) drop_session_at_websock_worker(ap.session, true);
-  worker->stop();
+  for (const auto& ap : open) {
+    drop_session_at_websock_worker(ap.session, true);
+    dropped.insert(ap.session.id);
+  }
 }
 
 // --- Workers that end by themselves.

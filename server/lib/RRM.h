@@ -15,6 +15,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "core/BaseSession.h"
@@ -93,6 +94,7 @@ class RRM {
 
   // Null, after the reason was logged, if the domain is unknown or the worker cannot be made.
   std::unique_ptr<Worker> make_rrm_worker(const std::string& domain, int worker_count);
+  // Drops the sessions of the worker's access points and joins it.
   void cancel_worker(const std::string& domain, Worker* worker);
   void restore_domains(const std::shared_ptr<std::string>& text);
 
@@ -118,6 +120,7 @@ class RRM {
   void deliver_to_new(const std::string& domain, JsonReader&& json, const BaseSession& session);
   void route_leftovers(Worker& worker);
   void order_all(const char* order, const BaseSession& session);
+  void drop_ap_sessions(const std::string& domain, Worker& worker, std::unordered_set<std::uint32_t>& dropped);
 
   std::shared_ptr<Worker> make_worker(const std::string& domain) RRM_EXCLUDES(workers.mutex);
   bool launch(const std::shared_ptr<Worker>& worker) RRM_EXCLUDES(workers.mutex);

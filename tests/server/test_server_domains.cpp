@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "core/sleep_recorder.h"
 #include "server/server_support.h"
 #include "support/capture.h"
 #include "support/messages.h"
@@ -85,6 +86,36 @@ TEST_F(Domains, RemovingADomainClosesItsAccessPointsSessions) {
   EXPECT_THAT(server.domains(), IsEmpty());
 }
 
+// Two access points behind one session: each is named, and the session ordered closed for each.
+TEST_F(Domains, AccessPointsThatShareASessionAreDroppedOneByOne) {
+  subscribe("02:00:00:00:00:0A", 4);
+  server.receive(a_subscribe("02:00:00:00:01:0A").with_radio(a_5ghz_radio()).text(), 4);
+  ASSERT_TRUE(eventually([&] { return server.sent().size() == 2; }));
+  server.remove_worker("lab");
+  EXPECT_THAT(drops(), ::testing::UnorderedElementsAre("Drop session 02:00:00:00:00:0A(4) on worker 'lab'.",
+                                                       "Drop session 02:00:00:00:01:0A(4) on worker 'lab'."));
+  EXPECT_THAT(orders_at_websock(), ElementsAre("drop-session 4", "drop-session 4"));
+}
+
+// Its message is on the way to the worker when the removal begins, and is served before the worker stops.
+TEST_F(Domains, AnAccessPointThatJoinsDuringTheRemovalIsLetGoToo) {
+  subscribe("02:00:00:00:00:0A", 4);
+  const auto lab = server.find_worker("lab");
+  bool joined = false;
+  server.fixed_websock().set_notify([&] {  // called with the first order to close a session
+    if (joined) return;
+    joined = true;
+    const std::string late = a_subscribe("02:00:00:00:01:0A").with_radio(a_5ghz_radio()).text();
+    lab->enqueue_message(JsonReader(late.c_str()), session_of(5));
+    EXPECT_TRUE(eventually([&] { return server.sent().size() == 2; }));
+  });
+  server.remove_worker("lab");
+  EXPECT_THAT(drops(), ElementsAre("Drop session 02:00:00:00:00:0A(4) on worker 'lab'.",
+                                   "Drop session 02:00:00:00:01:0A(5) on worker 'lab'."));
+  EXPECT_THAT(orders_at_websock(), ElementsAre("drop-session 4", "drop-session 5"));
+  server.fixed_websock().set_notify(nullptr);
+}
+
 TEST_F(Domains, GoneAccessPointsAreDroppedBeforeTheActiveOnes) {
   subscribe("02:00:00:00:00:0A", 4);
   subscribe("02:00:00:00:01:0A", 5);
@@ -114,6 +145,13 @@ TEST_F(Domains, AnAccessPointMayComeBackToARemovedDomain) {
   server.remove_worker("lab");
   subscribe("02:00:00:00:00:0A", 9);
   EXPECT_NE(server.find_worker("lab"), before);
+}
+
+TEST_F(Domains, ADomainWorkerIsWokenByItsQueueInsteadOfPolling) {
+  const SleepRecorder clock;
+  for (std::uint32_t session = 1; session <= 20; ++session) subscribe("02:00:00:00:00:0A", session);
+  server.remove_worker("lab");
+  EXPECT_THAT(clock.sleeps(), IsEmpty());
 }
 
 TEST_F(Domains, ARestoredDomainRunsBeforeAnyAccessPointComes) {
