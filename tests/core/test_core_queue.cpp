@@ -1,4 +1,5 @@
 // A queue of two rings: what overtakes, how a producer waits for room, how a consumer rests and is woken.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -197,6 +198,12 @@ TEST(EventFd, AClosedOneDoesNothing) {
   event_fd.signal();
   event_fd.drain();
   event_fd.wait(-1);
+}
+
+TEST(EventFd, NeitherBlocksNorReachesAChildProcess) {
+  const EventFd event_fd(true);
+  EXPECT_NE(::fcntl(event_fd.fd(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_NE(::fcntl(event_fd.fd(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
 TEST(EventFd, WithoutADescriptorLeftTheOwnerPolls) {

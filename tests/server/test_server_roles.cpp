@@ -1,7 +1,10 @@
 // Starts, stops, changes of the VRRP role, the restored domains of a new master, and the removal of domains.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cstdarg>
 #include <memory>
 #include <string>
@@ -138,6 +141,28 @@ TEST_F(Roles, AMasterRunsTheFixedWorkers) {
   EXPECT_EQ(server.role(), 1);
   EXPECT_THAT(capture.lines(), ElementsAre(LogLine{LOG_EVENT, "VRRP role: backup -> master"}));
   EXPECT_TRUE(all_fixed_run());
+}
+
+// Threads are numbered in the order in which they are made. The numbers start over at their end, which spoils one round
+// of three at most.
+TEST_F(Roles, TheFixedWorkersStartInOrder) {
+  std::array<std::atomic<pid_t>, 3> threads{};
+  ProbeWorker* const in_order[] = {&server.fixed_default(), &server.fixed_websock(), &server.fixed_ping()};
+  for (std::size_t i = 0; i < threads.size(); ++i) {
+    in_order[i]->hooks.connect = [&thread = threads[i]] {
+      thread = ::gettid();
+      return true;
+    };
+  }
+  server.update_vrrp_role(1, nullptr);
+  int ascending = 0;
+  for (int round = 0; round < 3; ++round) {
+    if (round != 0) server.restart();
+    ASSERT_TRUE(all_fixed_run());
+    ascending += threads[0] < threads[1] && threads[1] < threads[2];
+  }
+  server.release();
+  EXPECT_GE(ascending, 2);
 }
 
 TEST_F(Roles, AMasterNeedsNoStart) {

@@ -271,6 +271,16 @@ TEST_F(WorkerLoop, StopDoesNotTellTheServer) {
   EXPECT_THAT(server.domains(), ElementsAre("lab"));
 }
 
+TEST_F(WorkerLoop, AWorkerThatWasStoppedOnceTellsTheServerOfALaterEndOfItsOwn) {
+  const auto worker = a_worker({.name = "lab"});
+  server.adopt(worker);
+  worker->start();
+  worker->stop();
+  worker->start();
+  worker->enqueue_message(JsonReader(internal_message::stop), no_session);
+  EXPECT_TRUE(eventually([&] { return server.domains().empty(); }));
+}
+
 TEST_F(WorkerLoop, AFailingConnectIsRetriedAtOnceUntilTheStop) {
   const SleepRecorder clock;
   const auto worker = a_worker();
