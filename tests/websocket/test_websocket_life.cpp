@@ -1,15 +1,21 @@
 // Connecting, disconnecting, the threads, and what the library's callbacks come to.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <future>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 
+#include "core/sleep_recorder.h"
 #include "json/JsonWriter.h"
 #include "support/capture.h"
 #include "ws_server.h"
@@ -58,6 +64,11 @@ TEST_F(WebsockLife, ConnectDescribesTheListenerToTheLibrary) {
   EXPECT_EQ(info.iface, nullptr);
   EXPECT_EQ(info.extensions, nullptr);
   EXPECT_EQ(info.ssl_cert_filepath, nullptr);
+  EXPECT_EQ(info.user, nullptr);
+  // The library's own watch over idle connections: a ping after 300 seconds, the end 10 seconds later.
+  EXPECT_EQ(info.retry_and_idle_policy, nullptr);
+  EXPECT_EQ(info.ka_time, 0);
+  EXPECT_EQ(info.timeout_secs, 0u);
 
   const lws_http_mount& mount = *info.mounts;
   EXPECT_EQ(mount.mount_next, nullptr);
@@ -227,6 +238,21 @@ TEST_F(WebsockLife, ThreadsServeUntilDisconnectWakesThem) {
   }
   server.worker->disconnect();
   EXPECT_EQ(server.library.take_calls().back(), "context_destroy");
+}
+
+std::ptrdiff_t threads_of_this_process() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+TEST_F(WebsockLife, ThereAreAsManyJsonificatorsAsServiceThreadsButAtMost100) {
+  for (const int service_threads : {1, 3, 100, 101}) {
+    FakeServer server;
+    server.library.threads = service_threads;
+    const std::ptrdiff_t before = threads_of_this_process();
+    ASSERT_TRUE(server.worker->connect());
+    EXPECT_EQ(threads_of_this_process() - before, service_threads + std::min(service_threads, 100)) << service_threads;
+    server.worker->disconnect();
+  }
 }
 
 TEST_F(WebsockLife, ServiceThreadThatTheLibraryEndsIsSaid) {
@@ -422,6 +448,19 @@ TEST_F(WebsockLife, StartAndStopRunTheWholeLife) {
     server.worker->stop();
     EXPECT_EQ(server.library.take_calls().back(), "context_destroy");
   }
+}
+
+TEST_F(WebsockLife, ItsOwnThreadRestsTenMillisecondsAtATime) {
+  testing::SleepRecorder clock;
+  std::promise<void> rested;
+  clock.on_sleep = [&] {
+    if (clock.count() == 5) rested.set_value();
+  };
+  FakeServer server;
+  server.worker->start();
+  rested.get_future().wait();
+  server.worker->stop();
+  EXPECT_THAT(clock.sleeps(), ::testing::Each(10000u));
 }
 
 TEST_F(WebsockLife, FailingAttemptsGoOnUntilTheStop) {

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "core/QueueMessage.h"
+#include "core/sleep_recorder.h"
 #include "support/capture.h"
 #include "ws_server.h"
 
@@ -20,6 +21,7 @@ using testing::Event;
 using testing::FakeLws;
 using testing::FakeServer;
 using testing::LogLine;
+using testing::SleepRecorder;
 using Lines = std::vector<std::string>;
 
 lws* const first = FakeLws::handle(1);
@@ -162,13 +164,17 @@ TEST_P(WebsockEnqueue, MessageBeforeTheFirstWritableEventMakesTheQueueAndIsLost)
   EXPECT_EQ(write_event(first), Lines{R"(write #1 0 {"kept":2})"});
 }
 
-TEST_P(WebsockEnqueue, SeventeenthMessageIsLostAndTheSixteenLeave) {
+TEST_P(WebsockEnqueue, SeventeenthMessageIsLostAfter256AttemptsAndTheSixteenLeave) {
+  const SleepRecorder clock;
   const BaseSession session = open(first);
   for (int i = 1; i <= 16; ++i) enqueue(std::to_string(i), session);
   EXPECT_TRUE(capture.lines().empty());
   EXPECT_EQ(server.library.take_calls(), Lines(16, "cancel_service"));
+  EXPECT_EQ(clock.count(), 0u);
 
   enqueue("17", session);
+  EXPECT_EQ(clock.count(), 256u - 127);  // the first 127 attempts do not sleep
+  EXPECT_EQ(clock.sleeps().back(), 1000u);
   EXPECT_EQ(capture.lines(), (std::vector<LogLine>{{LOG_ERROR, GetParam().overflow}}));
   EXPECT_EQ(capture.events(), (std::vector<Event>{{26, false, ""}}));
   EXPECT_EQ(server.library.take_calls(), Lines{"cancel_service"});

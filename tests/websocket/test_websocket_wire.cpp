@@ -146,6 +146,30 @@ TEST_F(WebsockWire, MessagesOfOneSessionKeepTheirOrderInAndOut) {
   for (int i = 0; i < 16; ++i) EXPECT_EQ(client.receive_text(), std::to_string(i));
 }
 
+// More than all buffers on the way hold: the library writes in parts, and the rest waits in the session's queue.
+TEST_F(WebsockWire, SlowReaderGetsEverythingInOrderOnceItReads) {
+  listen();
+  WsClient slow = WsClient::open(server.port, 4096);
+  WsClient quick = WsClient::open(server.port);
+  slow.send_text("1");
+  ASSERT_EQ(server.dispatcher.wait_for(1), Lines{"message 1 1"});
+  quick.send_text("2");
+  ASSERT_EQ(server.dispatcher.wait_for(1), Lines{"message 2 2"});
+  BaseSession of_slow;
+  BaseSession of_quick;
+  for (const auto& session : server.worker->sessions_snapshot()) (session->id == 1 ? of_slow : of_quick) = *session;
+
+  Lines expected;
+  for (int i = 0; i < 12; ++i) {
+    expected.push_back("\"" + std::to_string(i) + std::string(1 << 20, 'x') + "\"");
+    server.worker->enqueue_serialized(std::string(expected.back()), of_slow);
+  }
+  server.worker->enqueue_serialized("\"overtakes\"", of_quick);
+  EXPECT_EQ(quick.receive_text(), "\"overtakes\"");
+  for (const std::string& text : expected) EXPECT_TRUE(slow.receive_text() == text);
+  EXPECT_TRUE(capture.events().empty());
+}
+
 TEST_F(WebsockWire, ManySessionsEachGetTheirOwnAnswers) {
   server.echo();
   listen();
