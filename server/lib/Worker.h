@@ -121,9 +121,9 @@ class alignas(64) Worker : public std::enable_shared_from_this<Worker> {
   bool pass() RRM_EXCLUDES(mutex);
   void join() RRM_EXCLUDES(thread_mutex);
 
-  // For the owner, when the worker has ended by itself: lets the thread go, marks the queue as served by nobody, and
-  // takes out what is still in it. A producer that finds the mark set after its push sees to the leftovers itself:
-  // either it or the owner, and never both, gets each message.
+  // For the owner, when the worker has ended by itself: detach lets the thread go, close marks the queue as served by
+  // nobody, and then the owner takes out what is still in it. A producer that finds the mark after its push sees to the
+  // leftovers itself: either it or the owner, and never both, gets each message.
   void detach() RRM_EXCLUDES(thread_mutex);
   void close() { closed_.fetch_or(1, std::memory_order_acq_rel); }
   bool closed() { return closed_.fetch_or(0, std::memory_order_acq_rel) != 0; }

@@ -12,8 +12,6 @@ namespace rrm {
 template <class K, class V, class Map>
 class SafeMapBase {
  public:
-  using map_type = Map;
-
   SafeMapBase() = default;
   SafeMapBase(const SafeMapBase&) = delete;
   SafeMapBase& operator=(const SafeMapBase&) = delete;

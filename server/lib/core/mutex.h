@@ -14,7 +14,6 @@
 #define RRM_CAPABILITY(name) RRM_THREAD_ANNOTATION(capability(name))
 #define RRM_SCOPED_CAPABILITY RRM_THREAD_ANNOTATION(scoped_lockable)
 #define RRM_GUARDED_BY(lock) RRM_THREAD_ANNOTATION(guarded_by(lock))
-#define RRM_PT_GUARDED_BY(lock) RRM_THREAD_ANNOTATION(pt_guarded_by(lock))
 #define RRM_REQUIRES(...) RRM_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define RRM_EXCLUDES(...) RRM_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define RRM_ACQUIRE(...) RRM_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
