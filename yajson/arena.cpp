@@ -11,6 +11,9 @@
 namespace yajson {
 namespace {
 
+// Sums and doubles of sizes up to here have a number.
+constexpr std::size_t largest_size = std::numeric_limits<std::size_t>::max() / 4;
+
 constinit thread_local ArenaScope* innermost_scope = nullptr;
 
 }  // namespace
@@ -23,8 +26,7 @@ void MonotonicArena::release() noexcept {
 }
 
 void* MonotonicArena::take_from_new_block(std::size_t bytes, std::size_t alignment) {
-  constexpr std::size_t most = std::numeric_limits<std::size_t>::max() / 4;
-  if (bytes > most || alignment > most) throw std::bad_alloc();
+  if (std::max({bytes, alignment, next_block_size_}) > largest_size) throw std::bad_alloc();
   const std::size_t padding = alignment > alignof(std::max_align_t) ? alignment : 0;
   add_block(std::max(next_block_size_, bytes + padding));
   return take(bytes, alignment);

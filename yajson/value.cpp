@@ -148,14 +148,17 @@ double Value::as_number() const {
   }
 }
 
+// Both leave a value of another type untouched.
 Array& Value::as_array() {
+  const Array& elements = std::as_const(*this).as_array();
   open_for_change();
-  return const_cast<Array&>(std::as_const(*this).as_array());
+  return const_cast<Array&>(elements);
 }
 
 Object& Value::as_object() {
+  const Object& object = std::as_const(*this).as_object();
   open_for_change();
-  return const_cast<Object&>(std::as_const(*this).as_object());
+  return const_cast<Object&>(object);
 }
 
 std::size_t Value::size() const noexcept {

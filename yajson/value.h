@@ -52,7 +52,7 @@ class Value {
   Value& operator=(Value&& other) noexcept;
   ~Value() { release(); }
 
-  // Assignment in place. A failure leaves null.
+  // Assignment in place. A failure leaves null. Requires: a text does not lie in this value.
   void assign(bool value) noexcept { become(Type::boolean).boolean = value; }
   void assign(double value) noexcept { become(Type::floating).floating = value; }
   template <Integer T>

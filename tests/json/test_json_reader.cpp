@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <limits>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -107,6 +109,16 @@ TEST(JsonReaderMembers, are_there_or_not) {
   EXPECT_TRUE(reader.get("null").empty());
   EXPECT_TRUE(reader.get("b").empty());
   for (const char* text : {"[1]", "1", "\"a\"", "null"}) EXPECT_FALSE(JsonReader(text).has("a")) << text;
+}
+
+TEST(JsonReaderMembers, of_another_kind_than_asked_for_are_empty) {
+  const JsonReader reader(R"({"array":[1],"object":{"a":1},"null":null,"text":"[1]","number":1})");
+  EXPECT_STREQ(reader.get_array("array").to_string(), "[1]");
+  EXPECT_STREQ(reader.get_object("object").to_string(), R"({"a":1})");
+  for (const char* key : {"object", "null", "text", "number", "none"})
+    EXPECT_TRUE(reader.get_array(key).empty()) << key;
+  for (const char* key : {"array", "null", "text", "number", "none"})
+    EXPECT_TRUE(reader.get_object(key).empty()) << key;
 }
 
 TEST(JsonReaderMembers, take_no_null_pointer_for_a_key) {
@@ -231,6 +243,10 @@ TEST(JsonReaderArena, is_bound_during_the_parse_only) {
   const JsonReader other(message.c_str(), 4096);
   EXPECT_EQ(yajson::current_arena, &bound);
   EXPECT_EQ(bound.total_bytes(), 0u);
+}
+
+TEST(JsonReaderArena, of_a_size_that_no_memory_has_leaves_the_reader_empty) {
+  expect_all_reads_safe(JsonReader(message.c_str(), std::numeric_limits<std::size_t>::max()));
 }
 
 TEST(JsonReaderArena, of_somebody_else_is_never_used) {

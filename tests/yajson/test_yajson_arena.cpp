@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <memory_resource>
 #include <new>
 #include <thread>
@@ -107,6 +108,16 @@ TEST(MonotonicArena, refuses_a_size_that_no_block_can_have) {
   }
   EXPECT_EQ(arena.total_bytes(), 0u);
   EXPECT_EQ(arena.next_block_size(), 256u);
+}
+
+// With the block's header on top these sizes would wrap around to a few bytes.
+TEST(MonotonicArena, refuses_a_block_size_that_no_block_can_have) {
+  constexpr std::size_t most = std::numeric_limits<std::size_t>::max();
+  for (const std::size_t size : {most, most - 8, most - 16, most / 2 + 1, most / 4 + 1}) {
+    MonotonicArena arena(size);
+    EXPECT_THROW(arena.take(1, 1), std::bad_alloc) << size;
+    EXPECT_EQ(arena.total_bytes(), 0u);
+  }
 }
 
 TEST(ArenaAllocator, throws_when_the_number_of_bytes_has_no_number) {
