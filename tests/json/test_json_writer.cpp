@@ -264,6 +264,18 @@ TEST(JsonWriterArena, holds_what_was_there_and_what_comes) {
   }
 }
 
+TEST(JsonWriterArena, takes_over_a_tree_whose_children_are_open) {
+  JsonWriter writer;
+  JsonWriter list = JsonWriter::array(writer, "list");
+  JsonWriter first = JsonWriter::object(list, nullptr);
+  first.add_string("early", "a text that is longer than fifteen");
+  writer.use_arena(256);
+  first.add_string("late", "another text that is longer than fifteen");
+  JsonWriter::object(list, nullptr).add_int("second", 2);
+  EXPECT_STREQ(writer.to_string(), R"({"list":[{"early":"a text that is longer than fifteen",)"
+                                   R"("late":"another text that is longer than fifteen"},{"second":2}]})");
+}
+
 TEST(JsonWriterArena, is_bound_until_the_writer_dies) {
   {
     JsonWriter writer;

@@ -284,12 +284,6 @@ TEST(SerializeBuffer, holds_many_small_pieces) {
   EXPECT_EQ(serialize(list), expected + "]");
 }
 
-struct ReserveCase {
-  const char* label;
-  Value value;
-  std::size_t least;
-};
-
 Value list_of(std::size_t count) {
   Value list = Value::array();
   for (std::size_t i = 0; i < count; ++i) list.push_back(Value(1));
@@ -307,6 +301,7 @@ TEST(SerializeBuffer, reserves_what_it_expects_above_4096_bytes) {
   EXPECT_GE(serialize(list_of(64)).capacity(), 64u * 64 + 2);
   EXPECT_LT(serialize(object_of(51)).capacity(), 4082u);
   EXPECT_GE(serialize(object_of(52)).capacity(), 80u * 52 + 2);
+  EXPECT_EQ(serialize(Value(std::string(9000, 'x'))).capacity(), 9002u);
 }
 
 }  // namespace
