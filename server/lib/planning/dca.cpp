@@ -63,10 +63,7 @@ class ChannelPass {
       for (Radio& radio : ap->radios.list) {
         if (may_move(radio)) site.waiting.push_back(&radio);
       }
-      for (Radio* radio : site.waiting) {
-        radio->neighbour_count = static_cast<std::int32_t>(ap->visible_members.size());
-        radio->update_visible_channels(*ap);
-      }
+      for (Radio* radio : site.waiting) radio->neighbour_count = static_cast<std::int32_t>(ap->visible_members.size());
       if (!site.waiting.empty()) turns_.insert(turn_of(sites_.size() - 1));
     }
   }

@@ -1,5 +1,6 @@
 #include "planning/tpc.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <vector>
