@@ -39,6 +39,9 @@ void read_radio_model(SiteReader& root, Site& site) {
     SiteReader settings = root.object("radio_model");
     model.shadowing_db = settings.number("shadowing_db", model.shadowing_db);
     model.noise_db = settings.number("noise_db", model.noise_db);
+    if (model.shadowing_db < 0 || model.noise_db < 0) {
+      settings.fail("must have no negative deviation");
+    }
     settings.finish();
   }
 }
@@ -88,6 +91,18 @@ Vap read_vap(SiteReader& reader) {
   return vap;
 }
 
+std::vector<Vap> read_vaps(SiteReader& radio) {
+  std::vector<Vap> vaps;
+  std::set<int> ids;
+  radio.each("vaps", [&](SiteReader& element) {
+    vaps.push_back(read_vap(element));
+    if (!ids.insert(vaps.back().id).second) {
+      element.fail_at("id", "stands twice");
+    }
+  });
+  return vaps;
+}
+
 void check_radio(const SiteReader& reader, const Radio& radio) {
   if (radio.id < 0 || radio.id >= radios_per_ap) {
     reader.fail_at("id", "must be 0, 1 or 2");
@@ -122,7 +137,7 @@ Radio read_radio(SiteReader& reader) {
   radio.locked_for_dca = reader.flag("locked_for_dca", radio.locked_for_dca);
   radio.available_channels = reader.integers("available_channels");
   std::sort(radio.available_channels.begin(), radio.available_channels.end());
-  reader.each("vaps", [&](SiteReader& vap) { radio.vaps.push_back(read_vap(vap)); });
+  radio.vaps = read_vaps(reader);
   check_radio(reader, radio);
   if (const auto block = channel_block(radio.band, radio.channel, radio.bandwidth, radio.primary)) {
     radio.primary = block->primary;
@@ -165,11 +180,20 @@ void read_access_points(SiteReader& root, Site& site) {
   });
 }
 
+bool is_of_an_ap(const Site& site, const Mac& mac) {
+  return std::any_of(site.access_points.begin(), site.access_points.end(),
+                     [&](const AccessPoint& ap) { return mac.value - ap.mac.value < radios_per_ap * radio_pool; });
+}
+
 void read_foreign(SiteReader& root, Site& site) {
+  std::set<Mac> bssids;
   root.each("foreign", [&](SiteReader& reader) {
     ForeignAp foreign;
     foreign.name = reader.text("name");
     foreign.bssid = reader.mac("bssid");
+    if (is_of_an_ap(site, foreign.bssid) || !bssids.insert(foreign.bssid).second) {
+      reader.fail_at("bssid", "is taken already");
+    }
     foreign.position = reader.point("position", reader.number("height", ceiling_height_m));
     foreign.band = reader.band("band");
     foreign.channel = reader.integer("channel");
@@ -187,9 +211,13 @@ void read_foreign(SiteReader& root, Site& site) {
 }
 
 void read_clients(SiteReader& root, Site& site) {
+  std::set<Mac> macs;
   root.each("clients", [&](SiteReader& reader) {
     Client client;
     client.mac = reader.mac("mac");
+    if (!macs.insert(client.mac).second) {
+      reader.fail_at("mac", "is taken already");
+    }
     client.ssid = reader.text("ssid");
     client.bands = reader.integers("bands");
     client.position = reader.point("position", pocket_height_m);

@@ -9,6 +9,15 @@ namespace sim {
 
 using nlohmann::json;
 
+namespace {
+
+bool is_integer(const json& value) {
+  return value.is_number_integer() && value >= std::numeric_limits<int>::min() &&
+         value <= std::numeric_limits<int>::max();
+}
+
+}  // namespace
+
 SiteReader::SiteReader(const json& value, std::string path) : value_(value), path_(std::move(path)) {
   if (!value_.is_object()) {
     fail("must be an object");
@@ -33,8 +42,7 @@ double SiteReader::number(const char* key, double fallback) {
 
 int SiteReader::integer(const char* key) {
   const json& value = required(key);
-  if (!value.is_number_integer() || value < std::numeric_limits<int>::min() ||
-      value > std::numeric_limits<int>::max()) {
+  if (!is_integer(value)) {
     fail_at(key, "must be an integer of 32 bits");
   }
   return value.get<int>();
@@ -91,11 +99,11 @@ std::vector<int> SiteReader::integers(const char* key) {
     return result;
   }
   if (!value->is_array()) {
-    fail_at(key, "must be an array of integers");
+    fail_at(key, "must be an array of integers of 32 bits");
   }
   for (const json& element : *value) {
-    if (!element.is_number_integer()) {
-      fail_at(key, "must be an array of integers");
+    if (!is_integer(element)) {
+      fail_at(key, "must be an array of integers of 32 bits");
     }
     result.push_back(element.get<int>());
   }

@@ -75,6 +75,19 @@ TEST_F(WorldTest, PowerOfThePlanIsHeard) {
   EXPECT_EQ(hear(world_, 0, every_channel, 0)[2].tx_power, 10);
 }
 
+TEST_F(WorldTest, ChannelAndWidthOfThePlanAreHeard) {
+  RadioOrder away = order(1);
+  away.channel = 52;
+  away.bandwidth = 40;
+  EXPECT_EQ(world_.apply(1, away), "");
+  const HeardBss heard = hear(world_, 0, every_channel, 0)[2];
+  EXPECT_EQ(heard.bssid.text(), "02:00:5e:00:02:10");
+  EXPECT_EQ(heard.channel, 52);
+  EXPECT_EQ(heard.bandwidth, 40);
+  EXPECT_EQ(heard.primary, "lower");
+  EXPECT_EQ(hear(world_, 0, {{5, {36}}}, 0).size(), 0U);
+}
+
 TEST_F(WorldTest, OnlyVisitedChannelsAreHeard) {
   EXPECT_EQ(bssids(hear(world_, 0, {{5, {100}}}, 0)), (std::vector<std::string>{"06:00:00:00:00:01"}));
   EXPECT_TRUE(hear(world_, 0, {}, 0).empty());
