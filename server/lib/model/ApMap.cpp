@@ -112,14 +112,6 @@ void ApMap::insert(const MacAddr& mac, const std::shared_ptr<ApEntry>& ap) {
   storage_.insert_ap(ap);
 }
 
-bool ApMap::erase(const MacAddr& mac) {
-  const auto node = nodes_.find(mac);
-  if (node == nodes_.end()) return false;
-  storage_.erase_ap(node->second);
-  erase_node(node);
-  return true;
-}
-
 // Takes out the APs that `picked` chooses, and hands each to `take` with its key.
 template <class Picked, class Take>
 std::size_t ApMap::take_if(Picked picked, Take take) {

@@ -44,8 +44,6 @@ class ApMap {
   void erase_from_index(const std::shared_ptr<ApEntry>& ap) { storage_.erase_ap(ap); }
   // Unlinks one node and returns the next.
   iterator erase_node(iterator node) { return nodes_.erase(node); }
-  // Both steps, for the AP under this key; false if there is none.
-  bool erase(const MacAddr& mac);
 
   // Moves between sets. Each takes the AP out of map and index here and puts it into both there, under the same key.
   // One tick has passed; an AP whose time is up is erased. The results are numbers of APs.
