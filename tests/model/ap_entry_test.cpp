@@ -178,6 +178,14 @@ TEST_F(ApEntryTest, ARestoreWithoutAnythingLeavesTheRadiosAlone) {
   EXPECT_EQ(ap->visible_members.size(), 1U);
 }
 
+TEST_F(ApEntryTest, AKeyThatIsThereCountsWhateverItsType) {
+  const auto ap = an_ap().with([](ApEntry& entry) { entry.use_wildcard_80211r = true; }).build(config);
+  ChannelPools pools;
+  ap->restore(reader(R"({"ap-mac-count":null,"use-wildcard-80211r":[]})"), pools);
+  EXPECT_EQ(ap->ap_mac_count, 0U);
+  EXPECT_FALSE(ap->use_wildcard_80211r);
+}
+
 TEST_F(ApEntryTest, ACloneIsACompleteCopyThatCannotBeSentTo) {
   const ManualClock clock;
   const auto ap = an_ap()

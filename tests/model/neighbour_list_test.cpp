@@ -71,6 +71,8 @@ TEST_F(NeighbourListTest, ListsOnlyWhatClientsCouldUse) {
       {"another channel of the band", on(36), on(40), true},
       {"another band", on(1), on(40), false},
       {"no SSID in common", on(36), a_radio().channel(40).vap(a_vap("guest").id(1).k()), false},
+      {"2.4 GHz on both sides", on(1), on(6), true},
+      {"2.4 GHz on both sides, no 802.11k in common", on(1), a_radio().channel(6).vap(a_vap("office").v()), false},
       {"no 802.11k here", a_radio().channel(36).vap(a_vap("office").v()), on(40), false},
       {"no 802.11k there", on(36), a_radio().channel(40).vap(a_vap("office").v()), false},
       {"disabled here", on(36).disabled(), on(40), false},
@@ -159,6 +161,15 @@ TEST_F(NeighbourListTest, WhereAllAreListedTheAddressIsStillTheOneHeard) {
   EXPECT_EQ(list(ap, a_set({ap, neighbour(on(40)).with_radio(on(44).disabled()).build(config), third})),
             R"([{"neighbour-mac":"02:11:22:00:01:01","channel":40,"band":5,"bandwidth":20,"primary-channel":"none",)"
             R"("priority":255,"vaps":[{"id":1,"ssid":"office","mac":"02:11:22:00:01:01"}]}])");
+}
+
+TEST_F(NeighbourListTest, AnApWithTheSameMacUpToTheLocalBitIsAnotherAp) {
+  config.use_all_ap_balance = true;
+  const auto ap = listener(on(36)).build(config);
+  const auto twin = an_ap().mac("02:11:22:00:00:00").with_radio(on(40)).build(config);
+  EXPECT_EQ(list(ap, a_set({ap, twin})),
+            R"([{"neighbour-mac":"02:11:22:00:00:00","channel":40,"band":5,"bandwidth":20,"primary-channel":"none",)"
+            R"("priority":255,"vaps":[{"id":1,"ssid":"office","mac":"02:11:22:00:00:01"}]}])");
 }
 
 struct ModeCase {

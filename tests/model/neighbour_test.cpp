@@ -107,6 +107,7 @@ TEST(NeighbourMap, ARestoredRecordsBandMayBeInferred) {
       {R"("channel":36,"band":6)", 6, {}},
       {R"("channel":36,"band":3)", 3, {}},
       {R"("channel":36,"band":0)", 0, {}},
+      {R"("channel":36,"band":null)", 0, {}},
   };
   for (const RestoreBandCase& test : cases) {
     const Capture capture;

@@ -106,6 +106,7 @@ TEST_F(RfEnvironment, ABandMayBeInferred) {
   const std::vector<BandCase> cases = {
       {R"("channel":36,"band":6)", 6, {}},
       {R"("channel":36,"band":0)", 0, {}},
+      {R"("channel":36,"band":null)", 0, {}},
       {R"("channel":36)", 5, {}},
       {R"("channel":200)", 6, {}},
       {R"("channel":20,"bandwidth":40,"rssi":-61)",
