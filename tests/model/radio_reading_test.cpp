@@ -172,6 +172,32 @@ TEST_F(RadioReading, ARadioThatNoElementNamesIsBlankedAndKeepsTheRest) {
   }
 }
 
+// The limits of its antenna are the AP's, the marks and weights the domain's: neither goes with a radio that is away.
+TEST_F(RadioReading, ABlankedRadioKeepsItsLimitsAndMarks) {
+  for (const bool from_backup : {false, true}) {
+    read_radio(R"("status":1,"channel":36,"band":5,"power":14,"power-max":20,"power-min":8,"eirp-min":6,"eirp-max":30,)"
+               R"("antenna-configuration":{"antenna-gain":5,"cable-loss":2},"radio-mac-count":8,"bandwidth":20)");
+    radio().lists_stale = radio().conflicted = true;
+    radio().priority = 127, radio().sent_priority = 126;
+    if (from_backup) {
+      restore(R"({"interfaces":[]})");
+    } else {
+      read(R"({"radios":[]})");
+    }
+    EXPECT_EQ(dump(),
+              R"({"id":0,"mac":"00:11:22:00:00:00","mac-offset":0,"radio-mac-count":8,"status":0,"power-changed":0,)"
+              R"("conflicted":1,"locked-tpc":0,"locked-dca":0,"locked-balancer":1,"locked-80211v":1,"channel":0,)"
+              R"("band":5,"power":14,"max-power":20,"min-power":8,"bandwidth":20,"primary-channel":0,"eirp-min":6,)"
+              R"("eirp-max":30,"eirp":17,"available-channels":[],)"
+              R"("antenna-configuration":{"antenna-gain":5,"cable-loss":2},"vaps":[],"assoc_clients":[]})")
+        << from_backup;
+    EXPECT_TRUE(radio().lists_stale) << from_backup;
+    EXPECT_EQ(radio().priority, 127U) << from_backup;
+    EXPECT_EQ(radio().sent_priority, 126U) << from_backup;
+    EXPECT_FALSE(radio().tpc_managed || radio().dca_managed) << from_backup;
+  }
+}
+
 TEST_F(RadioReading, AnEmptyArrayBlanksAllThree) {
   read(R"({"radios":[{"status":1,"channel":1},{"status":1,"channel":36},{"status":1,"channel":40}]})");
   read(R"({"radios":[]})");
@@ -349,6 +375,8 @@ TEST_F(RadioReading, TheEirpKeysGoTogether) {
       {"a null antenna is none", R"("antenna-configuration":null)", -1, -1, -1, 0, 0, false},
       {"all of them: the EIRP is taken as it is",
        R"("eirp":9,"eirp-min":1,"eirp-max":8,"antenna-configuration":{"antenna-gain":2})", 9, 1, 8, 2, 0, true},
+      {"a null EIRP is one of 0, and is taken as it is", R"("eirp":null,"eirp-min":4)", 0, 4, -1, 0, 0, false},
+      {"null limits are limits of 0", R"("eirp-min":null,"eirp-max":null)", 0, 0, 0, 0, 0, false},
       {"without the EIRP: it is worked out", R"("eirp-min":1,"eirp-max":28,"antenna-configuration":{"antenna-gain":2})",
        13, 1, 28, 2, 0, true},
   };
@@ -390,6 +418,8 @@ TEST_F(RadioReading, TheMacPoolComesFromTheMessageOrStays) {
       {"later, another offset", false, R"("id":2,"mac-offset":7)", 7, 6, true},
       {"later, another count", false, R"("id":2,"radio-mac-count":7)", 5, 7, true},
       {"later, 0 is a value", false, R"("id":2,"mac-offset":0,"radio-mac-count":0)", 0, 0, true},
+      {"null and other types are there and read as 0", true, R"("id":2,"mac-offset":null,"radio-mac-count":[])", 0, 0,
+       true},
       {"an offset that wraps leaves the AP's address", false, R"("id":2,"mac-offset":-1)", -1, 6, true},
   };
   for (const PoolCase& test : cases) {
@@ -541,6 +571,35 @@ TEST_F(RadioReading, VapsAndClientsAreReadOnlyForAFeatureThatUsesThem) {
     EXPECT_EQ(radio().vaps.find("guest") != nullptr, test.read) << test.label;
     EXPECT_EQ(radio().vaps.find("office") != nullptr, !test.read) << test.label;
     EXPECT_EQ(radio().assoc.load(), test.read ? 1 : 0) << test.label;
+  }
+}
+
+// A radio that does not mention its lock for 802.11v is locked at once, for the VAPs of the very same message.
+TEST_F(RadioReading, TheLocksOfAMessageHoldForItsVaps) {
+  struct Case {
+    const char* label;
+    bool from_backup;
+    std::int32_t locked_before;
+    const char* members;
+    bool use_v;
+  };
+  for (const Case& test : std::vector<Case>{
+           {"not mentioned", false, 0, R"("x":0)", false},
+           {"locked", false, 0, R"("locked-for-80211v":1)", false},
+           {"unlocked", false, 1, R"("locked-for-80211v":0)", true},
+           {"not mentioned in a backup", true, 1, R"("x":0)", true},
+           {"locked in a backup", true, 0, R"("locked-80211v":1)", false},
+       }) {
+    radio().locked_80211v = test.locked_before;
+    const std::string element =
+        std::string(R"({"vaps":[{"id":0,"ssid":"office","802dot11v":1,"use_802dot11v":1}],)") + test.members + "}";
+    if (test.from_backup) {
+      restore(R"({"interfaces":[)" + element + "]}");
+    } else {
+      read(R"({"radios":[)" + element + "]}");
+    }
+    ASSERT_NE(radio().vaps.find("office"), nullptr) << test.label;
+    EXPECT_EQ(radio().vaps.find("office")->use_802dot11v, test.use_v) << test.label;
   }
 }
 
