@@ -395,7 +395,7 @@ void RrmWorker::process_exists_ap(Command command, const JsonReader& json, const
   const bool wildcard_changed = command == Command::subscribe_request && take_wildcard_setting(json, ap);
   log_list_updates(scratch, vaps_same, channels_same, priority_changed, wildcard_changed);
 
-  if (!json.get(key::radios).empty()) ap.radios.set_validate_power(scratch);
+  if (!json.get_array(key::radios).empty()) ap.radios.set_validate_power(scratch);
   const bool settings_same = scratch.all_settings_equal(ap.radios);
   if (!vaps_same || !settings_same) raise_domain_changed();
   ap.radios.from_json(json, channel_pools_, !vaps_same, !channels_same);

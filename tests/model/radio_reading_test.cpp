@@ -137,7 +137,7 @@ constexpr const char* full_radio =
     R"("vaps":[{"id":0,"ssid":"office"}],"assoclist":[{"rssi":-61,"mac":"0a:00:00:00:00:01","ssid":"office"}])";
 
 TEST_F(RadioReading, WithoutTheRadiosNothingChanges) {
-  for (const char* message : {"{}", R"({"radios":null})", "[]", ""}) {
+  for (const char* message : {"{}", R"({"radios":null})", R"({"radios":{}})", R"({"radios":"none"})", "[]", ""}) {
     read(std::string(R"({"radios":[{)") + full_radio + "}]}");
     const std::string before = dump();
     read(message);
@@ -153,7 +153,7 @@ TEST_F(RadioReading, TheFirstMessageIsOverEvenWithoutRadios) {
 
 TEST_F(RadioReading, ARadioThatNoElementNamesIsBlankedAndKeepsTheRest) {
   for (const char* message : {R"({"radios":[]})", R"({"radios":[null]})", R"({"radios":[{"id":1}]})",
-                              R"({"radios":[{"id":-1}]})", R"({"radios":[{"id":3}]})", R"({"radios":"none"})"}) {
+                              R"({"radios":[{"id":-1}]})", R"({"radios":[{"id":3}]})"}) {
     read(std::string(R"({"radios":[{)") + full_radio + "}]}");
     radio().problist.add(mac("0a:00:00:00:00:02"), 30);
     radio().power_changed = -3;
@@ -373,6 +373,7 @@ TEST_F(RadioReading, TheEirpKeysGoTogether) {
       {"only the antenna", R"("antenna-configuration":{"antenna-gain":2,"cable-loss":1})", 12, -1, -1, 2, 1, true},
       {"an antenna without its numbers", R"("antenna-configuration":{})", 11, -1, -1, 0, 0, true},
       {"a null antenna is none", R"("antenna-configuration":null)", -1, -1, -1, 0, 0, false},
+      {"an antenna of another kind is none", R"("antenna-configuration":[5])", -1, -1, -1, 0, 0, false},
       {"all of them: the EIRP is taken as it is",
        R"("eirp":9,"eirp-min":1,"eirp-max":8,"antenna-configuration":{"antenna-gain":2})", 9, 1, 8, 2, 0, true},
       {"a null EIRP is one of 0, and is taken as it is", R"("eirp":null,"eirp-min":4)", 0, 4, -1, 0, 0, false},
@@ -625,7 +626,7 @@ TEST_F(RadioReading, AppliedVapsThatAreMissingAreNone) {
 TEST_F(RadioReading, WithoutAListTheClientsStay) {
   radio().assoc.add_client(mac("0a:00:00:00:00:01"), -61, "office", true, false);
   radio().assoc.add_expected(mac("0a:00:00:00:00:03"), {});
-  read_radio(R"("assoclist":null)");
+  for (const char* list : {"null", "{}", "\"none\"", "7"}) read_radio(std::string(R"("assoclist":)") + list);
   read_radio("");
   EXPECT_EQ(radio().assoc.load(), 2);
   read_radio(R"("assoclist":[])");

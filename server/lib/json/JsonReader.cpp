@@ -136,6 +136,16 @@ JsonReader JsonReader::get(const char* key) const {
   return child(member(key));
 }
 
+JsonReader JsonReader::get_array(const char* key) const {
+  const Value* value = member(key);
+  return child(value != nullptr && value->is_array() ? value : nullptr);
+}
+
+JsonReader JsonReader::get_object(const char* key) const {
+  const Value* value = member(key);
+  return child(value != nullptr && value->is_object() ? value : nullptr);
+}
+
 const char* JsonReader::get_string(const char* key) const {
   return text_of(member(key));
 }

@@ -41,6 +41,9 @@ class JsonReader {
 
   bool has(const char* key) const;
   JsonReader get(const char* key) const;
+  // The same, empty also where the value is of another kind.
+  JsonReader get_array(const char* key) const;
+  JsonReader get_object(const char* key) const;
   const char* get_string(const char* key) const;
   // Integers are cut to 32 bits, booleans are 0 and 1, a string counts if all of it is a decimal number, the rest is 0.
   std::int32_t get_int(const char* key) const;

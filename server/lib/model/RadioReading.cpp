@@ -78,7 +78,7 @@ void Radio::from_json(const JsonReader& json, ChannelPools& pools, bool first_me
   set_available_channels(numbers_in(json.get_string("available-channels")), pools);
   if (!uses_vaps(*config)) return;
   if (apply_vaps) read_vaps(json);
-  const JsonReader clients = json.get("assoclist");
+  const JsonReader clients = json.get_array("assoclist");
   if (clients.empty()) return;
   assoc.load_from_json(clients);
   assoc.dump();
@@ -145,7 +145,7 @@ void Radio::read_eirp(const JsonReader& json) {
   eirp = get_int_or(json, "eirp", not_given);
   eirp_min = get_int_or(json, "eirp-min", not_given);
   eirp_max = get_int_or(json, "eirp-max", not_given);
-  const JsonReader antenna = json.get("antenna-configuration");
+  const JsonReader antenna = json.get_object("antenna-configuration");
   has_antenna = !antenna.empty();
   antenna_gain = antenna.get_int("antenna-gain");
   cable_loss = antenna.get_int("cable-loss");

@@ -82,7 +82,7 @@ void Radios::set_macs(const MacAddr& base) {
 }
 
 void Radios::from_json(const JsonReader& json, ChannelPools& pools, bool apply_vaps, bool list_flag) {
-  const JsonReader array = json.get("radios");
+  const JsonReader array = json.get_array("radios");
   if (!array.empty()) {
     read_list(*this, array, "", [&](Radio& radio, const JsonReader& element) {
       radio.from_json(element, pools, first_message, apply_vaps, list_flag);
