@@ -298,9 +298,9 @@ std::shared_ptr<WebsockSession> WebsockServerWorker::find_session(lws* wsi) cons
   return found != sessions.map.end() ? found->second : nullptr;
 }
 
-bool WebsockServerWorker::is_live(lws* wsi) const {
+std::shared_ptr<WebsockSession> WebsockServerWorker::live_session(lws* wsi) const {
   MutexLock lock(sessions.mutex);
-  return sessions.map.contains(wsi);
+  return find_session(wsi);
 }
 
 bool WebsockServerWorker::valid_tsi(int tsi) {

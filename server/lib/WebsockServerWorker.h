@@ -77,7 +77,7 @@ class WebsockServerWorker final : public Worker {
 
   // The send queues of the connections of one service thread.
   struct SendQueues : SafeUnorderedMap<lws*, SendQueue> {
-    // Who got a message into an empty queue since the last wake-up: all that a wake-up has to look at.
+    // Who got a message into an empty queue, or a forced one, since the last wake-up: all that it has to look at.
     std::vector<lws*> filled RRM_GUARDED_BY(mutex);
   };
 
@@ -121,12 +121,13 @@ class WebsockServerWorker final : public Worker {
 
   // The session table.
   std::shared_ptr<WebsockSession> find_session(lws* wsi) const RRM_REQUIRES(sessions.mutex);
-  bool is_live(lws* wsi) const RRM_EXCLUDES(sessions.mutex);
+  std::shared_ptr<WebsockSession> live_session(lws* wsi) const RRM_EXCLUDES(sessions.mutex);
   void forget_session(lws* wsi, void* user, int tsi) RRM_REQUIRES(sessions.mutex);
   std::uint32_t take_session_id() RRM_EXCLUDES(id_mutex);
 
   // The way in.
   bool finish_message(WebsockSession& session, const char* in, std::size_t len) RRM_REQUIRES(sessions.mutex);
+  void note_life(WebsockSession& session) RRM_REQUIRES(sessions.mutex);
   void hand_to_jsonificator(JsonificatorItem&& item) RRM_EXCLUDES(sessions.mutex);
   void jsonificator_loop();
   void parse(const JsonificatorItem& item) RRM_EXCLUDES(sessions.mutex);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/QueueMessage.h"
 #include "support/capture.h"
 #include "support/ws_client.h"
 #include "ws_server.h"
@@ -237,6 +238,26 @@ TEST_F(WebsockHostile, PeerThatNeverReadsLosesItsMessagesAndNobodyElses) {
   EXPECT_EQ(capture.count(lost), 1u);
   expect_served("\"meanwhile\"");
   deaf.reset();
+}
+
+TEST_F(WebsockHostile, PeerThatNeverReadsIsDroppedNevertheless) {
+  server.dispatcher.take();
+  WsClient deaf = WsClient::open(server.port, 4096);
+  deaf.send_text("1");
+  ASSERT_EQ(server.dispatcher.wait_for(1), Lines{"message 2 1"});
+  BaseSession session;
+  for (const auto& live : server.worker->sessions_snapshot()) {
+    if (live->id == 2) session = *live;
+  }
+  for (int i = 0; i < 8; ++i) server.worker->enqueue_serialized("\"" + std::string(1 << 20, 'd') + "\"", session);
+  expect_served("\"meanwhile\"");
+  server.dispatcher.take();
+  for (int i = 0; i < 40; ++i) {
+    server.worker->enqueue_message_force(JsonReader(internal_message::drop_session), session);
+  }
+  EXPECT_EQ(server.dispatcher.wait_for(1), Lines{"dropped 2"});
+  EXPECT_TRUE(capture.events().empty());
+  EXPECT_EQ(session_count(), 1u);
 }
 
 // Serves in a process of its own, under a limit of so many descriptors, until destroyed.

@@ -399,6 +399,54 @@ TEST_F(WebsockTransmit, DropSessionEndsItOnThatEventWithAllThatWaits) {
   EXPECT_EQ(write_event(first), Lines{});
 }
 
+TEST_F(WebsockTransmit, OneForcedDropIsEnoughHoweverOftenItIsOrdered) {
+  const SleepRecorder clock;
+  const BaseSession session = open(first);
+  for (int i = 0; i < 40; ++i) server.order(internal_message::drop_session, session, true);
+  EXPECT_EQ(clock.count(), 0u);
+  EXPECT_TRUE(capture.events().empty());
+  EXPECT_EQ(server.library.take_calls(), Lines(40, "cancel_service"));
+  EXPECT_EQ(server.library.writeable(first), 1);
+
+  // The next session under this handle is another matter.
+  const BaseSession next = open(first);
+  server.order(internal_message::drop_session, next, true);
+  EXPECT_EQ(server.library.writeable(first), 1);
+}
+
+TEST_F(WebsockTransmit, DropThatFoundNoRoomIsNotTheOneThatIsEnough) {
+  const SleepRecorder clock;
+  const BaseSession session = open(first);
+  for (int i = 0; i < 16; ++i) server.order("0", session, true);
+  server.order(internal_message::drop_session, session, true);
+  EXPECT_EQ(capture.events(), (std::vector<Event>{{26, false, ""}}));
+  for (int i = 0; i < 16; ++i) write_event(first);
+  server.order(internal_message::drop_session, session, true);
+  EXPECT_EQ(server.library.writeable(first), 1);
+}
+
+TEST_F(WebsockTransmit, SessionToBeDroppedHas5SecondsToTakeIt) {
+  const BaseSession session = open(first);
+  server.send("waits", session);
+  server.library.wake();
+  forget_so_far();
+  server.order(internal_message::drop_session, session, true);
+  server.library.wake();
+  EXPECT_EQ(server.library.take_calls(), (Lines{"cancel_service", "callback_on_writable #1", "set_timeout #1 24 5"}));
+
+  // Neither does another order buy it more time, nor a sign of life.
+  server.order(internal_message::drop_session, session, true);
+  server.library.wake();
+  EXPECT_EQ(server.library.take_calls(), Lines{"cancel_service"});
+  server.library.receive(first, "{}");
+  server.library.call(first, LWS_CALLBACK_RECEIVE_PONG);
+  EXPECT_EQ(server.library.take_calls(), Lines{});
+
+  // The library has closed it, and as with any other close the domain workers are told.
+  server.library.close(first);
+  EXPECT_EQ(server.dispatcher.take(), Lines{"dropped 1"});
+}
+
 TEST_F(WebsockTransmit, NormalDropOvertakesNothing) {
   const BaseSession session = open(first);
   server.send("1", session);

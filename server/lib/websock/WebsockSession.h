@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "core/BaseSession.h"
 #include "core/BufferInfo.h"
@@ -19,7 +20,9 @@ struct WebsockSession : BaseSession {
 
   BufferInfo buffer;  // the message being assembled; only with the session lock
 
-  std::atomic<std::int64_t> last_seen;  // monotonic second of the last whole message or pong; read without the lock
+  // Written with the session lock, read without it.
+  std::atomic<std::int64_t> last_seen;    // monotonic second of the last whole message or pong
+  std::atomic<bool> drop_ordered{false};  // a forced drop-session waits in its send queue
 };
 
 }  // namespace rrm

@@ -73,8 +73,7 @@ void WebsockServerWorker::process_received(lws* wsi, const char* in, std::size_t
 
 // The end of a message has come. False if its last part was refused; what came before it then stays in the buffer.
 bool WebsockServerWorker::finish_message(WebsockSession& session, const char* in, std::size_t len) {
-  session.last_seen = monotonic_seconds();
-  library.set_timeout(session.wsi, NO_PENDING_TIMEOUT, 0);
+  note_life(session);
   if (len != 0 && !append(session, in, len, "frame")) return false;
   const char* text = session.buffer.data();
   RRM_LOG(LOG_TRACE, "Recv %.*s", text != nullptr ? session.buffer.size() : 0, text != nullptr ? text : "");
@@ -92,9 +91,13 @@ void WebsockServerWorker::hand_to_jsonificator(JsonificatorItem&& item) {
 void WebsockServerWorker::process_pong(lws* wsi) {
   MutexLock lock(sessions.mutex);
   const auto session = find_session(wsi);
-  if (!session) return;
-  session->last_seen = monotonic_seconds();
-  library.set_timeout(wsi, NO_PENDING_TIMEOUT, 0);
+  if (session) note_life(*session);
+}
+
+// No life sign delays the end of a session that is ordered dropped.
+void WebsockServerWorker::note_life(WebsockSession& session) {
+  session.last_seen = monotonic_seconds();
+  if (!session.drop_ordered) library.set_timeout(session.wsi, NO_PENDING_TIMEOUT, 0);
 }
 
 void WebsockServerWorker::process_closed(lws* wsi, void* user) {
@@ -130,7 +133,7 @@ void WebsockServerWorker::jsonificator_loop() {
 
 // The look-up is by `wsi` alone: a dead session whose `wsi` has a new owner is found out on the way back.
 void WebsockServerWorker::parse(const JsonificatorItem& item) {
-  if (item.text == nullptr || !is_live(item.session.wsi)) return;
+  if (item.text == nullptr || !live_session(item.session.wsi)) return;
   JsonReader json(item.text.get(), parse_buffer_size);
   upstream.process_incoming_message(json, item.session);
 }

@@ -14,6 +14,15 @@ constexpr std::uint64_t send_capacity = 16;
 constexpr std::uint32_t push_attempts = 256;
 constexpr std::uint32_t push_max_sleep_us = 1000;
 constexpr int pong_timeout_s = 40;
+constexpr int drop_timeout_s = 5;  // how long a forced drop waits for a connection that takes nothing more
+
+constexpr const char* drop_session = "drop-session";
+constexpr const char* ping_session = "ping-session";
+
+bool is_drop(const QueueMessage& message) {
+  return std::strcmp(message.json.get_string("service"), service_name::rrm_internal) == 0 &&
+         std::strcmp(message.json.get_string("cmd"), drop_session) == 0;
+}
 
 }  // namespace
 
@@ -65,7 +74,13 @@ WebsockServerWorker::HandOver WebsockServerWorker::hand_over(Message&& message, 
   if (!found) return HandOver::session_gone;
   live = *found;
   if (session.identity() != live.identity()) return HandOver::stale;
-  return push_to(send_queues[static_cast<std::size_t>(session.tsi)], std::move(message), ring);
+  const bool drop = ring == &SendQueue::force && is_drop(*message);
+  // One is enough: while the connection takes nothing, the ping worker repeats the order every second, and would fill
+  // the ring, wait for room with both locks held and begin the time-out of the drop anew.
+  if (drop && found->drop_ordered) return HandOver::queued;
+  const HandOver result = push_to(send_queues[static_cast<std::size_t>(session.tsi)], std::move(message), ring);
+  if (drop && result == HandOver::queued) found->drop_ordered = true;
+  return result;
 }
 
 WebsockServerWorker::HandOver WebsockServerWorker::push_to(SendQueues& queues, Message&& message, SendRing ring) {
@@ -73,7 +88,7 @@ WebsockServerWorker::HandOver WebsockServerWorker::push_to(SendQueues& queues, M
   MutexLock lock(queues.mutex);
   SendQueue* send_queue = find_send_queue(queues, wsi);
   if (send_queue == nullptr) return HandOver::before_first_event;
-  if (send_queue->empty()) queues.filled.push_back(wsi);
+  if (send_queue->empty() || ring == &SendQueue::force) queues.filled.push_back(wsi);
   const bool queued = send_queue->push(send_queue->*ring, std::move(message), push_attempts, push_max_sleep_us);
   return queued ? HandOver::queued : HandOver::overflow;
 }
@@ -92,18 +107,21 @@ void WebsockServerWorker::erase_send_queue(SendQueues& queues, lws* wsi) {
 }
 
 // Connections with something to send ask for their writable event. The rest have asked for it already, since a queue
-// that is not empty always has: here, or after the message before.
+// that is not empty always has: here, or after the message before. A connection that takes nothing more has no such
+// event: where it is to be dropped, the library ends it after a while.
 void WebsockServerWorker::process_wait_cancelled(lws* wsi) {
   if (wsi == nullptr) return;
   const int tsi = library.get_tsi(wsi);
   if (!valid_tsi(tsi)) return;
   SendQueues& queues = send_queues[static_cast<std::size_t>(tsi)];
   for (lws* const filled : take_filled(queues)) {
-    if (is_live(filled)) {
-      library.callback_on_writable(filled);
-    } else {
+    const auto session = live_session(filled);
+    if (!session) {
       erase_send_queue(queues, filled);
+      continue;
     }
+    library.callback_on_writable(filled);
+    if (session->drop_ordered) library.set_timeout(filled, PENDING_TIMEOUT_CLOSE_SEND, drop_timeout_s);
   }
 }
 
@@ -178,12 +196,12 @@ WebsockServerWorker::Sent WebsockServerWorker::send_json(const QueueMessage& mes
 }
 
 WebsockServerWorker::Sent WebsockServerWorker::obey(const char* cmd, const WebsockSession& session) {
-  if (std::strcmp(cmd, "drop-session") == 0) {
+  if (std::strcmp(cmd, drop_session) == 0) {
     RRM_LOG(LOG_TRACE, "cmd:drop-session %d", static_cast<int>(session.id));
     library.close_reason(session.wsi, LWS_CLOSE_STATUS_NORMAL, "done");
     return Sent::close_ordered;
   }
-  if (std::strcmp(cmd, "ping-session") == 0) {
+  if (std::strcmp(cmd, ping_session) == 0) {
     static constexpr std::string_view payload = "lws_ping";
     lws_send(library, session.wsi, payload.data(), static_cast<int>(payload.size()), LWS_WRITE_PING);
     library.set_timeout(session.wsi, PENDING_TIMEOUT_WS_PONG_CHECK_GET_PONG, pong_timeout_s);
