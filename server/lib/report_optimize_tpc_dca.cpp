@@ -1,6 +1,5 @@
 #include "report_optimize_tpc_dca.h"
 
-#include <ios>
 #include <ostream>
 #include <stdexcept>
 
@@ -60,7 +59,7 @@ void write_record(std::ostream& out, const std::string& key, const RadioReportRe
 // Appends to one of the files; `failed` says on failure which, with the error and the name.
 template <class Write>
 int append(const std::string& file, const char* failed, Write write) {
-  const int error = write_file(file, std::ios_base::app, write);
+  const int error = append_to_file(file, write);
   if (error != 0)
     RRM_LOG(LOG_ERROR, "Write %s to file exit with error code: %d. Filename: \"%s\".", failed, error, file.c_str());
   return error;

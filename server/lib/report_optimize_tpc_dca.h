@@ -56,7 +56,9 @@ void remember_radio_report_before_optimize(RadioReport& report, const std::strin
                                            const rrm::ApMap& aps);
 void remember_radio_report_after_optimize(RadioReport& report, const std::string& optimize_start_date,
                                           const rrm::ApMap& aps);
-// Appends the report. A failure raises event 18 and leaves no line in the index, so that queries do not see a part.
+// Appends the report. A failure raises event 18 and takes back what it has appended to the file that failed; without a
+// line in the index, queries do not see what the others have got. Throws std::invalid_argument if the domain's name or
+// the path is empty.
 int save_radio_report_to_files(const RadioReport& report, const std::string& domain_name,
                                const std::string& report_date, const std::string& report_files_path,
                                const rrm::DomainConfig& config);

@@ -36,16 +36,17 @@ std::shared_ptr<std::shared_mutex> domain_mutex(const std::string& domain_name);
 template <class Lock, bool exclusive>
 class DomainAccess {
  public:
-  DomainAccess(const std::string& domain_name, const std::string& path)
-      : file_(domain_name, path, exclusive), mutex_(domain_mutex(domain_name)), lock_(*mutex_, std::defer_lock) {
-    if (error() == 0) lock_.lock();
+  DomainAccess(const std::string& domain_name, const std::string& path) : file_(domain_name, path, exclusive) {
+    if (error() != 0) return;  // and no name that cannot have a lock gets one in memory
+    mutex_ = domain_mutex(domain_name);
+    lock_ = Lock(*mutex_);
   }
 
   int error() const { return file_.error(); }
 
  private:
   const DomainFileLock file_;
-  const std::shared_ptr<std::shared_mutex> mutex_;
+  std::shared_ptr<std::shared_mutex> mutex_;
   Lock lock_;
 };
 

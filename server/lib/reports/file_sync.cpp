@@ -1,6 +1,7 @@
 #include "reports/file_sync.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -26,6 +27,13 @@ int sync_and_close(int fd, const char* what, const std::string& path) {
   return error;
 }
 
+// Behind the last LF.
+off_t end_of_last_line(int fd, off_t size) {
+  char byte = 0;
+  while (size > 0 && ::pread(fd, &byte, 1, size - 1) == 1 && byte != '\n') --size;
+  return size;
+}
+
 }  // namespace
 
 int last_error() {
@@ -35,8 +43,8 @@ int last_error() {
 int finalize_ofstream(std::ofstream& stream, const std::string& path) {
   errno = 0;
   try {
-    stream.exceptions(std::ios_base::badbit | std::ios_base::failbit);
     if (stream.is_open()) {
+      stream.exceptions(std::ios_base::badbit | std::ios_base::failbit);
       stream.flush();
       stream.close();
     }
@@ -59,6 +67,24 @@ int fsync_directory_path(const std::string& path) {
   if (path.empty()) return EINVAL;
   const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   return fd >= 0 ? sync_and_close(fd, "fsync dir", path) : failed("open dir for fsync", path);
+}
+
+off_t keep_whole_lines(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return errno == ENOENT ? 0 : -1;
+  struct stat status {};
+  off_t length = -1;
+  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+    length = end_of_last_line(fd, status.st_size);
+    if (length < status.st_size && ::ftruncate(fd, length) == 0)
+      RRM_LOG(LOG_WARNING, "Cut an unfinished line off \"%s\".", path.c_str());
+  }
+  ::close(fd);
+  return length;
+}
+
+void take_back(const std::string& path, off_t length) {
+  if (length >= 0 && ::truncate(path.c_str(), length) != 0 && errno != ENOENT) failed("truncate", path);
 }
 
 int stream_failure(const std::ios_base::failure& failure) {

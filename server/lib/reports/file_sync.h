@@ -2,9 +2,12 @@
 // errno value, after a log line.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cerrno>
 #include <fstream>
 #include <ios>
+#include <locale>
 #include <string>
 
 namespace reports {
@@ -35,6 +38,21 @@ int write_file(const std::string& path, std::ios_base::openmode mode, Write writ
     return stream_failure(failure);
   }
   return finalize_ofstream(file, path);
+}
+
+// A file that lines are appended to ends at a whole line: one without its LF was cut off by a crash, and the next would
+// run on from it. Returns the length, 0 if there is no such file; -1 for what is no plain file or cannot be opened.
+off_t keep_whole_lines(const std::string& path);
+// Brings it back to that length.
+void take_back(const std::string& path, off_t length);
+
+// Appends what `write` writes, all of it or nothing.
+template <class Write>
+int append_to_file(const std::string& path, Write write) {
+  const off_t length = keep_whole_lines(path);
+  const int error = write_file(path, std::ios_base::app, write);
+  if (error != 0) take_back(path, length);
+  return error;
 }
 
 // A file that is read line by line.

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -98,8 +99,9 @@ int list_index(JsonWriter& writer, const std::string& domain, const std::string&
     }
     return true;
   });
+  if (error != 0) return error;
   writer.add_int("count", count);
-  return error != 0 ? error : result;
+  return result;
 }
 
 int list_reports(JsonWriter& writer, const std::string& domain, const std::string& path, const std::string& date_start,
@@ -120,22 +122,24 @@ int list_reports(JsonWriter& writer, const std::string& domain, const std::strin
 
 // The last line, without its LF, sought backward from the end.
 int read_last_line(const std::string& filename, std::string& line) {
+  constexpr std::streamoff block_size = 4096;
   errno = 0;
   std::ifstream file;
   file.exceptions(std::ios_base::badbit | std::ios_base::failbit);
   try {
     file.open(filename, std::ios_base::ate);
-    std::streamoff end = file.tellg();
-    const auto at = [&](std::streamoff position) {
-      file.seekg(position);
-      return static_cast<char>(file.get());
-    };
-    if (end > 0 && at(end - 1) == '\n') --end;
-    std::streamoff start = end;
-    while (start > 0 && at(start - 1) != '\n') --start;
-    line.resize(static_cast<std::size_t>(end - start));
-    file.seekg(start);
-    file.read(line.data(), end - start);
+    std::streamoff start = file.tellg();
+    std::size_t previous_end = std::string::npos;
+    while (start > 0 && previous_end == std::string::npos) {
+      std::string block(static_cast<std::size_t>(std::min(start, block_size)), '\0');
+      start -= static_cast<std::streamoff>(block.size());
+      file.seekg(start);
+      file.read(block.data(), static_cast<std::streamsize>(block.size()));
+      line.insert(0, block);
+      if (line.size() > 1) previous_end = line.rfind('\n', line.size() - 2);
+    }
+    if (previous_end != std::string::npos) line.erase(0, previous_end + 1);
+    if (line.ends_with('\n')) line.pop_back();
     return 0;
   } catch (const std::ios_base::failure& failure) {
     return stream_failure(failure);
