@@ -40,17 +40,6 @@ std::string joined(const std::vector<std::string>& parts) {
 
 }  // namespace
 
-void Latch::open() {
-  MutexLock lock(mutex_);
-  open_ = true;
-  opened_.notify_all();
-}
-
-void Latch::wait() {
-  MutexLock lock(mutex_);
-  while (!open_) opened_.wait(mutex_);
-}
-
 DomainServer::DomainServer(GlobalConfig* configuration, Journal& journal) : RRM(configuration), journal_(journal) {
   websock_worker = std::make_shared<OrderNoter>(this, journal);
 }

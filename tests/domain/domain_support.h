@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -17,6 +16,7 @@
 #include "RrmWorker.h"
 #include "TpcDcaSubworker.h"
 #include "support/capture.h"
+#include "support/gate.h"
 #include "support/journal.h"
 #include "support/messages.h"
 
@@ -33,18 +33,6 @@ class DomainServer final : public RRM {
 
  private:
   Journal& journal_;
-};
-
-// Where one thread waits for another. Once open it stays open.
-class Latch {
- public:
-  void open();
-  void wait();
-
- private:
-  Mutex mutex_;
-  std::condition_variable_any opened_;
-  bool open_ RRM_GUARDED_BY(mutex_) = false;
 };
 
 class DomainTest : public ::testing::Test {

@@ -444,7 +444,7 @@ TEST_F(Pipeline, ThePlanGetsACopyOfTheDomain) {
 }
 
 TEST_F(Pipeline, TheEndOfTheThreadIsSeenWithinASecond) {
-  Latch computed;
+  Gate computed;
   optimization = [&](OptimizationContext&, const std::atomic<bool>&) {
     computed.wait();
     OptimizationResult result;
@@ -479,7 +479,7 @@ TEST_F(Pipeline, TheEndOfTheThreadIsSeenWithinASecond) {
 }
 
 TEST_F(Pipeline, MessagesAreServedWhileThePlanIsComputed) {
-  Latch computed;
+  Gate computed;
   optimization = [&](OptimizationContext&, const std::atomic<bool>&) {
     computed.wait();
     return OptimizationResult{};

@@ -257,7 +257,7 @@ class Rerun : public Pipeline {
   ~Rerun() override { computed.open(), worker.reset(); }
 
   std::atomic<int> runs{0};
-  Latch computed;
+  Gate computed;
 };
 
 TEST_F(Rerun, ManyRequestsAreOneRerun) {

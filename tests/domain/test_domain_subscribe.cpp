@@ -343,7 +343,7 @@ TEST_F(Subscribe, ADeletedApThatReturnsDuringAScanIsWorthANewPlan) {
 }
 
 TEST_F(Subscribe, ADeletedApThatReturnsWhileThePlanIsComputedWaitsForTheNext) {
-  Latch computed;
+  Gate computed;
   optimization = [&](OptimizationContext&, const std::atomic<bool>&) {
     computed.wait();
     return OptimizationResult{};

@@ -217,7 +217,7 @@ TEST_F(DomainWorker, DisarmsItsTimersWhenItDisconnects) {
 
 TEST_F(DomainWorker, StopsAPlanInProgressWhenItDisconnects) {
   std::atomic<bool> cancelled{false};
-  Latch running;
+  Gate running;
   optimization = [&](OptimizationContext&, const std::atomic<bool>& cancel) {
     running.open();
     while (!cancel) std::this_thread::yield();

@@ -8,17 +8,6 @@
 
 namespace rrm::testing {
 
-void Gate::open() {
-  MutexLock lock(mutex_);
-  open_ = true;
-  opened_.notify_all();
-}
-
-void Gate::wait() {
-  MutexLock lock(mutex_);
-  while (!open_) opened_.wait(mutex_);
-}
-
 bool eventually(const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
   while (!condition()) {

@@ -1,5 +1,5 @@
-// What the tests of the server core share: meeting points between threads, a worker that tells what happens to it, and
-// a server whose workers and outgoing texts a test can look at and replace.
+// What the tests of the server core share: a worker that tells what happens to it, and a server whose workers and
+// outgoing texts a test can look at and replace.
 #pragma once
 
 #include <condition_variable>
@@ -14,20 +14,9 @@
 #include "Worker.h"
 #include "core/mutex.h"
 #include "json/JsonReader.h"
+#include "support/gate.h"
 
 namespace rrm::testing {
-
-// Where threads wait for one another. Once open it stays open.
-class Gate {
- public:
-  void open();
-  void wait();
-
- private:
-  Mutex mutex_;
-  std::condition_variable_any opened_;
-  bool open_ RRM_GUARDED_BY(mutex_) = false;
-};
 
 // Gives the CPU away until the condition holds; false if it has not come within a minute.
 bool eventually(const std::function<bool()>& condition);
