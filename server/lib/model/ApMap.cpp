@@ -11,6 +11,7 @@
 #include "json/JsonWriter.h"
 #include "model/NeighbourList.h"
 #include "model/json_fields.h"
+#include "model/keys.h"
 
 namespace rrm {
 namespace {
@@ -38,8 +39,8 @@ Neighbour read_neighbour(const JsonReader& json) {
   neighbour.band = get_int_or(json, "band", band_of_channel(neighbour.channel));
   neighbour.tx_power = json.get_int("tx-power");
   neighbour.bandwidth = json.get_int("bandwidth");
-  neighbour.rssi = json.get_int("rssi");
-  const bool upper = std::string_view(json.get_string("primary-channel")) == "upper";
+  neighbour.rssi = json.get_int(field::level.message);
+  const bool upper = std::string_view(json.get_string(field::position.message)) == "upper";
   neighbour.primary = upper ? primary_upper : primary_lower;
   return neighbour;
 }
@@ -56,7 +57,7 @@ Heard read_round(const ApStorage& domain, const JsonReader& round) {
   for (int i = 0; i < round.size(); ++i) {
     const JsonReader element = round.at(i);
     if (element.empty()) break;
-    const MacAddr bssid = get_mac(element, "bssid");
+    const MacAddr bssid = get_mac(element, field::bssid.message);
     const Neighbour neighbour = read_neighbour(element);
     if (neighbour.band == 0 && !element.has("band")) warn_without_band(bssid, neighbour);
     (domain.owner_of(bssid) != nullptr ? members : rogues).emplace_back(bssid, neighbour);

@@ -5,6 +5,7 @@
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 #include "model/json_fields.h"
+#include "model/keys.h"
 
 namespace rrm {
 
@@ -61,7 +62,7 @@ void AssocMap::load_from_json(const JsonReader& array) {
   clients_.clear();
   for_each_element(array, [&](const JsonReader& element) {
     AssocClient client;
-    client.rssi = element.get_int("rssi");
+    client.rssi = element.get_int(field::level.message);
     client.ssid = element.get_string("ssid");
     const bool named = *element.get_string("mac") != '\0';
     if (named && !client.ssid.empty()) clients_.try_emplace(get_mac(element, "mac"), std::move(client));
@@ -72,7 +73,7 @@ void AssocMap::dump_json(JsonWriter& array) const {
   for (const auto& [mac, client] : clients_) {
     JsonWriter object = JsonWriter::object(array, nullptr);
     object.add_string("mac", mac.to_string());
-    object.add_int("dbm-signal", client.rssi);
+    object.add_int(field::level.backup, client.rssi);
     object.add_string("ssid", client.ssid);
     object.add_int("no-balance", client.no_balance);
   }

@@ -9,6 +9,7 @@
 #include "json/JsonWriter.h"
 #include "model/bands.h"
 #include "model/json_fields.h"
+#include "model/keys.h"
 
 namespace rrm {
 namespace {
@@ -137,27 +138,27 @@ std::int32_t NeighbourMap::distinct_channels() const {
 void NeighbourMap::dump_json(JsonWriter& array) const {
   for (const auto& [mac, neighbour] : entries_) {
     JsonWriter object = JsonWriter::object(array, nullptr);
-    object.add_string("mac", mac.to_string());
-    object.add_int("dbm-signal", neighbour.rssi);
+    object.add_string(field::bssid.backup, mac.to_string());
+    object.add_int(field::level.backup, neighbour.rssi);
     object.add_int("channel", neighbour.channel);
     object.add_int("band", neighbour.band);
     object.add_int("bandwidth", neighbour.bandwidth);
     object.add_int("tx-power", neighbour.tx_power);
-    object.add_int("primary", neighbour.primary);
+    object.add_int(field::position.backup, neighbour.primary);
   }
 }
 
 void NeighbourMap::restore(const JsonReader& array) {
   std::vector<Entry> entries;
   for_each_element(array, [&](const JsonReader& element) {
-    const MacAddr mac = get_mac(element, "mac");
+    const MacAddr mac = get_mac(element, field::bssid.backup);
     Neighbour neighbour;
-    neighbour.rssi = element.get_int("dbm-signal");
+    neighbour.rssi = element.get_int(field::level.backup);
     neighbour.channel = element.get_int("channel");
     neighbour.band = get_int_or(element, "band", band_of_channel(neighbour.channel));
     neighbour.bandwidth = element.get_int("bandwidth");
     neighbour.tx_power = element.get_int("tx-power");
-    neighbour.primary = element.get_int("primary");
+    neighbour.primary = element.get_int(field::position.backup);
     if (!element.has("band") && neighbour.band == 0) {
       RRM_LOG(LOG_TRACE, "neighbour state entry without band: mac=%s channel=%d", mac.to_string().c_str(),
               neighbour.channel);

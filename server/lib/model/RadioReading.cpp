@@ -6,6 +6,7 @@
 #include "core/log.h"
 #include "json/JsonReader.h"
 #include "model/json_fields.h"
+#include "model/keys.h"
 #include "model/numbers.h"
 
 namespace rrm {
@@ -57,17 +58,17 @@ bool uses_vaps(const DomainConfig& config) {
 void Radio::from_json(const JsonReader& json, ChannelPools& pools, bool first_message, bool apply_vaps,
                       bool list_flag) {
   // An AP that does not know the balancer locks is not balanced.
-  locked_tpc = json.get_int("locked-for-tpc");
-  locked_dca = json.get_int("locked-for-dca");
-  locked_balancer = get_int_or(json, "locked-for-balancer", 1);
-  locked_80211v = get_int_or(json, "locked-for-80211v", 1);
+  locked_tpc = json.get_int(field::locked_tpc.message);
+  locked_dca = json.get_int(field::locked_dca.message);
+  locked_balancer = get_int_or(json, field::locked_balancer.message, 1);
+  locked_80211v = get_int_or(json, field::locked_80211v.message, 1);
   status = get_flag(json, "status");
   channel = json.get_int("channel");
   if (may_be_managed(config->use_dca, locked_dca)) dca_managed = true;
   update_band_from_json(json, "radio message");
   read_power(json);
-  power_max = json.get_int("power-max");
-  power_min = json.get_int("power-min");
+  power_max = json.get_int(field::power_max.message);
+  power_min = json.get_int(field::power_min.message);
   read_eirp(json);
   if (!json.has("eirp")) refresh_eirp();
   bandwidth = json.get_int("bandwidth");
@@ -78,25 +79,25 @@ void Radio::from_json(const JsonReader& json, ChannelPools& pools, bool first_me
   set_available_channels(numbers_in(json.get_string("available-channels")), pools);
   if (!uses_vaps(*config)) return;
   if (apply_vaps) read_vaps(json);
-  const JsonReader clients = json.get_array("assoclist");
+  const JsonReader clients = json.get_array(field::client_list.message);
   if (clients.empty()) return;
   assoc.load_from_json(clients);
   assoc.dump();
 }
 
 void Radio::restore(const JsonReader& json, ChannelPools& pools) {
-  locked_tpc = json.get_int("locked-tpc");
-  locked_dca = json.get_int("locked-dca");
-  locked_balancer = json.get_int("locked-balancer");
-  locked_80211v = json.get_int("locked-80211v");
+  locked_tpc = json.get_int(field::locked_tpc.backup);
+  locked_dca = json.get_int(field::locked_dca.backup);
+  locked_balancer = json.get_int(field::locked_balancer.backup);
+  locked_80211v = json.get_int(field::locked_80211v.backup);
   status = get_flag(json, "status");
   channel = json.get_int("channel");
   update_band_from_json(json, "radio restore");
   if (may_be_managed(config->use_dca, locked_dca)) dca_managed = true;
   power = json.get_int("power");
   if (may_be_managed(config->use_tpc, locked_tpc)) tpc_managed = true;
-  power_max = json.get_int("max-power");
-  power_min = json.get_int("min-power");
+  power_max = json.get_int(field::power_max.backup);
+  power_min = json.get_int(field::power_min.backup);
   bandwidth = json.get_int("bandwidth");
   mac_offset = get_int_or(json, "mac-offset", id * default_pool_size);
   max_mac_count = get_int_or(json, "radio-mac-count", default_pool_size);

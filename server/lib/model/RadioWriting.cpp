@@ -1,6 +1,7 @@
 // How a radio writes itself: to its AP, to the backup, and its share of other messages.
 #include "Radio.h"
 #include "json/JsonWriter.h"
+#include "model/keys.h"
 
 namespace rrm {
 
@@ -60,15 +61,15 @@ void Radio::dump_json(JsonWriter& object) const {
   object.add_int("status", status);
   object.add_int("power-changed", power_changed);
   object.add_int("conflicted", conflicted);
-  object.add_int("locked-tpc", locked_tpc);
-  object.add_int("locked-dca", locked_dca);
-  object.add_int("locked-balancer", locked_balancer);
-  object.add_int("locked-80211v", locked_80211v);
+  object.add_int(field::locked_tpc.backup, locked_tpc);
+  object.add_int(field::locked_dca.backup, locked_dca);
+  object.add_int(field::locked_balancer.backup, locked_balancer);
+  object.add_int(field::locked_80211v.backup, locked_80211v);
   object.add_int("channel", channel);
   object.add_int("band", band);
   object.add_int("power", power);
-  object.add_int("max-power", power_max);
-  object.add_int("min-power", power_min);
+  object.add_int(field::power_max.backup, power_max);
+  object.add_int(field::power_min.backup, power_min);
   object.add_int("bandwidth", bandwidth);
   object.add_int("primary-channel", primary_channel);
   write_eirp(object);
@@ -77,7 +78,7 @@ void Radio::dump_json(JsonWriter& object) const {
   write_antenna(object);
   JsonWriter vap_array = JsonWriter::array(object, "vaps");
   vaps.dump_json(vap_array);
-  JsonWriter clients = JsonWriter::array(object, "assoc_clients");
+  JsonWriter clients = JsonWriter::array(object, field::client_list.backup);
   assoc.dump_json(clients);
 }
 

@@ -8,6 +8,7 @@
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 #include "model/json_fields.h"
+#include "model/keys.h"
 
 namespace rrm {
 namespace {
@@ -82,7 +83,7 @@ void Radios::set_macs(const MacAddr& base) {
 }
 
 void Radios::from_json(const JsonReader& json, ChannelPools& pools, bool apply_vaps, bool list_flag) {
-  const JsonReader array = json.get_array("radios");
+  const JsonReader array = json.get_array(field::radio_list.message);
   if (!array.empty()) {
     read_list(*this, array, "", [&](Radio& radio, const JsonReader& element) {
       radio.from_json(element, pools, first_message, apply_vaps, list_flag);
@@ -92,7 +93,7 @@ void Radios::from_json(const JsonReader& json, ChannelPools& pools, bool apply_v
 }
 
 void Radios::restore(const JsonReader& json, ChannelPools& pools) {
-  const JsonReader array = json.get("interfaces");
+  const JsonReader array = json.get(field::radio_list.backup);
   if (!array.empty()) {
     read_list(*this, array, "restore ",
               [&](Radio& radio, const JsonReader& element) { radio.restore(element, pools); });
@@ -102,7 +103,7 @@ void Radios::restore(const JsonReader& json, ChannelPools& pools) {
 
 void Radios::dump_json(JsonWriter& object) const {
   object.add_int("received", received);
-  JsonWriter interfaces = JsonWriter::array(object, "interfaces");
+  JsonWriter interfaces = JsonWriter::array(object, field::radio_list.backup);
   for (const Radio& radio : list) {
     JsonWriter entry = JsonWriter::object(interfaces, nullptr);
     radio.dump_json(entry);
@@ -110,7 +111,7 @@ void Radios::dump_json(JsonWriter& object) const {
 }
 
 void Radios::write_radios(JsonWriter& object) const {
-  JsonWriter array = JsonWriter::array(object, "radios");
+  JsonWriter array = JsonWriter::array(object, field::radio_list.message);
   for (const Radio& radio : list) {
     if (radio.status) radio.write_radio_config(array);
   }

@@ -10,24 +10,20 @@
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 #include "model/json_fields.h"
+#include "model/keys.h"
 
 namespace rrm {
 namespace {
 
-// The keys under which a message and a backup carry the same switches.
-struct SwitchKeys {
-  const char* k;
-  const char* r;
-  const char* v;
-};
-constexpr SwitchKeys message_keys{"802dot11k", "802dot11r", "802dot11v"};
-constexpr SwitchKeys backup_keys{"use_802dot11k", "use_802dot11r", "use_802dot11v"};
+const char* key_of(const FieldKeys& keys, bool restore) {
+  return restore ? keys.backup : keys.message;
+}
 
 // A radio that does not report 802.11v follows its 802.11k; a locked one has none.
 bool read_11v(const JsonReader& json, const Radio& radio, bool restore, bool use_11k) {
   if (radio.locked_80211v != 0) return false;
-  if (restore) return get_flag(json, backup_keys.v);
-  return get_flag_or(json, message_keys.v, use_11k);
+  if (restore) return get_flag(json, field::use_802dot11v.backup);
+  return get_flag_or(json, field::use_802dot11v.message, use_11k);
 }
 
 void report_invalid_mac(const MacAddr& mac, const Radio& radio) {
@@ -69,11 +65,10 @@ void read_fbt(const JsonReader& json, VapEntry& vap) {
 }
 
 std::optional<VapEntry> read_vap(const JsonReader& json, const Radio& radio, bool restore) {
-  const SwitchKeys& keys = restore ? backup_keys : message_keys;
   VapEntry vap;
   vap.id = json.get_int("id");
-  vap.use_802dot11k = get_flag(json, keys.k);
-  vap.use_802dot11r = get_flag(json, keys.r);
+  vap.use_802dot11k = get_flag(json, key_of(field::use_802dot11k, restore));
+  vap.use_802dot11r = get_flag(json, key_of(field::use_802dot11r, restore));
   vap.ssid = json.get_string("ssid");
   if (vap.ssid.empty()) return std::nullopt;
   vap.use_802dot11v = read_11v(json, radio, restore, vap.use_802dot11k);
@@ -90,9 +85,9 @@ void write_vap(JsonWriter& object, const VapEntry& vap) {
   object.add_string("ssid", vap.ssid);
   object.add_string("mac", vap.mac.to_string());
   object.add_int("mobility-domain", vap.mobility_domain());
-  object.add_int("use_802dot11k", vap.use_802dot11k);
-  object.add_int("use_802dot11r", vap.use_802dot11r);
-  object.add_int("use_802dot11v", vap.use_802dot11v);
+  object.add_int(field::use_802dot11k.backup, vap.use_802dot11k);
+  object.add_int(field::use_802dot11r.backup, vap.use_802dot11r);
+  object.add_int(field::use_802dot11v.backup, vap.use_802dot11v);
 }
 
 bool links_shown(const VapEntry& vap) {
