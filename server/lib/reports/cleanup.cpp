@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 
@@ -34,14 +35,20 @@ std::int32_t day_key(const std::tm& utc) {
   return (utc.tm_year + 1900) * 512 + utc.tm_yday;
 }
 
-// False, and nothing is due, where the system cannot tell the time.
-bool utc_now(std::tm& utc) {
-  const std::time_t now = rrm::wall_seconds().value_or(-1);
-  if (now >= 0 && gmtime_r(&now, &utc) != nullptr) return true;
-  const int error = errno;
-  RRM_LOG(LOG_ERROR, "Report cleanup: gmtime_r failed for timestamp %lld (errno=%d: %s)", static_cast<long long>(now),
-          error, std::strerror(error));
-  return false;
+// The moment and its UTC day; `now` is -1 where the system has no time.
+struct Today {
+  std::time_t now = -1;
+  std::tm utc{};
+  int error = 0;
+};
+
+Today today() {
+  Today day;
+  errno = 0;
+  const auto now = rrm::wall_seconds();
+  if (now) day.now = *now;
+  if (!now || gmtime_r(&day.now, &day.utc) == nullptr) day.error = last_error();
+  return day;
 }
 
 struct TimeOfDay {
@@ -56,6 +63,61 @@ bool parse_time_of_day(const std::string& text, TimeOfDay& time) {
   stream >> time.hour >> colon >> time.minute;
   return !stream.fail() && colon == ':' && time.hour >= 0 && time.hour < 24 && time.minute >= 0 && time.minute < 60;
 }
+
+// --- Lines.
+
+// How long ago the line's report was, in seconds; empty, and logged, if its date cannot be read.
+std::optional<double> age_of(const std::string& line, std::time_t now, const std::string& filename) {
+  std::string date;
+  if (get_date_time_fields_from_file_line_as_str(line, date) != 0) return std::nullopt;
+  std::time_t time = 0;
+  if (parse_date_time_fields_to_time_t(date, time) != 0) {
+    RRM_LOG(LOG_ERROR, "Incorrect report data/time in file: \"%s\", line: \"%s\".", filename.c_str(), line.c_str());
+    return std::nullopt;
+  }
+  return std::difftime(now, time);
+}
+
+// A date in the future is an error of whoever wrote it.
+bool is_out_of_time(double age, double ttl_seconds) {
+  return age > ttl_seconds || age < 0;
+}
+
+// Judges a file's lines one after the other. Those of one report are adjacent and begin alike, so that its date is read
+// once for all of them; lines without a date are read, and logged, each.
+class LineJudge {
+ public:
+  LineJudge(std::time_t now, std::uint32_t days_to_live, const std::string& filename)
+      : now_(now), ttl_seconds_(ttl_of(days_to_live)), filename_(filename) {}
+
+  bool is_expired_or_invalid(const std::string& line) {
+    if (begins_as_the_last(line)) return expired_;
+    const auto age = age_of(line, now_, filename_);
+    begin_.clear();
+    if (!age) return true;
+    begin_ = begin_of(line);
+    expired_ = is_out_of_time(*age, ttl_seconds_);
+    return expired_;
+  }
+
+ private:
+  // The version and the date. Requires: both are there.
+  static std::string begin_of(const std::string& line) {
+    const std::size_t date = line.find(',') + 1;
+    const std::size_t time = line.find(',', date) + 1;
+    return line.substr(0, line.find(',', time));
+  }
+
+  bool begins_as_the_last(const std::string& line) const {
+    return !begin_.empty() && line.starts_with(begin_) && (line.size() == begin_.size() || line[begin_.size()] == ',');
+  }
+
+  const std::time_t now_;
+  const double ttl_seconds_;
+  const std::string& filename_;
+  std::string begin_;  // of the last line with a date
+  bool expired_ = false;
+};
 
 // --- The rewrite.
 
@@ -175,12 +237,13 @@ int create_empty(const std::string& tmp) {
 // The ".tmp" is opened for the first line that stays, or at the end if all have gone.
 int copy_kept_lines(std::time_t now, std::uint32_t days, const std::string& filename, std::uint32_t& removed_count) {
   const std::string tmp = tmp_name(filename);
+  LineJudge judge(now, days, filename);
   std::ofstream kept;
   kept.exceptions(std::ios_base::badbit | std::ios_base::failbit);
   int write_error = 0;
   removed_count = 0;
   const int read_error = for_each_line(filename, [&](const std::string& line) {
-    if (is_report_line_expired_or_invalid(line, now, ttl_of(days), filename)) {
+    if (judge.is_expired_or_invalid(line)) {
       ++removed_count;
       return true;
     }
@@ -213,7 +276,8 @@ bool given(const char* function, const std::string& domain_name, const std::stri
 int delete_all(const RewriteFiles& files) {
   int failure = 0;
   const auto remove_one = [&](const std::string& file) {
-    if (const int error = remove_if_there(file)) failure = error;
+    const int error = remove_if_there(file);
+    if (failure == 0) failure = error;
   };
   const std::array<std::string, 3> live{files.live.config, files.live.report, files.live.index};
   for (const std::string& file : live) remove_one(file);
@@ -234,8 +298,13 @@ int check_report_alarm_clock_every_min(const std::string& report_delete_at_time_
     rrm::emit_event_text(17, report_delete_at_time_utc);
     return EINVAL;
   }
-  std::tm utc{};
-  if (!utc_now(utc)) return 0;
+  const Today day = today();
+  if (day.error != 0) {
+    RRM_LOG(LOG_ERROR, "Report cleanup: gmtime_r failed for timestamp %lld (errno=%d: %s)",
+            static_cast<long long>(day.now), day.error, std::strerror(day.error));
+    return 0;
+  }
+  const std::tm& utc = day.utc;
   const bool done_today = day_key(utc) == last_cleanup_day;
   due = utc.tm_hour * 60 + utc.tm_min >= at.hour * 60 + at.minute && !done_today;
   RRM_LOG(LOG_TRACE,
@@ -252,11 +321,12 @@ int check_report_alarm_clock_every_min(const std::string& report_delete_at_time_
 }
 
 void mark_report_alarm_completed() {
-  std::tm utc{};
-  if (!utc_now(utc)) {
+  const Today day = today();
+  if (day.error != 0) {
     RRM_LOG(LOG_EVENT, "Report cleanup finished for current UTC day; no further runs until next UTC day.");
     return;
   }
+  const std::tm& utc = day.utc;
   last_cleanup_day = day_key(utc);
   RRM_LOG(LOG_EVENT, "Report cleanup finished for UTC day %04d-%02d-%02d; no further runs until next UTC day.",
           utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday);
@@ -264,22 +334,16 @@ void mark_report_alarm_completed() {
 
 bool is_report_line_expired_or_invalid(const std::string& line, std::time_t now, double ttl_seconds,
                                        const std::string& filename) {
-  std::string date;
-  if (get_date_time_fields_from_file_line_as_str(line, date) != 0) return true;
-  std::time_t time = 0;
-  if (parse_date_time_fields_to_time_t(date, time) != 0) {
-    RRM_LOG(LOG_ERROR, "Incorrect report data/time in file: \"%s\", line: \"%s\".", filename.c_str(), line.c_str());
-    return true;
-  }
-  const double age = std::difftime(now, time);
-  return age > ttl_seconds || age < 0;
+  const auto age = age_of(line, now, filename);
+  return !age || is_out_of_time(*age, ttl_seconds);
 }
 
 int count_expired_reports_in_file(std::time_t now, std::uint32_t days_to_live, const std::string& filename,
                                   std::uint32_t& count) {
   count = 0;
+  LineJudge judge(now, days_to_live, filename);
   return for_each_line(filename, [&](const std::string& line) {
-    if (is_report_line_expired_or_invalid(line, now, ttl_of(days_to_live), filename)) ++count;
+    if (judge.is_expired_or_invalid(line)) ++count;
     return true;
   });
 }
@@ -309,7 +373,10 @@ int delete_old_reports_in_domain(const std::string& domain_name, std::uint32_t d
   if (access.error() != 0) return access.error();
   const RewriteFiles files(domain_name, files_path);
   const auto now = rrm::wall_seconds();
-  if (!now) return EIO;
+  if (!now) {
+    RRM_LOG(LOG_ERROR, "%s: the system has no time", __func__);
+    return EIO;
+  }
   if (files.unclean()) {
     if (const int error = recover_unclean_reports(domain_name, files_path)) return error;
   } else if (!exists(files.live.report) || !exists(files.live.index) || !exists(files.live.config)) {

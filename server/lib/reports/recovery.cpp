@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
@@ -15,6 +16,16 @@ namespace reports {
 using enum rrm::LogLevel;
 
 namespace {
+
+int look_for(const std::string& file, bool& there) {
+  struct stat status {};
+  errno = 0;
+  there = ::lstat(file.c_str(), &status) == 0;
+  if (there || errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG) return 0;
+  const int error = last_error();
+  RRM_LOG(LOG_ERROR, "Error while look for \"%s\", errno = %d: %s", file.c_str(), error, std::strerror(error));
+  return error;
+}
 
 // A live file that was already renamed away comes back; one that was not has no old one and stays.
 int roll_back(const RewriteFiles& files) {
@@ -35,8 +46,11 @@ int clean_up(const RewriteFiles& files) {
   return remove_file(files.done_status);
 }
 
+// Here a guess would not do: after the commit the old files go, before it they are all there is.
 int recover(const RewriteFiles& files, const std::string& domain_name) {
-  if (exists(files.done_status)) {
+  bool done = false;
+  if (const int error = look_for(files.done_status, done)) return error;
+  if (done) {
     if (const int error = clean_up(files)) return error;
     RRM_LOG(LOG_EVENT, "Clean reports repository for domain: \"%s\" succesfull.", domain_name.c_str());
   } else if (exists(files.start_status)) {
@@ -68,8 +82,8 @@ std::string old_name(const std::string& file) {
 }
 
 bool exists(const std::string& file) {
-  struct stat status {};
-  return ::lstat(file.c_str(), &status) == 0;
+  bool there = false;
+  return look_for(file, there) != 0 || there;
 }
 
 int remove_file(const std::string& file) {

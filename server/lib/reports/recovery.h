@@ -28,6 +28,7 @@ struct RewriteFiles {
 std::string tmp_name(const std::string& file);
 std::string old_name(const std::string& file);
 
+// What the system cannot tell counts as there: a file must not be taken for missing by mistake.
 bool exists(const std::string& file);
 int remove_file(const std::string& file);
 int remove_if_there(const std::string& file);
