@@ -23,12 +23,13 @@ Control::Control(const std::string& path, OnRequest on_request)
 }
 
 // A client that is dropped here is found gone by the next poll.
-void Control::send(ClientId client, const Fields& frame) {
+bool Control::send(ClientId client, const Fields& frame) {
   const auto found = clients_.find(client);
-  if (found == clients_.end()) return;
+  if (found == clients_.end()) return false;
   auto bytes = zal::bus::encode_frame(frame);
   const bool is_taken = bytes && found->second.send(std::move(*bytes)) && found->second.flush();
   if (!is_taken) found->second.shut_down();
+  return is_taken;
 }
 
 void Control::succeed(ClientId client, Fields answer) {

@@ -23,8 +23,8 @@ class Control {
   // Listens at the path. Throws std::runtime_error if that is not possible.
   Control(const std::string& path, OnRequest on_request);
 
-  // Nothing happens if the client has gone meanwhile.
-  void send(ClientId client, const zal::bus::Fields& frame);
+  // False, and nothing happens, if the client has gone meanwhile.
+  bool send(ClientId client, const zal::bus::Fields& frame);
   void succeed(ClientId client, zal::bus::Fields answer = {});
   void fail(ClientId client, const std::string& error);
 

@@ -148,7 +148,7 @@ void Controller::on_alarm(const std::string& location, std::int64_t status) {
   const Alarm alarm{std::time(nullptr), location, status};
   say("alarm: " + to_text(alarm));
   alarms_.add(alarm);
-  for (const auto client : followers_) control_.send(client, to_fields(alarm));
+  std::erase_if(followers_, [&](const auto client) { return !control_.send(client, to_fields(alarm)); });
 }
 
 void Controller::on_message(const Fields& frame) {

@@ -233,8 +233,10 @@ TEST_F(ControlTest, AnAnswerToAClientThatIsGoneGoesNowhere) {
   std::optional<Client> client(path());
   client->send(framed(R"({"command":"status"})"));
   serve();
+  EXPECT_TRUE(control_.send(requests_.at(0).first, {{"text", "to somebody"}}));
   client.reset();
   serve();
+  EXPECT_FALSE(control_.send(requests_.at(0).first, {{"text", "to nobody"}}));
   control_.succeed(requests_.at(0).first);
   serve();
 }
@@ -251,7 +253,7 @@ TEST_F(ControlTest, AClientThatDoesNotReadIsDroppedAndTheOthersAreNot) {
   serve();
   control_.succeed(requests_.at(1).first);
   EXPECT_THAT(good.receive(), ElementsAre(R"({"ok":true})"));
-  control_.send(requests_.at(0).first, {{"text", "to nobody"}});
+  EXPECT_FALSE(control_.send(requests_.at(0).first, {{"text", "to nobody"}}));
   std::vector<pollfd> fds;
   control_.add_to(fds);
   EXPECT_EQ(fds.size(), 2u);
