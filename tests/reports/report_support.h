@@ -4,10 +4,12 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -79,6 +81,19 @@ class ReportTest : public ::testing::Test {
   rrm::testing::TempDir dir_;
   rrm::testing::Capture capture_;
 };
+
+// Somebody waits for a lock of this file that another holds.
+inline bool is_waited_for(const std::string& name) {
+  struct stat status {};
+  if (::stat(name.c_str(), &status) != 0) return false;
+  const std::string lock = ":" + std::to_string(status.st_ino) + " 0 EOF";
+  std::ifstream locks("/proc/locks");
+  std::string line;
+  while (std::getline(locks, line)) {
+    if (line.find("->") != std::string::npos && line.ends_with(lock)) return true;
+  }
+  return false;
+}
 
 // For its life the process is nobody, whom file permissions bind, even if it was started as root.
 class Nobody {

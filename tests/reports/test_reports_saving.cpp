@@ -10,7 +10,9 @@
 #include <cerrno>
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <future>
+#include <memory>
 #include <stdexcept>
 
 #include "Config.h"
@@ -616,18 +618,8 @@ TEST_F(Locking, NamesTheFileThatCannotBeOpened) {
 // The holder may have removed the domain's files, and with them the lock file, while another waited for it.
 TEST_F(Locking, IsOfTheFileThatStandsThereInTheEnd) {
   auto first = std::make_unique<DomainFileLock>("lab", path(), true);
-  struct stat old {};
-  ASSERT_EQ(::stat(file(".report_lock_lab").c_str(), &old), 0);
   auto second = std::async(std::launch::async, [&] { return std::make_unique<DomainFileLock>("lab", path(), true); });
-  const std::string waiting = ":" + std::to_string(old.st_ino) + " 0 EOF";
-  ASSERT_TRUE(rrm::testing::eventually_true([&] {
-    std::ifstream locks("/proc/locks");
-    std::string line;
-    while (std::getline(locks, line)) {
-      if (line.find("->") != std::string::npos && line.ends_with(waiting)) return true;
-    }
-    return false;
-  }));
+  ASSERT_TRUE(rrm::testing::eventually_true([&] { return testing::is_waited_for(file(".report_lock_lab")); }));
   ASSERT_EQ(::unlink(file(".report_lock_lab").c_str()), 0);
   first.reset();
   const auto lock = second.get();

@@ -135,8 +135,10 @@ int read_last_line(const std::string& filename, std::string& line) {
       start -= static_cast<std::streamoff>(block.size());
       file.seekg(start);
       file.read(block.data(), static_cast<std::streamsize>(block.size()));
+      // The file's last byte ends the line or is of it.
+      const std::size_t searched = line.empty() ? block.size() - 1 : block.size();
+      if (searched > 0) previous_end = block.rfind('\n', searched - 1);
       line.insert(0, block);
-      if (line.size() > 1) previous_end = line.rfind('\n', line.size() - 2);
     }
     if (previous_end != std::string::npos) line.erase(0, previous_end + 1);
     if (line.ends_with('\n')) line.pop_back();
