@@ -5,10 +5,10 @@ import pty
 import re
 import select
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
 SIM, BUILD = (sys.argv.pop(1) for _ in range(2))
@@ -22,6 +22,8 @@ class Terminal:
         self.text = ""
         self.pid, self.screen = pty.fork()
         if self.pid == 0:
+            for key in (signal.SIGINT, signal.SIGQUIT):  # deaf in what was started in the background
+                signal.signal(key, signal.SIG_DFL)
             os.execvp(arguments[0], arguments)
 
     def await_text(self, wanted):

@@ -4,6 +4,7 @@ import json
 import os
 import subprocess
 import sys
+import threading
 import unittest
 
 from daemon import Daemon
@@ -15,7 +16,8 @@ SITE = os.path.join(SITES, "office.json")
 class OfficeTest(unittest.TestCase):
     def setUp(self):
         with open(os.path.join(SITES, "office-setup.json"), encoding="utf-8") as file:
-            self.daemon = Daemon(CONTROLLER, DAEMON, json.load(file))
+            self.setup = json.load(file)
+        self.daemon = Daemon(CONTROLLER, DAEMON, self.setup)
 
     def tearDown(self):
         self.daemon.stop()
@@ -37,6 +39,42 @@ class OfficeTest(unittest.TestCase):
             self.assertEqual(len(used), blocks, used)
         alone = next(ap for ap in plan["access_points"] if ap["name"] == "AP-12")  # behind concrete, at full power
         self.assertEqual([radio["after"]["power"] for radio in alone["radios"]], [20, 23, 23])
+
+    def test_a_changed_setup_is_planned_again(self):
+        directory = self.daemon.directory.name
+        changed = os.path.join(directory, "changed.json")
+        pattern = {**self.setup["patterns"][0], "ap_rssi_threshold_5g": -60}
+        with open(changed, "w", encoding="utf-8") as file:
+            json.dump({**self.setup, "patterns": [pattern], "global": {"enabled": 1, "listen_port": self.daemon.port}}, file)
+        out = os.path.join(directory, "plan")
+        with subprocess.Popen([APSIM, "--site", SITE, "--server", f"ws://127.0.0.1:{self.daemon.port}/apb/rrm", "--out",
+                               out], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) as simulation:
+            try:
+                first = self.await_plan(simulation, out, "plan.json")
+                subprocess.run([os.path.join(os.path.dirname(CONTROLLER), "zalctl"), "--state",
+                                os.path.join(directory, "state"), "setup", changed], stdout=subprocess.DEVNULL, check=True)
+                second = self.await_plan(simulation, out, "plan-2.json")
+            finally:
+                simulation.terminate()
+                simulation.stdout.read()
+            self.assertEqual(simulation.wait(60), 0)
+        self.assertEqual(second["cycle"], 2)
+        for was, now in zip(first["access_points"], second["access_points"]):
+            self.assertEqual([radio["before"] for radio in now["radios"]], [radio["after"] for radio in was["radios"]])
+        quieter = [sum(ap["radios"][1]["after"]["power"] for ap in plan["access_points"]) for plan in (first, second)]
+        self.assertLess(quieter[1], quieter[0])
+
+    def await_plan(self, simulation, out, name):
+        watchdog = threading.Timer(200, simulation.kill)
+        watchdog.start()
+        try:
+            for line in simulation.stdout:
+                if line.startswith("written: ") and name + "," in line:
+                    with open(os.path.join(out, name), encoding="utf-8") as file:
+                        return json.load(file)
+        finally:
+            watchdog.cancel()
+        self.fail(f"the simulation ended without {name}")
 
 
 if __name__ == "__main__":
