@@ -131,13 +131,12 @@ void Radio::set_mac(const MacAddr& base) {
 // Numbers of 166 and above exist in the 6 GHz band only, so a radio of another band cannot stand there.
 std::int32_t Radio::radio_band_of(std::int32_t ch) const {
   if (ch < 1 || ch > 233) return 0;
-  if (ch < 166) return band != 0 ? band : band_of_channel(ch);
+  if (ch < 166) return band_or_that_of(band, ch);
   return band == 6 ? 6 : 0;
 }
 
 std::int32_t Radio::band_or_inferred(std::int32_t ch) const {
-  const std::int32_t known = radio_band_of(ch);
-  return known != 0 ? known : band_of_channel(ch);
+  return band_or_that_of(radio_band_of(ch), ch);
 }
 
 const char* Radio::primary_channel_text() const {

@@ -24,6 +24,13 @@ TEST(Bands, AreToldByTheChannelNumber) {
   }
 }
 
+TEST(Bands, AGivenBandStandsAndAnUnknownOneIsTheChannels) {
+  EXPECT_EQ(band_or_that_of(6, 36), 6);
+  EXPECT_EQ(band_or_that_of(5, 20), 5);
+  EXPECT_EQ(band_or_that_of(0, 36), 5);
+  EXPECT_EQ(band_or_that_of(0, 20), 0);
+}
+
 TEST(Bands, BlocksOf5GhzEndWhereTheBandPlanEndsThem) {
   struct Case {
     std::int32_t bandwidth;

@@ -38,6 +38,14 @@ TEST_F(RadiosTest, AreThreeWithTheirPlacesInThePool) {
   EXPECT_EQ(all.find(2)->mac, mac("00:11:22:00:01:20"));
 }
 
+TEST_F(RadiosTest, OnABandTheRadioOnTheChannelComesFirst) {
+  const Radios all = radios({a_radio().channel(44).disabled(), a_radio().channel(36), a_radio().channel(44)});
+  EXPECT_EQ(all.find_on_band(5, 44), &all.list[2]);
+  EXPECT_EQ(all.find_on_band(5, 36), &all.list[1]);
+  EXPECT_EQ(all.find_on_band(5, 149), &all.list[1]);
+  EXPECT_EQ(all.find_on_band(2, 44), nullptr);
+}
+
 struct PredicateCase {
   const char* label;
   bool (Radios::*predicate)() const;

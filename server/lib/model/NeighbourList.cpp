@@ -5,15 +5,8 @@
 namespace rrm {
 
 const Radio* concerned_radio(const Radios& own, const Radio& neighbour) {
-  const std::int32_t band = neighbour.band != 0 ? neighbour.band : band_of_channel(neighbour.channel);
-  if (band == 0) return nullptr;
-  const Radio* first_of_band = nullptr;
-  for (const Radio& radio : own.list) {
-    if (!radio.status || radio.band != band) continue;
-    if (radio.channel == neighbour.channel) return &radio;
-    if (first_of_band == nullptr) first_of_band = &radio;
-  }
-  return first_of_band;
+  const std::int32_t band = band_or_that_of(neighbour.band, neighbour.channel);
+  return band != 0 ? own.find_on_band(band, neighbour.channel) : nullptr;
 }
 
 MacAddr as_heard(const MacAddr& address, const MacAddr& radio_mac, const MacAddr& heard) {

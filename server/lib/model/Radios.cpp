@@ -56,7 +56,7 @@ bool all_pairs(const Radios& mine, const Radios& other, Predicate fits) {
 // Applies to the enabled radios of a band, or of the channel's band where that is 0.
 template <class Apply>
 void for_each_on_band(Radios& radios, std::int32_t channel, std::int32_t band, Apply apply) {
-  const std::int32_t wanted = band != 0 ? band : band_of_channel(channel);
+  const std::int32_t wanted = band_or_that_of(band, channel);
   if (wanted == 0) return;
   for (Radio& radio : radios.list) {
     if (radio.status && radio.band == wanted) apply(radio);
@@ -76,6 +76,16 @@ Radio* Radios::find(std::int32_t id) {
 
 const Radio* Radios::find(std::int32_t id) const {
   return id >= 0 && static_cast<std::size_t>(id) < list.size() ? &list[static_cast<std::size_t>(id)] : nullptr;
+}
+
+const Radio* Radios::find_on_band(std::int32_t band, std::int32_t channel) const {
+  const Radio* first_of_band = nullptr;
+  for (const Radio& radio : list) {
+    if (!radio.status || radio.band != band) continue;
+    if (radio.channel == channel) return &radio;
+    if (first_of_band == nullptr) first_of_band = &radio;
+  }
+  return first_of_band;
 }
 
 void Radios::set_macs(const MacAddr& base) {

@@ -23,6 +23,8 @@ struct Radios {
   // Null for an id that no radio has.
   Radio* find(std::int32_t id);
   const Radio* find(std::int32_t id) const;
+  // The enabled radio of a band, one on the channel first. Null if there is none.
+  const Radio* find_on_band(std::int32_t band, std::int32_t channel) const;
 
   void set_macs(const MacAddr& base);
   // Reads "radios" of an AP's message. Without that array nothing changes; with it, each radio that no element names is

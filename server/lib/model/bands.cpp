@@ -31,6 +31,10 @@ std::int32_t band_of_channel(std::int32_t channel) {
   return 0;
 }
 
+std::int32_t band_or_that_of(std::int32_t band, std::int32_t channel) {
+  return band != 0 ? band : band_of_channel(channel);
+}
+
 std::int32_t block_centre_5ghz(std::int32_t channel, std::int32_t bandwidth) {
   for (const Block& block : blocks_5ghz) {
     if (block.bandwidth == bandwidth && channel >= block.first && channel <= block.last) return block.centre;

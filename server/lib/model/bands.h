@@ -13,6 +13,9 @@ namespace rrm {
 // 2 for channels 1 to 14, 5 for 36 to 165, 6 for 166 to 233, else 0.
 std::int32_t band_of_channel(std::int32_t channel);
 
+// A band as it is given; where it is unknown, the channel's.
+std::int32_t band_or_that_of(std::int32_t band, std::int32_t channel);
+
 // All channels that a domain's APs offer, by band number. Only the bands 2, 5 and 6 are ever filled.
 using ChannelPools = std::array<ChannelSet, 7>;
 

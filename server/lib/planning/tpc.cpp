@@ -48,17 +48,10 @@ std::int32_t reach_6ghz(std::int32_t bandwidth) {
 // band, on its channel if there is one. Null if there is none.
 const Radio* radio_facing(const Radios& radios, bool hd_mode, std::int32_t band, std::int32_t channel,
                           std::int32_t bandwidth) {
-  const Radio* of_band = nullptr;
-  for (const Radio& radio : radios.list) {
-    if (hd_mode) {
-      if (radio_overlaps(radio, band, channel, bandwidth)) return &radio;
-      continue;
-    }
-    if (!radio.status || radio.band != band) continue;
-    if (radio.channel == channel) return &radio;
-    if (of_band == nullptr) of_band = &radio;
-  }
-  return of_band;
+  if (!hd_mode) return radios.find_on_band(band, channel);
+  const auto overlaps = [&](const Radio& radio) { return radio_overlaps(radio, band, channel, bandwidth); };
+  const auto facing = std::find_if(radios.list.begin(), radios.list.end(), overlaps);
+  return facing != radios.list.end() ? &*facing : nullptr;
 }
 
 bool has_answered(const ApEntry& ap) {
@@ -67,10 +60,6 @@ bool has_answered(const ApEntry& ap) {
 
 bool listens(const Radio& radio) {
   return radio.status && radio.locked_tpc == 0 && !radio.available_channels.empty();
-}
-
-std::int32_t band_or_inferred(std::int32_t band, std::int32_t channel) {
-  return band != 0 ? band : band_of_channel(channel);
 }
 
 // An entry of unknown band may belong to a radio of any band but 6 GHz.
@@ -143,7 +132,7 @@ class PowerRun {
     if (!has_answered(ap)) return;
     const Slots slots = listening_slots(ap.radios);
     for (const auto& [bssid, heard] : ap.visible_members) {
-      const std::int32_t band = band_or_inferred(heard.band, heard.channel);
+      const std::int32_t band = band_or_that_of(heard.band, heard.channel);
       if (band == 0) continue;
       const Radio* listener = radio_facing(ap.radios, hd_mode_, band, heard.channel, heard.bandwidth);
       if (listener == nullptr) continue;
@@ -177,7 +166,7 @@ class PowerRun {
   // A radio that hears no peer at all keeps limits of 0 and so goes to the top of its range: a lone AP runs at full
   // power.
   bool raise(const ApEntry& ap, Radio& radio) {
-    const std::int32_t band = band_or_inferred(radio.band, radio.channel);
+    const std::int32_t band = band_or_that_of(radio.band, radio.channel);
     if (band == 0) return false;
     const std::int32_t strongest = strongest_peer(ap, radio, band);
     const bool heard_any = strongest > faintest;
