@@ -46,6 +46,12 @@ void restore_signals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+// In a session of its own: a key pressed at the controller's terminal is for the controller, which ends its daemon in
+// order.
+void leave_terminal() {
+  setsid();
+}
+
 // Death of the parent before this call has gone unnoticed: hence the look at who the parent is now.
 void die_with(pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -53,7 +59,9 @@ void die_with(pid_t parent) {
 }
 
 [[noreturn]] void become_daemon(const DaemonCommand& command, const StateDir& state, pid_t parent) {
+  setpgid(0, 0);  // the keys of a terminal mean the controller, which ends the daemon in order
   restore_signals();
+  leave_terminal();
   prepare_environment(state);
   redirect("/dev/null", O_RDONLY, STDIN_FILENO);
   redirect(state.errors().c_str(), O_WRONLY | O_CREAT | O_APPEND, STDOUT_FILENO);

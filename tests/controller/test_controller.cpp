@@ -43,11 +43,13 @@ class ControllerProcess : public ::testing::Test {
     return directory_.file("setup.json");
   }
 
-  // A controller in an empty working directory.
+  // A controller in an empty working directory and, as at a terminal, in a process group of its own.
   ChildProcess start(Arguments arguments) const {
     arguments.insert(arguments.begin(), {ZAL_CONTROLLER_PROGRAM, "--state", state()});
     return ChildProcess([this, &arguments] {
       fs::current_path(elsewhere());
+      setpgid(0, 0);
+      signal(SIGINT, SIG_DFL);  // ignored in what was started in the background
       rrm::testing::execute(arguments.front(), arguments);
     });
   }
@@ -110,11 +112,15 @@ TEST_F(ControllerProcess, ASiteRunsUntilItIsOrderedToEndAndLeavesNothingBehind) 
   EXPECT_EQ(read_file(state() + "/zal_rrm.err"), "");
 }
 
-TEST_F(ControllerProcess, TheInterruptKeyEndsItToo) {
+// A terminal sends the key's signal to all of its foreground group.
+TEST_F(ControllerProcess, TheInterruptKeyEndsItInOrderToo) {
   ChildProcess controller = start_site();
-  ASSERT_GT(daemon_pid(controller), 0);
-  controller.send_signal(SIGINT);
+  const pid_t daemon = daemon_pid(controller);
+  ASSERT_GT(daemon, 0);
+  ASSERT_EQ(kill(-controller.pid(), SIGINT), 0);
   EXPECT_EQ(controller.wait(), 0);
+  EXPECT_THAT(controller.output(), HasSubstr("zal_rrm was ordered to end\nzal_rrm, pid " + std::to_string(daemon) +
+                                             ", ended with status 0\n"));
 }
 
 TEST_F(ControllerProcess, ADaemonThatWasKilledIsStartedAgainAndToldEverything) {
