@@ -5,13 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <future>
-#include <iterator>
+#include <set>
 #include <stdexcept>
 #include <thread>
 
@@ -240,18 +238,33 @@ TEST_F(WebsockLife, ThreadsServeUntilDisconnectWakesThem) {
   EXPECT_EQ(server.library.take_calls().back(), "context_destroy");
 }
 
-std::ptrdiff_t threads_of_this_process() {
-  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-}
-
 TEST_F(WebsockLife, ThereAreAsManyJsonificatorsAsServiceThreadsButAtMost100) {
-  for (const int service_threads : {1, 3, 100, 101}) {
+  struct {
+    int service_threads;
+    std::size_t jsonificators;
+  } const cases[] = {{1, 1}, {3, 3}, {100, 100}, {101, 100}};
+  constexpr std::size_t messages = 300;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.service_threads);
+    Mutex mutex;
+    std::set<std::thread::id> parsing;
     FakeServer server;
-    server.library.threads = service_threads;
-    const std::ptrdiff_t before = threads_of_this_process();
+    server.library.threads = c.service_threads;
+    server.dispatcher.on_message = [&](const std::string&, const BaseSession&) {
+      MutexLock lock(mutex);
+      parsing.insert(std::this_thread::get_id());
+    };
     ASSERT_TRUE(server.worker->connect());
-    EXPECT_EQ(threads_of_this_process() - before, service_threads + std::min(service_threads, 100)) << service_threads;
+    server.library.open(first);
+    server.dispatcher.hold();  // so that each thread takes one message and no more
+    for (std::size_t i = 0; i < messages; ++i) server.library.receive(first, "1");
+    const std::size_t held = server.dispatcher.wait_for(c.jsonificators).size();
+    EXPECT_GE(held, c.jsonificators);
+    server.dispatcher.release();
+    server.dispatcher.wait_for(messages - held);
     server.worker->disconnect();
+    MutexLock lock(mutex);
+    EXPECT_EQ(parsing.size(), c.jsonificators);
   }
 }
 
