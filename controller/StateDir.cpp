@@ -39,6 +39,11 @@ void write_pid(int fd) {
 
 }  // namespace
 
+StateDir::StateDir(const fs::path& root) {
+  if (root.empty()) throw std::runtime_error("the state directory has no name");
+  root_ = fs::absolute(root).lexically_normal();
+}
+
 zal::bus::UniqueFd StateDir::occupy() const {
   make_directories();
   zal::bus::UniqueFd lock(open(lock_file().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));

@@ -19,8 +19,8 @@ namespace controller {
 
 class StateDir {
  public:
-  // Names the directory; nothing is touched yet.
-  explicit StateDir(const std::filesystem::path& root) : root_(std::filesystem::absolute(root).lexically_normal()) {}
+  // Names the directory; nothing is touched yet. Throws std::runtime_error if the name is empty.
+  explicit StateDir(const std::filesystem::path& root);
 
   const std::filesystem::path& root() const { return root_; }
   std::filesystem::path lock_file() const { return root_ / "lock"; }

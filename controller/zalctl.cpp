@@ -192,11 +192,12 @@ int main(int argc, char** argv) {
   CLI::App app("Asks a running zal_controller.", "zalctl");
   app.add_option("--state", options.state, "the controller's state directory")->capture_default_str();
   app.add_flag("--json", options.json, "answers as JSON, one object a line");
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);  // so that a command that is none is complained of by its name
   app.fallthrough();
   add_questions(app, options, action);
   add_messages(app, options, action);
   CLI11_PARSE(app, argc, argv);
+  if (!action) return app.exit(CLI::RequiredError("A command"));
   try {
     action();
     return 0;

@@ -308,11 +308,21 @@ TEST_F(ControllerProcess, WithoutAControllerEveryCommandSaysSo) {
 }
 
 TEST_F(ControllerProcess, ACommandThatIsNoneIsRefused) {
-  for (const Arguments& command :
-       {Arguments{}, {"nonsense"}, {"setup"}, {"send", "one"}, {"status", "more"}, {"--nonsense", "status"}}) {
-    const Finished refused = zalctl(command);
-    EXPECT_NE(refused.status, 0);
-    EXPECT_THAT(refused.output, HasSubstr("Run with --help for more information.\n"));
+  struct Case {
+    Arguments arguments;
+    const char* complaint;
+  };
+  for (const auto& [arguments, complaint] :
+       {Case{{}, "A command is required"},
+        {{"nonsense"}, "The following argument was not expected: nonsense"},
+        {{"status", "more"}, "The following argument was not expected: more"},
+        {{"status", "stop"}, "The following argument was not expected: stop"},
+        {{"--nonsense", "status"}, "The following argument was not expected: --nonsense"},
+        {{"setup"}, "FILE is required"},
+        {{"send", "one"}, "Could not convert: TYPE = one"}}) {
+    const Finished refused = zalctl(arguments);
+    EXPECT_NE(refused.status, 0) << complaint;
+    EXPECT_EQ(refused.output, std::string(complaint) + "\nRun with --help for more information.\n");
   }
   EXPECT_EQ(zalctl({"--help"}).status, 0);
 }

@@ -251,6 +251,7 @@ TEST(ControllerStateDir, WhatCannotBeMadeIsSaid) {
       return std::string(e.what());
     }
   };
+  EXPECT_EQ(reason(""), "the state directory has no name");
   EXPECT_EQ(reason("/proc/none"), "cannot make /proc/none: No such file or directory");
   EXPECT_EQ(reason(parent.path() / "file"), "cannot make " + parent.file("file") + ": Not a directory");
   EXPECT_EQ(reason(parent.path() / "file" / "state"), "cannot make " + parent.file("file/state") + ": Not a directory");
