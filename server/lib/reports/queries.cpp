@@ -127,7 +127,10 @@ int read_last_line(const std::string& filename, std::string& line) {
   std::ifstream file;
   file.exceptions(std::ios_base::badbit | std::ios_base::failbit);
   try {
-    file.open(filename, std::ios_base::ate);
+    file.open(filename);
+    file.peek();  // what cannot be read fails here, and not by an end that it does not have
+    file.clear();
+    file.seekg(0, std::ios_base::end);
     std::streamoff start = file.tellg();
     std::size_t previous_end = std::string::npos;
     while (start > 0 && previous_end == std::string::npos) {
