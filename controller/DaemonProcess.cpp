@@ -59,7 +59,6 @@ void die_with(pid_t parent) {
 }
 
 [[noreturn]] void become_daemon(const DaemonCommand& command, const StateDir& state, pid_t parent) {
-  setpgid(0, 0);  // the keys of a terminal mean the controller, which ends the daemon in order
   restore_signals();
   leave_terminal();
   prepare_environment(state);
