@@ -377,6 +377,23 @@ TEST_F(Departure, WithTheLastApTheDomainEndsOnThatTick) {
                                }));
 }
 
+TEST_F(Departure, WhenTheLastApUnsubscribesTheDomainEndsWithTheNextTick) {
+  make();
+  worker->start();
+  BaseSession session;
+  session.id = 1;
+  worker->enqueue_message(JsonReader(a_subscribe(ap1).text().c_str()), session);
+  worker->enqueue_message(JsonReader(a_message("unsubscribe-request", ap1).text().c_str()), session);
+  while (!journal.has(status_event(4))) std::this_thread::yield();
+  clock.advance(10);
+  while (!journal.has("TRACE Stop worker lab")) std::this_thread::yield();
+  worker->stop();
+  EXPECT_TRUE(aps().empty());
+  EXPECT_LINES(journal.lines("TRACE Domain lab"),
+               ({line("4) aps: 0 unanswered_aps: 0 aps_to_delete: 0 queued: 0 load_balancer_lock: 0 "
+                      "load_balancer_stop: 0 counter: 0")}));
+}
+
 TEST_F(Departure, ADomainWithoutApsEndsWithTheNextSessionThatIsGone) {
   make();
   worker->start();

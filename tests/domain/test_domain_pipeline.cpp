@@ -126,6 +126,37 @@ TEST_F(Pipeline, AModeAnswerIsReadIntoTheRecordThePoolsAndTheIndex) {
   EXPECT_NE(radio(ap1).vaps.find("office"), nullptr);
 }
 
+TEST_F(Pipeline, AnAnswerWithoutRadiosIsAnAnswerAndChangesNone) {
+  start_with({ap1});
+  to_mode_requests();
+  receive(1, a_message("rrm-mode-response", ap1));
+  EXPECT_TRUE(ap(ap1)->active);
+  EXPECT_EQ(radio(ap1).channel, 36);
+  to_scan();
+  receive(1, a_message("rrm-response", ap1).with_heard({HeardJson("0a:00:00:00:00:01", 40, -70)}));
+  EXPECT_EQ(radio(ap1).channel, 36);
+  EXPECT_EQ(ap(ap1)->visible_rogue.size(), 1u);
+  EXPECT_EQ(rrm_status(), 5);
+}
+
+TEST_F(Pipeline, AScanAnswerWithoutAListOfRoundsLeavesWhatTheApHeard) {
+  for (const char* rounds : {"", "null", "{}", "7", "\"none\""}) {
+    start_with({ap1, ap2});
+    to_mode_requests();
+    answer_mode(1, ap1);
+    answer_mode(2, ap2);
+    to_scan();
+    ap(ap1)->visible_members.insert(MacAddr::parse(ap2), Neighbour{});
+    ap(ap1)->visible_rogue.insert(MacAddr::parse("0a:00:00:00:00:01"), Neighbour{});
+    auto answer = a_message("rrm-response", ap1).with_radio(a_5ghz_radio());
+    if (*rounds != '\0') answer.with_raw("rf-environment", rounds);
+    receive(1, answer);
+    EXPECT_TRUE(ap(ap1)->radios.received) << rounds;
+    EXPECT_EQ(ap(ap1)->visible_members.size(), 1u) << rounds;
+    EXPECT_EQ(ap(ap1)->visible_rogue.size(), 1u) << rounds;
+  }
+}
+
 TEST_F(Pipeline, AnotherChannelInAnAnswerMakesTheNeighboursListsStale) {
   settings.use_dca = false;
   start_with({ap1});
@@ -463,15 +494,14 @@ TEST_F(Pipeline, TheEndOfTheThreadIsSeenWithinASecond) {
   EXPECT_EQ(rrm_status(), 5);
   computed.open();
   finish_computing();
-  EXPECT_LINES(told(),
-               ({
-                   "TRACE Post tpc-results",
-                   status_event(0),
-                   "EVENT 23 lab",
-                   status_event(0),
-                   "TRACE Optimization on domain lab finished",
-                   "SEND 1 " + with_switch("use-dca", 1, told_info("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)})),
-               }));
+  EXPECT_LINES(told(), ({
+                           "TRACE Post tpc-results",
+                           status_event(0),
+                           "EVENT 23 lab",
+                           status_event(0),
+                           "TRACE Optimization on domain lab finished",
+                           "SEND 1 " + told_info("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)}),
+                       }));
   EXPECT_EQ(aps().size(), 2u) << "the silent one is back";
   EXPECT_FALSE(radio(ap1).conflicted);
   EXPECT_FALSE(ap(ap1)->active);
@@ -560,6 +590,40 @@ TEST_F(Pipeline, APlannedPowerSetsTheEirpAnew) {
   radio(ap1).cable_loss = 1;
   finish_computing();
   EXPECT_EQ(radio(ap1).eirp, 11);
+}
+
+TEST_F(Pipeline, APlannedPositionIsTakenAndMadeToAgreeWithTheChannel) {
+  const auto wide = [](RadioJson radio) { return radio.with("bandwidth", 40).with("primary-channel", "lower"); };
+  const auto message = [&](const char* cmd) {
+    return a_message(cmd, ap1).with_radio(wide(a_2ghz_radio(6))).with_radio(wide(a_5ghz_radio(36)));
+  };
+  start();
+  subscribe(1, message("subscribe-request").with_raw("factory", R"({"board":"b","hw":"1","serial":"2","mac":"3"})"));
+  Radios plan = ap(ap1)->radios;
+  plan.list[0].primary_channel = primary_upper;  // the width leaves a choice here
+  plan.list[1].channel = 40;                     // the upper half of its block
+  planned.insert_or_assign(MacAddr::parse(ap1), plan);
+  to_mode_requests();
+  receive(1, message("rrm-mode-response"));
+  to_scan();
+  receive(1, message("rrm-response"));
+  finish_computing();
+  EXPECT_EQ(ap(ap1)->radios.list[0].primary_channel, primary_upper);
+  EXPECT_EQ(ap(ap1)->radios.list[1].primary_channel, primary_upper);
+}
+
+TEST_F(Pipeline, EveryStepOfACycleRaisesItsState) {
+  start();
+  receive(1, a_subscribe(ap1).with_radio(a_5ghz_radio()));
+  advance(20);
+  answer_mode(1, ap1);
+  advance(15);
+  answer_scan(1, ap1);
+  finish_computing();
+  // Each answer enters its wait anew, and the end of a cycle is followed by the next plan, which is none.
+  std::vector<std::string> expected;
+  for (const int state : {4, 2, 2, 3, 3, 5, 0, 0}) expected.push_back(status_event(state));
+  EXPECT_LINES(journal.lines("EVENT 24"), (expected));
 }
 
 TEST_F(Pipeline, AFailedPlanIsLoggedAndChangesNothing) {

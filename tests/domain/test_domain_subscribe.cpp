@@ -398,6 +398,24 @@ TEST_F(Subscribe, ASilentApStaysSilentUntilThePipelineTakesItBack) {
   EXPECT_EQ(aps().size(), 1u);
 }
 
+TEST_F(Subscribe, ASilentApsOtherSettingsAreWorthANewPlanAndItStaysSilent) {
+  start_with_a_silent_ap2();
+  receive(2, a_subscribe(ap2).with_radio(a_5ghz_radio(36).with("available-channels", "36 40")));
+  EXPECT_LINES(journal.take(), ({
+                                   "TRACE process_message subscribe-request for 00:11:22:33:55:00",
+                                   "TRACE To unanswered subscribe request",
+                                   "EVENT-LOG process_exists_ap update_802dot11r 0",
+                                   "EVENT 23 lab",
+                                   "TRACE Not-equivalent or force (0) subscribe request",
+                                   "TRACE Force optimization dmain lab",
+                                   "TRACE Planning domain lab update 4 after 20 sec",
+                                   "EVENT 23 lab",
+                                   status_event(4),
+                                   "SEND 2 " + told_success("00:11:22:33:55:00", {told_radio(1, 36, 5, 14)}),
+                               }));
+  EXPECT_EQ(unanswered_aps().size(), 1u);
+}
+
 TEST_F(Subscribe, ASilentApsNewAddressesAreIndexedInItsOwnSet) {
   start_with_a_silent_ap2();
   receive(3, a_subscribe(ap2).with_radio(a_5ghz_radio(36).with_vap(3, "office")));
@@ -417,6 +435,8 @@ class SaidAnew : public Subscribe {
     subscribe(1, of(office()));
   }
   Radio& radio() { return ap(ap1)->radios.list[1]; }
+  // The AP's radios as they are told to an operator.
+  std::string radios_text() { return JsonReader(details().c_str()).get("aps").at(0).get("radios").to_string(); }
 };
 
 TEST_F(SaidAnew, AnotherChannelAloneOnlyConcernsTheNeighboursLists) {
@@ -495,6 +515,7 @@ TEST_F(SaidAnew, EverySettingOfARadioCounts) {
       {"locked-for-tpc", office().with("locked-for-tpc", 1)},
       {"locked-for-dca", office().with("locked-for-dca", 1)},
       {"locked-for-balancer", office().with("locked-for-balancer", 1)},
+      {"locked-for-80211v", office().with("locked-for-80211v", 1)},
       {"available-channels", office().with("available-channels", "36 40 44")},
       {"eirp", office().with("eirp", 20)},
   };
@@ -512,6 +533,24 @@ TEST_F(SaidAnew, NewLimitsHoldThePlannedPower) {
   EXPECT_EQ(radio().power_max, 12);
   EXPECT_EQ(radio().power, 12);
   EXPECT_TRUE(journal.has("SEND 1 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 12)})));
+}
+
+TEST_F(SaidAnew, NewLimitsAloneAreNoReasonForAPlan) {
+  const std::pair<const char*, RadioJson> changes[] = {
+      {"power-min", office().with("power-min", 8)},
+      {"power-max", office().with("power-max", 12)},
+      {"eirp-min", office().with("eirp-min", 6)},
+      {"eirp-max", office().with("eirp-max", 30)},
+      {"antenna", office().with_raw("antenna-configuration", R"({"antenna-gain":3,"cable-loss":1})")},
+  };
+  for (const auto& [name, radio] : changes) {
+    start_with_office();
+    ap(ap1)->visible_members.insert(MacAddr::parse(ap2), Neighbour{});
+    receive(1, of(radio));
+    EXPECT_THAT(journal.lines("TRACE Not-equivalent"), ::testing::IsEmpty()) << name;
+    EXPECT_THAT(journal.lines("EVENT 2"), ::testing::IsEmpty()) << name;
+    EXPECT_EQ(ap(ap1)->visible_members.size(), 1u) << name;
+  }
 }
 
 TEST_F(SaidAnew, TheWildcardSettingIsStoredAndAMissingOneReadsAsOff) {
@@ -560,12 +599,45 @@ TEST_F(SaidAnew, ListsThatAreOffAreNotSpokenOf) {
   EXPECT_THAT(journal.lines("EVENT-LOG"), ::testing::IsEmpty());
 }
 
-TEST_F(SaidAnew, AMessageWithoutRadiosLeavesThemAsTheyWere) {
-  start_with_office();
-  const std::string before = JsonReader(details().c_str()).get("aps").at(0).get("radios").to_string();
+// Nothing is not what the AP said before: it is asked again, and keeps its radios meanwhile.
+TEST_F(SaidAnew, AMessageWithoutRadiosLeavesThemAsTheyWereAndIsWorthABackupAndAPlan) {
+  const MessageJson cases[] = {
+      a_subscribe(ap1),
+      a_subscribe(ap1).with_raw("radios", "null"),
+      a_subscribe(ap1).with_raw("radios", "{}"),
+      a_subscribe(ap1).with("radios", "none"),
+  };
+  for (const MessageJson& message : cases) {
+    start_with_office();
+    radio().power = 11;
+    ap(ap1)->visible_members.insert(MacAddr::parse(ap2), Neighbour{});
+    const std::string before = radios_text();
+    receive(1, message);
+    EXPECT_LINES(journal.take(), ({
+                                     "TRACE process_message subscribe-request for 00:11:22:33:44:00",
+                                     "TRACE To exists subscribe request",
+                                     "EVENT-LOG process_exists_ap update_802dot11r 1",
+                                     "EVENT 23 lab",
+                                     "TRACE Not-equivalent or force (0) subscribe request",
+                                     "TRACE Force optimization already planned domain lab",
+                                     "SEND 1 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 11)}),
+                                 }))
+        << message.text();
+    EXPECT_EQ(radios_text(), before) << message.text();
+    EXPECT_TRUE(ap(ap1)->visible_members.empty()) << message.text();
+  }
+}
+
+TEST_F(SaidAnew, AnApThatNeverHadARadioMayLeaveThemOutAgain) {
+  start();
+  subscribe(1, a_subscribe(ap1));
   receive(1, a_subscribe(ap1));
-  EXPECT_EQ(JsonReader(details().c_str()).get("aps").at(0).get("radios").to_string(), before);
-  EXPECT_TRUE(journal.has("SEND 1 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)})));
+  EXPECT_LINES(journal.take(), ({
+                                   "TRACE process_message subscribe-request for 00:11:22:33:44:00",
+                                   "TRACE To exists subscribe request",
+                                   "EVENT-LOG process_exists_ap update_802dot11r 0",
+                                   "SEND 1 " + told_success("00:11:22:33:44:00", {}),
+                               }));
 }
 
 TEST_F(SaidAnew, ARadioThatIsLeftOutIsBlanked) {
