@@ -26,6 +26,7 @@ struct Watch {
   std::map<int, std::string> files;  // by descriptor
   std::vector<std::string> operations;
   std::size_t fault_at = 0;
+  std::string fault_of;
   FileFault fault = FileFault::none;
 };
 
@@ -68,7 +69,8 @@ void forget(int fd) {
 FileFault note(const std::string& operation) {
   const std::lock_guard lock(watch().mutex);
   watch().operations.push_back(operation);
-  return watch().operations.size() == watch().fault_at ? watch().fault : FileFault::none;
+  const bool is_meant = watch().operations.size() == watch().fault_at || operation == watch().fault_of;
+  return is_meant ? watch().fault : FileFault::none;
 }
 
 [[noreturn]] void die() {
@@ -167,8 +169,15 @@ FileWatch::FileWatch(const std::string& directory, std::size_t number, FileFault
   watch().files.clear();
   watch().operations.clear();
   watch().fault_at = number;
+  watch().fault_of.clear();
   watch().fault = fault;
   watching = true;
+}
+
+FileWatch::FileWatch(const std::string& directory, const std::string& operation, FileFault fault)
+    : FileWatch(directory, 0, fault) {
+  const std::lock_guard lock(watch().mutex);
+  watch().fault_of = operation;
 }
 
 FileWatch::~FileWatch() {

@@ -26,11 +26,13 @@ class FileWatch {
  public:
   // The operation of this number, from 1 on, meets with the fault.
   explicit FileWatch(const std::string& directory, std::size_t number = 0, FileFault fault = FileFault::none);
+  // Every operation of this text does.
+  FileWatch(const std::string& directory, const std::string& operation, FileFault fault);
   ~FileWatch();
   FileWatch(const FileWatch&) = delete;
   FileWatch& operator=(const FileWatch&) = delete;
 
-  // What was done so far, such as "open report_lab.txt", "create x", "append x", "read x", "write x", "sync x" ("." is
+  // What was done so far: "open report_lab.txt", "create x", "append x", "read x", "write x", "sync x" ("." is
   // the directory), "close x", "look for x", "lock x", "remove x", "rename x to y".
   std::vector<std::string> operations() const;
 };

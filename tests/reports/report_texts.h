@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "report_optimize_tpc_dca.h"
+#include "reports/report_support.h"
 #include "support/temp_dir.h"
 
 namespace rrm::testing {
@@ -72,9 +73,6 @@ inline reports::RadioReport a_report(const std::string& date, int radios) {
   return report;
 }
 
-// Behind the date of a configuration line: the 25 settings as a new domain has them.
-inline constexpr const char* default_settings = "1,1,1,1,25,-70,-70,2,2,0,300,-75,-65,30,5,20,0,1,15,20,2,0,1,93,1";
-
 // The texts by file name, without the lock file, which stays.
 using FileTexts = std::map<std::string, std::string>;
 
@@ -86,7 +84,7 @@ inline FileTexts report_files(const std::string& domain, const std::vector<std::
   for (const std::time_t time : times) {
     const std::string begin = "1.1," + date_text(time);
     for (int i = 0; i < radios; ++i) data += begin + "," + radio_fields(i) + "\n";
-    config += begin + "," + default_settings + "\n";
+    config += begin + "," + reports::testing::default_settings + "\n";
     index += begin + "\n";
   }
   return {{"report_" + domain + ".txt", data},
