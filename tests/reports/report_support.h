@@ -98,16 +98,18 @@ inline bool is_waited_for(const std::string& name) {
 // For its life the process is nobody, whom file permissions bind, even if it was started as root.
 class Nobody {
  public:
-  Nobody() {
-    if (was_root_) EXPECT_EQ(seteuid(65534), 0);
-  }
-  ~Nobody() {
-    if (was_root_) EXPECT_EQ(seteuid(0), 0);
-  }
+  Nobody() { become(65534); }
+  ~Nobody() { become(0); }
   Nobody(const Nobody&) = delete;
   Nobody& operator=(const Nobody&) = delete;
 
  private:
+  void become(uid_t user) const {
+    if (was_root_) {
+      EXPECT_EQ(seteuid(user), 0);
+    }
+  }
+
   const bool was_root_ = geteuid() == 0;
 };
 
