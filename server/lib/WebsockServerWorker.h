@@ -52,7 +52,8 @@ class WebsockServerWorker final : public Worker {
 
   // Sends to a session, from any thread. A message for a session that is gone, or whose `wsi` belongs to another one by
   // now, is refused; one that comes before the session's first writable event is lost, and so is one that finds the
-  // ring of 16 full for 256 attempts, some 120 ms.
+  // ring of 16 full for 256 attempts, some 120 ms. A forced drop-session is queued once, however often it is ordered:
+  // it ends the session at its next writable event, or after 5 seconds without one.
   void enqueue_message(JsonReader&& json, const BaseSession& session) override;
   void enqueue_message_force(JsonReader&& json, const BaseSession& session) override;
   // The same on the normal ring, with a text that is ready to be sent.
