@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdarg>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -425,10 +426,40 @@ TEST_F(DaemonGateway, OldReportsAreCheckedWhenTheTimerHasExpired) {
   EXPECT_EQ(Platform::instance().timer_resets, 1);
 }
 
+// Looks into a radio whose server is just being stopped, and reports to it as a worker may until its end.
+class LookDuringTheStop {
+ public:
+  explicit LookDuringTheStop(RadioRM& radio) {
+    watched = &radio;
+    seen.clear();
+    rrm::set_log_hook(on_log);
+  }
+  ~LookDuringTheStop() {
+    rrm::set_log_hook([](const char*, int, const char*, int, const char*, va_list) {});
+  }
+  LookDuringTheStop(const LookDuringTheStop&) = delete;
+  LookDuringTheStop& operator=(const LookDuringTheStop&) = delete;
+
+  static inline Notes seen;
+
+ private:
+  static void on_log(const char*, int, const char*, int, const char* format, va_list) {
+    if (std::string(format) != "Cancel domain %s") return;
+    watched->mark_domain_for_backup("north");
+    seen.push_back(watched->active_aps().find(zal::MacAddr::from_str("a8f94b001122")) ? "record" : "no record");
+    seen.push_back(watched->config()->domain_info("north") ? "domain" : "no domain");
+  }
+
+  static inline RadioRM* watched = nullptr;
+};
+
 TEST_F(DaemonGateway, TheServerIsStoppedBeforeAnythingElseGoes) {
-  run_site();
+  deliver(ap_message("a8f94b001122", R"({"location":"office"})"), port_, *radio_);
+  const LookDuringTheStop look(*radio_);
+  radio_->update_setup(text(site_setup));
+  subscribe("north");
   radio_.reset();
-  EXPECT_TRUE(log_.has_line(rrm::LOG_TRACE, "Worker with domain 'north' erased."));
+  EXPECT_THAT(LookDuringTheStop::seen, ElementsAre("record", "domain"));
 }
 
 // The orders as they reach the server.
