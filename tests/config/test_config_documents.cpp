@@ -55,6 +55,15 @@ TEST(ConfigStart, AFileThatCannotBeOpenedLeavesTheDefaultsAndIsNotWritten) {
   EXPECT_FALSE(std::filesystem::exists(dir.file("none.json")));
 }
 
+TEST(ConfigStart, AFileThatCannotBeReadLeavesTheDefaultsAndIsLeftAsItIs) {
+  const ScratchDir dir;
+  write_file(dir.file("inside"), "kept");
+  GlobalConfig config(dir.file(""));
+  EXPECT_TRUE(config == GlobalConfig(""));
+  EXPECT_FALSE(config.reload());
+  EXPECT_EQ(read_file(dir.file("inside")), "kept");
+}
+
 TEST(ConfigStart, AFileIsReadAndWrittenBackNormalised) {
   const ScratchDir dir;
   write_file(dir.file("config.json"), "{\"global\":{\"vrrp_timeout\":100,\"listen_port\":9000},\"common\":{}}");
