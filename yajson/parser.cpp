@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <memory_resource>
 #include <string>
@@ -114,9 +115,10 @@ class Parser {
   void skip_comments();
   void skip_comment();
 
-  void parse_value(Value& out);
+  void parse_value(Value& out);  // Requires: `out` is null.
   void parse_word(Value& out);
-  void parse_literal(std::string_view word);
+  template <std::size_t size>
+  void parse_literal(const char (&word)[size]);
 
   void open_container();
   void close_container();
@@ -266,7 +268,6 @@ void Parser::parse_word(Value& out) {
     out.assign(false);
   } else if (*cursor_ == 'n') {
     parse_literal("null");
-    out = Value();
   } else if (*cursor_ == 'N' && options_.allow_nan_inf) {
     parse_literal("NaN");
     out.assign(std::numeric_limits<double>::quiet_NaN());
@@ -278,11 +279,14 @@ void Parser::parse_word(Value& out) {
   }
 }
 
-void Parser::parse_literal(std::string_view word) {
-  if (std::string_view(cursor_, remaining()).substr(0, word.size()) != word) {
-    fail(Errc::invalid_literal, "expected '" + std::string(word) + "'");
+// One instance for each length: the comparison is then a few instructions instead of a call.
+template <std::size_t size>
+void Parser::parse_literal(const char (&word)[size]) {
+  constexpr std::size_t length = size - 1;
+  if (remaining() < length || std::memcmp(cursor_, word, length) != 0) {
+    fail(Errc::invalid_literal, std::string("expected '") + word + "'");
   }
-  cursor_ += word.size();
+  cursor_ += length;
 }
 
 void Parser::open_container() {
