@@ -103,9 +103,11 @@ interrupt() {
 trap finish EXIT
 trap interrupt INT TERM HUP QUIT
 
+listens() { (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; }
+
 # A port that nobody listens on, from 8099 upward.
 port=8099
-while (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do
+while listens; do
   echo "demo: port $port is taken, trying the next"
   port=$((port + 1))
 done
@@ -122,6 +124,12 @@ echo "demo: starting zal_rrm under zal_controller; its log is $state/zal_rrm.log
 setsid "$build/controller/zal_controller" --state "$state" --setup "$state/setup.json" --vrrp 1 \
   --daemon "$build/daemon/zal_rrm" >&8 2>&1 8>&- &
 controller=$!
+
+# Access points that find nobody come again and again, and say so; ten seconds of patience spare the reader that.
+for _ in {1..100}; do
+  ! listens && kill -0 "$controller" 2>/dev/null || break
+  sleep 0.1
+done
 
 echo "demo: the access points of $site subscribe; a cycle takes about a minute"
 setsid "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --out "$state/plan" \

@@ -105,6 +105,8 @@ class DemoTest(unittest.TestCase):
     def test_interrupted_it_stops_everything_and_can_start_again(self):
         for _ in range(2):
             terminal = self.start()
+            terminal.await_text("office: 4 about to optimise\n")
+            self.assertNotIn("connecting again", terminal.text)
             terminal.press(b"\x03")
             self.expect_clean_end(terminal, 0)
             self.assertIn("demo: stopping\n", terminal.text)
