@@ -2,8 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "core/QueueMessage.h"
 #include "domain/domain_support.h"
 #include "json/JsonReader.h"
@@ -359,9 +357,9 @@ TEST_F(Departure, WithTheLastApTheDomainEndsOnThatTick) {
         JsonReader(text == std::string("drop") ? internal_message::drop_session : a_subscribe(ap1).text().c_str()),
         session);
   }
-  while (journal.lines("EVENT 23 lab").size() < 2) std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] { return journal.lines("EVENT 23 lab").size() == 2; }));
   clock.advance(10);
-  while (!journal.has("TRACE Stop worker lab")) std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] { return journal.has("TRACE Stop worker lab"); }));
   worker->stop();
   EXPECT_LINES(journal.take(), ({
                                    "TRACE Start worker lab",
@@ -384,9 +382,9 @@ TEST_F(Departure, WhenTheLastApUnsubscribesTheDomainEndsWithTheNextTick) {
   session.id = 1;
   worker->enqueue_message(JsonReader(a_subscribe(ap1).text().c_str()), session);
   worker->enqueue_message(JsonReader(a_message("unsubscribe-request", ap1).text().c_str()), session);
-  while (!journal.has(status_event(4))) std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] { return journal.has(status_event(4)); }));
   clock.advance(10);
-  while (!journal.has("TRACE Stop worker lab")) std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] { return journal.has("TRACE Stop worker lab"); }));
   worker->stop();
   EXPECT_TRUE(aps().empty());
   EXPECT_LINES(journal.lines("TRACE Domain lab"),
@@ -398,7 +396,7 @@ TEST_F(Departure, ADomainWithoutApsEndsWithTheNextSessionThatIsGone) {
   make();
   worker->start();
   worker->enqueue_message(JsonReader(internal_message::drop_session), no_session);
-  while (!journal.has("TRACE Stop worker lab")) std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] { return journal.has("TRACE Stop worker lab"); }));
   worker->stop();
   EXPECT_LINES(journal.take(), ({"TRACE Start worker lab", "EVENT 23 lab", "TRACE Stop worker lab"}));
 }

@@ -419,6 +419,8 @@ TEST_F(Pipeline, WithoutAnyModeAnswerOffProfileApsArePlannedAfterASecond) {
                            "TRACE Off-profile APs marked ready for remediation on domain lab",
                            "TRACE Start optimize after 1 sec on domain lab",
                        }));
+  EXPECT_TRUE(ap(ap1)->active);
+  EXPECT_FALSE(ap(ap2)->active);
   advance(1);
   EXPECT_LINES(told(), ({
                            "TRACE Off-profile APs marked ready for remediation on domain lab",
@@ -428,6 +430,18 @@ TEST_F(Pipeline, WithoutAnyModeAnswerOffProfileApsArePlannedAfterASecond) {
   finish_computing();
   EXPECT_TRUE(seen->force_dca);
   EXPECT_EQ(seen->aps.size(), 1u);
+}
+
+TEST_F(Pipeline, TheSecondOfAnUnscannedPlanIsNotTheWaitOfAnEarlierScan) {
+  start_with({ap1, ap2});
+  to_mode_requests();
+  answer_mode(1, ap1);
+  to_scan();
+  receive(1, a_subscribe(ap1).with_radio(a_5ghz_radio(149, "36 40")));
+  ASSERT_EQ(rrm_status(), 4);
+  to_mode_requests();
+  advance(15);
+  EXPECT_TRUE(journal.has("TRACE Start optimize after 1 sec on domain lab"));
 }
 
 TEST_F(Pipeline, WhereAllApsAreOffProfileTheyArePlannedAtOnce) {

@@ -332,6 +332,19 @@ TEST_F(Rerun, AStateWithoutItsThreadIsRepairedByTheNextRequest) {
   }
 }
 
+TEST_F(Rerun, ARepairForgetsTheRequestsOfThePlanThatWasLost) {
+  start_with({ap1});
+  to_computing({{1, ap1}});
+  pipeline().force_optimization();
+  computed.open();
+  pipeline().stop();
+  pipeline().force_optimization();
+  ASSERT_EQ(rrm_status(), 4);
+  to_computing({{1, ap1}});
+  finish_computing();
+  EXPECT_EQ(rrm_status(), 0);
+}
+
 TEST_F(Rerun, APlanThatEndedUnseenIsGivenUpByTheNextRequest) {
   std::atomic<bool> ended{false};
   optimization = [&](OptimizationContext&, const std::atomic<bool>&) -> OptimizationResult {
@@ -453,18 +466,22 @@ TEST_F(Restore, AForcedPlanForgetsAPlannedLinkUpdate) {
 }
 
 TEST_F(Restore, TheDelaysEndCancelsARunningPlan) {
-  optimization = [](OptimizationContext&, const std::atomic<bool>& cancel) {
+  std::atomic<int> cancelled{0};
+  optimization = [&](OptimizationContext&, const std::atomic<bool>& cancel) {
     while (!cancel) std::this_thread::yield();
+    ++cancelled;
     return OptimizationResult{};
   };
   start_with({ap1});
   to_computing({{1, ap1}});
   pipeline().restore(1, 0, 300);  // forgets the thread
+  EXPECT_EQ(cancelled, 1);
   EXPECT_EQ(rrm_status(), 1);
   force_optimization();
   pipeline().planning_request_modes(true);
   to_computing({{1, ap1}});
   while (rrm_status() == 5) advance(1);
+  EXPECT_EQ(cancelled, 2);
   EXPECT_TRUE(journal.has("TRACE VRRP restore timer: restarting optimization pipeline on domain lab from state 5"));
   EXPECT_THAT(journal.lines("EVENT 24"), ::testing::ElementsAre(status_event(0), status_event(4)));
   EXPECT_THAT(journal.lines("WARNING"), IsEmpty());

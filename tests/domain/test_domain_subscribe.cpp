@@ -648,11 +648,15 @@ TEST_F(SaidAnew, ARadioThatIsLeftOutIsBlanked) {
   EXPECT_TRUE(journal.has("SEND 1 " + told_success("00:11:22:33:44:00", {told_radio(0, 1, 2, 14)})));
 }
 
-TEST_F(SaidAnew, ComparingFillsTheChannelPools) {
-  start_with_office();
+// Without a band the channels are filed twice: where the radio is known to stand, and where somebody who knows nothing
+// of it would look for them.
+TEST_F(SaidAnew, ComparingFillsTheChannelPoolsToo) {
+  start();
+  subscribe(1, of(a_6ghz_radio()));
   for (ChannelSet& pool : worker->channel_pools()) pool.clear();
-  receive(1, of(office()));
-  EXPECT_EQ(worker->channel_pools()[5], (ChannelSet{36, 40, 44, 48}));
+  receive(1, of(a_6ghz_radio().without("band")));
+  EXPECT_EQ(worker->channel_pools()[5], (ChannelSet{37, 53, 69}));
+  EXPECT_EQ(worker->channel_pools()[6], (ChannelSet{37, 53, 69}));
 }
 
 }  // namespace

@@ -238,9 +238,9 @@ TEST_F(DomainWorker, ServesItsQueueOnItsThread) {
   session.id = 7;
   worker->enqueue_message(JsonReader(an_ap36(ap1).text().c_str()), session);
   worker->start();
-  while (journal.lines("SEND 7").empty()) std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] { return !journal.lines("SEND 7").empty(); }));
   worker->stop();
-  EXPECT_EQ(journal.lines("SEND 7 ")[0], "SEND 7 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)}));
+  EXPECT_LINES(journal.lines("SEND 7 "), ({"SEND 7 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)})}));
   EXPECT_EQ(journal.take().back(), "TRACE Stop worker lab");
 }
 
@@ -257,7 +257,7 @@ TEST_F(DomainWorker, OtherThreadsReadItsStateWhileItServes) {
       force_optimization();
     }
   }
-  while (journal.lines("SEND 7").size() < 50) std::this_thread::yield();
+  EXPECT_TRUE(eventually([&] { return journal.lines("SEND 7").size() == 50; }));
   worker->stop();
 }
 

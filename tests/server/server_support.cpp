@@ -1,21 +1,10 @@
 #include "server/server_support.h"
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 
 #include "core/QueueMessage.h"
 
 namespace rrm::testing {
-
-bool eventually(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 void Record::note(const std::string& line) {
   MutexLock lock(mutex_);

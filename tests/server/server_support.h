@@ -18,9 +18,6 @@
 
 namespace rrm::testing {
 
-// Gives the CPU away until the condition holds; false if it has not come within a minute.
-bool eventually(const std::function<bool()>& condition);
-
 // A list that threads write and a test reads.
 class Record {
  public:

@@ -1,7 +1,10 @@
 // Where threads of a test wait for one another.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
+#include <functional>
+#include <thread>
 
 #include "core/mutex.h"
 
@@ -25,5 +28,15 @@ class Gate {
   std::condition_variable_any opened_;
   bool open_ RRM_GUARDED_BY(mutex_) = false;
 };
+
+// Gives the CPU away until the condition holds; false if it has not come within a minute.
+inline bool eventually(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
 
 }  // namespace rrm::testing
