@@ -1,4 +1,5 @@
-// An AP's record, fed with any text: as the AP's message, as the answer to its scan and as its entry in a backup.
+// An AP's record, fed with any text: as the AP's message with its envelope, as the answer to its scan and as its entry
+// in a backup.
 #include <string>
 
 #include "core/log.h"
@@ -6,6 +7,9 @@
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 #include "model/ApMap.h"
+#include "protocol/IncomingMessage.h"
+#include "protocol/keys.h"
+#include "protocol/version.h"
 
 namespace {
 
@@ -38,6 +42,15 @@ void require_sound(const ApEntry& ap, const ChannelPools& pools) {
   require(ap.radios.list.size() == Radios::count, "an AP has three radios");
   for (const Radio& radio : ap.radios.list) require_sound(radio);
   for (const std::size_t band : {0U, 1U, 3U, 4U}) require(pools.at(band).empty(), "three bands have channels");
+}
+
+void read_envelope(const JsonReader& json) {
+  if (const auto command = protocol::validate(json)) {
+    require(json.get_string("cmd") == std::string(protocol::command_name(*command)), "a command is what was said");
+  }
+  if (protocol::check_version(json, protocol::version)) {
+    require(json.get_string("version") != std::string(), "a version was told");
+  }
 }
 
 void read_message(const JsonReader& json, const DomainConfig& config) {
@@ -74,7 +87,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const DomainConfig config;
   set_log_hook(say_nothing);
   const std::string text(reinterpret_cast<const char*>(data), size);
-  read_message(JsonReader(text.c_str()), config);
+  const JsonReader message(text.c_str());
+  read_envelope(message);
+  read_message(message, config);
   // The first time a backup may still hold what is not restored.
   const std::string settled = restored(restored(text, config), config);
   require(restored(settled, config) == settled, "what was restored is written as it was");

@@ -382,7 +382,9 @@ void RrmWorker::update_session(ApEntry& ap, const BaseSession& session) {
 }
 
 // What a known AP says anew about itself. Its record is compared with a scratch one made of the message alone; reading
-// that fills the channel pools too. A changed channel alone is no reason for a new plan.
+// that fills the channel pools too. A changed channel alone is no reason for a new plan, nor are new limits, which are
+// taken before the comparison. A message without radios leaves those of the record as they are, limits included, but is
+// not equal to them.
 void RrmWorker::process_exists_ap(Command command, const JsonReader& json, const BaseSession& session,
                                   const MacAddr& mac, ApEntry& ap, bool force) {
   if (ap.session.id != session.id) throw std::out_of_range("invalid exist session");
