@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "RRM.h"
 #include "events.h"
 #include "service.h"
 #include "startup.h"
@@ -33,7 +34,9 @@ int run(char* const* argv) {
   pin_to_cpu(choose_cpu());
   install_report_hooks();
   create_directories();
-  return serve({});
+  Housekeeping housekeeping;
+  housekeeping.check_old_reports = [](rrm::RRM& server) { server.check_old_reports(); };
+  return serve(housekeeping);
 }
 
 }  // namespace

@@ -77,6 +77,22 @@ end() {
   wait "$1"
 }
 
+# The newest report of every domain, as it lies in the files: one line a radio.
+show_reports() {
+  local index domain date
+  for index in "$state"/data/zal/morvane-reports/report_idx_*.txt; do
+    [ -s "$index" ] || continue
+    domain=${index##*/report_idx_}
+    domain=${domain%.txt}
+    date=$(tail -n 1 "$index" | cut -d, -f2,3)
+    echo "demo: the report that zal_rrm wrote for the domain $domain at ${date/,/ } UTC"
+    awk -F, -v date="$date" '
+      BEGIN { printf "  %-17s  %5s  %-11s  %-9s  %-9s  %s\n", "access point", "radio", "channel", "power dBm", "EIRP dBm", "MHz" }
+      $2 "," $3 == date { printf "  %s  %5d  %3d -> %3d   %2d -> %2d   %2d -> %2d   %3d\n", $4, $10, $8, $9, $6, $7, $16, $17, $11 }
+    ' "${index%/*}/report_$domain.txt"
+  done
+}
+
 # The access points go first, as they would at a site whose controller is stopped last.
 finish() {
   local status=$?
@@ -89,6 +105,7 @@ finish() {
   fi
   exec 8>&-
   [ -z "$prefix" ] || wait "$prefix" || true
+  show_reports
   [ ! -e "$state/plan/plan.json" ] || echo "demo: plan and floor plans are in $state/plan"
   exit "$status"
 }

@@ -4,8 +4,11 @@
 #include <system_error>
 #include <utility>
 
+#include "core/clock.h"
 #include "planning/dca.h"
 #include "planning/tpc.h"
+#include "report_optimize_tpc_dca.h"
+#include "reports/lines.h"
 
 namespace rrm {
 namespace {
@@ -30,8 +33,29 @@ PlanResult plan_channels(const OptimizationStages& stages, OptimizationContext& 
   return result;
 }
 
+// The report of one run: what the radios have before, then what they have after.
+class RunReport {
+ public:
+  explicit RunReport(const OptimizationContext& context)
+      : context_(context), date_(reports::report_date_text(wall_seconds().value_or(0))) {
+    if (context_.do_report) reports::remember_radio_report_before_optimize(report_, date_, context_.aps);
+  }
+
+  void finish() {
+    if (!context_.do_report) return;
+    reports::remember_radio_report_after_optimize(report_, date_, context_.aps);
+    reports::save_radio_report_to_files(report_, context_.domain, date_, context_.reports_path, context_.config);
+  }
+
+ private:
+  const OptimizationContext& context_;
+  const std::string date_;
+  reports::RadioReport report_;
+};
+
 OptimizationResult compute(const OptimizationStages& stages, OptimizationContext& context,
                            const std::atomic<bool>& cancel) {
+  RunReport report(context);
   if (cancel) return failure("cancelled before DCA");
   PlanResult by_channel;
   if (context.do_dca) by_channel = plan_channels(stages, context);
@@ -40,6 +64,7 @@ OptimizationResult compute(const OptimizationStages& stages, OptimizationContext
   if (context.do_tpc) stages.power(context.aps, context.config, result.radios);
   // Both stages work on the same copy: where power control has an entry, that carries the new channels too.
   result.radios.merge(by_channel);
+  report.finish();
   result.success = true;
   return result;
 }

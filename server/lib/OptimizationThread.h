@@ -22,6 +22,9 @@ struct OptimizationContext {
   bool do_dca = false;
   bool do_tpc = false;
   bool force_dca = false;  // dca_threshold plays no part
+  bool do_report = false;
+  std::string domain;        // for the report
+  std::string reports_path;  // where it goes
 };
 
 struct OptimizationResult {
@@ -36,8 +39,8 @@ struct OptimizationStages {
   std::function<void(ApMap&, const DomainConfig&, PlanResult&)> power;
 };
 
-// Plans channels, in two passes, and power. Never throws: an exception is a failed result. `cancel` is looked at before
-// the channel stage and between the stages.
+// Plans channels, in two passes, and power, and leaves a report; one that cannot be saved does not spoil the plan.
+// Never throws: an exception is a failed result. `cancel` is looked at before the channel stage and between the stages.
 OptimizationResult run_stages(const OptimizationStages& stages, OptimizationContext& context,
                               const std::atomic<bool>& cancel);
 // The same with the domain's own planners.

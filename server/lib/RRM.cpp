@@ -40,6 +40,7 @@ bool is_internal(std::string_view service) {
 
 RRM::RRM(GlobalConfig* configuration)
     : config(configuration),
+      report_maintenance(std::make_unique<ReportMaintenance>(*configuration)),
       default_worker(std::make_shared<DefaultWorker>(this)),
       create_domain_worker([this](const DomainConfig& settings, const std::string& domain,
                                   std::int32_t time_zone_offset, std::int32_t capacity) {
@@ -64,6 +65,7 @@ void RRM::start(bool preserve_role) {
   }
   RRM_LOG(LOG_TRACE, "MorVane version %s start\n", build_version);
   if (config->global().vrrp_enabled) enter_vrrp_mode(preserve_role);
+  report_maintenance->ensure_report_maintenance_started();
   accept_domains(true);
   if (vrrp_role == role_master) start_fixed_workers();
 }
@@ -86,6 +88,7 @@ void RRM::start_fixed_workers() {
 // The order matters: nobody may drop sessions during the stop but the stop itself, and the WebSocket worker goes last,
 // because the removal of the domains still orders it to close their sessions.
 void RRM::release() {
+  report_maintenance->stop_report_maintenance();
   ping_worker->stop();
   accept_domains(false);
   for (const auto& worker : worker_snapshot()) {
@@ -135,6 +138,7 @@ void RRM::update_vrrp_role(int role, const std::shared_ptr<std::string>& domains
 
 void RRM::switch_to_master(const std::shared_ptr<std::string>& domains) {
   if (vrrp_role != role_backup) return;
+  report_maintenance->ensure_report_maintenance_started();
   accept_domains(true);
   start_fixed_workers();
   restore_domains(domains);

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "core/BaseSession.h"
+#include "core/ReportMaintenance.h"
 #include "core/SafeMap.h"
 #include "core/mutex.h"
 
@@ -57,6 +58,9 @@ class RRM {
   static const char* role_name(std::int32_t role);
   // `domains`, which may be null, is the JSON array of the domains that a new master restores.
   void update_vrrp_role(int role, const std::shared_ptr<std::string>& domains);
+
+  // The main thread's look at whether old reports are to be deleted; another thread looks as well.
+  void check_old_reports() { report_maintenance->check_old_reports(); }
 
   // Routing, from any thread. The message is taken over from `json`.
   void process_incoming_message(JsonReader& json, const BaseSession& session);
@@ -102,6 +106,7 @@ class RRM {
   GlobalConfig* const config;
 
   // Constant while any thread runs. Tests put their own in place.
+  std::unique_ptr<ReportMaintenance> report_maintenance;
   std::shared_ptr<Worker> default_worker;
   std::shared_ptr<Worker> websock_worker;
   std::shared_ptr<Worker> ping_worker;

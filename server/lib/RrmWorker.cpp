@@ -145,6 +145,10 @@ void RrmWorker::after_messages() {
 
 // For the sub-workers
 
+std::string RrmWorker::reports_path() const {
+  return global_->global().reports_path;
+}
+
 ApMap& RrmWorker::aps() {
   mutex.assert_held();
   return aps_;

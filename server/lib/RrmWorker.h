@@ -61,6 +61,7 @@ class RrmWorker final : public Worker {
   // For the sub-workers. Require: the mutex is held, as it is throughout a pass.
   const DomainConfig& config() const { return config_; }
   std::int32_t time_zone_offset() const { return time_zone_offset_; }
+  std::string reports_path() const;
   ApMap& aps();
   ApMap& deleted_aps();
   ApMap& unanswered_aps();
@@ -122,7 +123,7 @@ class RrmWorker final : public Worker {
   void raise_domain_changed() const;
 
   // Constant after construction.
-  GlobalConfig* const global_;  // only `enabled` is asked of it
+  GlobalConfig* const global_;
   const DomainConfig config_;
   const std::int32_t time_zone_offset_;  // seconds east of UTC
 

@@ -378,7 +378,16 @@ void TpcDcaSubworker::process_timer_optimize() {
 }
 
 void TpcDcaSubworker::launch_optimization_thread() {
-  thread_.start({aps_.clone(), config_, config_.use_dca, config_.use_tpc, ignore_dca_threshold_});
+  OptimizationContext context;
+  context.aps = aps_.clone();
+  context.config = config_;
+  context.do_dca = config_.use_dca;
+  context.do_tpc = config_.use_tpc;
+  context.force_dca = ignore_dca_threshold_;
+  context.do_report = config_.use_rrm_report && (config_.use_tpc || config_.use_dca);
+  context.domain = domain_;
+  context.reports_path = worker_.reports_path();
+  thread_.start(std::move(context));
   set_status(RrmStatus::TPC_COMPUTING);
   set_timer(timer_pipeline, thread_poll_period);
 }

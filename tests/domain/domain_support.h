@@ -19,6 +19,7 @@
 #include "support/gate.h"
 #include "support/journal.h"
 #include "support/messages.h"
+#include "support/temp_dir.h"
 
 namespace rrm::testing {
 
@@ -85,7 +86,8 @@ class DomainTest : public ::testing::Test {
 
   ManualClock clock;
   Journal journal;
-  GlobalConfig global{""};
+  TempDir reports;
+  GlobalConfig global{"", R"({"global":{"reports_path":")" + reports.path().string() + R"("}})"};
   DomainServer server{&global, journal};
   std::shared_ptr<RrmWorker> worker;
 };

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -11,13 +12,20 @@
 #include "Config.h"
 #include "OptimizationThread.h"
 #include "support/builders.h"
+#include "support/capture.h"
+#include "support/temp_dir.h"
 
 namespace rrm {
 namespace {
 
 using rrm::testing::a_radio;
 using rrm::testing::an_ap;
+using rrm::testing::Capture;
+using rrm::testing::Event;
 using rrm::testing::mac;
+using rrm::testing::ManualClock;
+using rrm::testing::read_file;
+using rrm::testing::TempDir;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -40,10 +48,13 @@ class Stages : public ::testing::Test {
 
   OptimizationContext context(bool do_dca, bool do_tpc) {
     OptimizationContext made;
-    made.aps.insert(mac(ap1), an_ap().mac(ap1).with_radio(a_radio().channel(36).power(14)).build(config));
+    made.aps.insert(mac(ap1),
+                    an_ap().mac(ap1).with_radio(a_radio().channel(36).available({36, 40}).power(14)).build(config));
     made.config = config;
     made.do_dca = do_dca;
     made.do_tpc = do_tpc;
+    made.domain = "lab";
+    made.reports_path = reports.path();
     return made;
   }
 
@@ -60,6 +71,9 @@ class Stages : public ::testing::Test {
     return made;
   }
 
+  Capture capture;
+  ManualClock clock;
+  TempDir reports;
   DomainConfig config;
   std::atomic<bool> cancel{false};
   std::vector<std::string> notes;
@@ -131,6 +145,41 @@ TEST_F(Stages, AStageThatHasBegunEndsBeforeTheCancellation) {
   EXPECT_EQ(result.error_message, "cancelled after DCA");
   EXPECT_THAT(result.radios, IsEmpty());
   EXPECT_EQ(notes.size(), 2u);
+}
+
+TEST_F(Stages, LeaveAReportOfBeforeAndAfter) {
+  in_channel_pass = [](ApMap& aps, PlanResult&) { aps.find(mac(ap1))->radios.list[0].channel = 40; };
+  in_power = [](ApMap& aps, PlanResult&) { aps.find(mac(ap1))->radios.list[0].power = 9; };
+  OptimizationContext reported = context(true, true);
+  reported.do_report = true;
+  EXPECT_TRUE(run_stages(stages(), reported, cancel).success);
+  EXPECT_EQ(read_file(reports.file("report_idx_lab.txt")), "1.1,2023-11-14,22:13:20\n");
+  EXPECT_EQ(read_file(reports.file("report_lab.txt")).substr(0, 72),
+            "1.1,2023-11-14,22:13:20,00:11:22:00:01:00,00:11:22:00:01:00,14,9,36,40,0");
+}
+
+TEST_F(Stages, WithoutTheWishThereIsNoReport) {
+  run(true, true);
+  EXPECT_TRUE(std::filesystem::is_empty(reports.path()));
+}
+
+TEST_F(Stages, ACancelledRunLeavesNoReport) {
+  in_channel_pass = [&](ApMap&, PlanResult&) { cancel = true; };
+  OptimizationContext reported = context(true, true);
+  reported.do_report = true;
+  EXPECT_FALSE(run_stages(stages(), reported, cancel).success);
+  EXPECT_TRUE(std::filesystem::is_empty(reports.path()));
+}
+
+TEST_F(Stages, AReportThatCannotBeSavedDoesNotSpoilThePlan) {
+  in_power = [&](ApMap&, PlanResult& result) { result.insert_or_assign(mac(ap1), radios(36, 9)); };
+  OptimizationContext reported = context(true, true);
+  reported.do_report = true;
+  reported.reports_path = reports.file("missing");
+  const OptimizationResult result = run_stages(stages(), reported, cancel);
+  EXPECT_TRUE(result.success);
+  EXPECT_EQ(result.radios.size(), 1u);
+  EXPECT_EQ(capture.events(), (std::vector<Event>{{18, true, "lab"}}));
 }
 
 TEST_F(Stages, PowerOnceBegunIsNotCancelled) {

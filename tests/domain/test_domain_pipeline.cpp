@@ -486,6 +486,27 @@ TEST_F(Pipeline, ThePlanGetsACopyOfTheDomain) {
   EXPECT_TRUE(seen->do_dca);
   EXPECT_FALSE(seen->do_tpc);
   EXPECT_TRUE(seen->force_dca);
+  EXPECT_TRUE(seen->do_report);
+  EXPECT_EQ(seen->domain, "lab");
+  EXPECT_EQ(seen->reports_path, reports.path());
+}
+
+TEST_F(Pipeline, APlanLeavesAReportWhereTheSettingsWantOneAndItChangesSomething) {
+  struct Case {
+    bool use_rrm_report, use_dca, use_tpc, do_report;
+  };
+  for (const Case& c : {Case{true, true, true, true}, Case{true, true, false, true}, Case{true, false, true, true},
+                        Case{true, false, false, false}, Case{false, true, true, false}}) {
+    SCOPED_TRACE(::testing::PrintToString(std::vector<bool>{c.use_rrm_report, c.use_dca, c.use_tpc}));
+    settings.use_rrm_report = c.use_rrm_report;
+    settings.use_dca = c.use_dca;
+    settings.use_tpc = c.use_tpc;
+    settings.use_balance = true;  // work of its own
+    start_with({ap1, ap2});
+    to_computing({{1, ap1}, {2, ap2}});
+    finish_computing();
+    EXPECT_EQ(seen->do_report, c.do_report);
+  }
 }
 
 TEST_F(Pipeline, TheEndOfTheThreadIsSeenWithinASecond) {

@@ -87,6 +87,7 @@ TestServer::TestServer(GlobalConfig* configuration) : RRM(configuration), make_r
   };
   default_worker = fixed("default");
   websock_worker = fixed("websock");
+  report_maintenance = std::make_unique<ProbeMaintenance>(*configuration, report_record);
   ping_worker = fixed("ping");
   make = [this](const Made& order) {
     return std::make_unique<ProbeWorker>(this,

@@ -100,6 +100,24 @@ inline constexpr const char* three_domains = R"({
               {"domain": "yard", "pattern": "common", "time_zone": "0:00"},
               {"domain": "hall", "pattern": "office", "time_zone": "-2:00"}]})";
 
+// Report maintenance without threads, that notes its starts and stops.
+class ProbeMaintenance final : public ReportMaintenance {
+ public:
+  ProbeMaintenance(const GlobalConfig& config, std::shared_ptr<Record> record)
+      : ReportMaintenance(config), record_(std::move(record)) {}
+
+  void ensure_report_maintenance_started() override { record_->note("started"); }
+  void stop_report_maintenance() override {
+    record_->note("stopped");
+    if (on_stop) on_stop();
+  }
+
+  std::function<void()> on_stop;
+
+ private:
+  const std::shared_ptr<Record> record_;
+};
+
 // A server whose fixed workers are probes that note in one record, whose domain workers are made by the test, and whose
 // outgoing texts are kept.
 class TestServer : public RRM {
@@ -137,6 +155,7 @@ class TestServer : public RRM {
   // A message of an access point on a session of this number.
   void receive(const std::string& text, std::uint32_t session_id = 1);
 
+  ProbeMaintenance& maintenance() { return static_cast<ProbeMaintenance&>(*report_maintenance); }
   ProbeWorker& fixed_default() { return static_cast<ProbeWorker&>(*default_worker); }
   ProbeWorker& fixed_websock() { return static_cast<ProbeWorker&>(*websock_worker); }
   ProbeWorker& fixed_ping() { return static_cast<ProbeWorker&>(*ping_worker); }
@@ -145,7 +164,8 @@ class TestServer : public RRM {
   using RRM::make_rrm_worker;
   using RRM::restore_domains;
 
-  const std::shared_ptr<Record> record = std::make_shared<Record>();  // of the fixed workers
+  const std::shared_ptr<Record> record = std::make_shared<Record>();         // of the fixed workers
+  const std::shared_ptr<Record> report_record = std::make_shared<Record>();  // of the report maintenance
 
  private:
   const DomainWorkerFactory make_real;

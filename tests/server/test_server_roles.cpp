@@ -48,6 +48,7 @@ class Roles : public ::testing::Test {
     for (ProbeWorker* worker : {&server.fixed_default(), &server.fixed_websock(), &server.fixed_ping()}) {
       worker->hooks.stop = [worker] { RRM_LOG(LOG_DUMP, "stop of %s", worker->name.c_str()); };
     }
+    server.maintenance().on_stop = [] { RRM_LOG(LOG_DUMP, "stop of the report maintenance"); };
   }
 
   Capture capture;
@@ -115,6 +116,22 @@ TEST_F(Roles, WithoutVrrpAStartKeepsTheRole) {
   server.start();
   EXPECT_EQ(server.role(), 1);
   EXPECT_TRUE(all_fixed_run());
+}
+
+TEST_F(Roles, ReportsAreMaintainedByABackupAsByAMasterAndNotWhileDisabled) {
+  server.start();
+  EXPECT_THAT(server.report_record->lines(), ElementsAre("started"));
+  server.update_vrrp_role(1, nullptr);
+  EXPECT_THAT(server.report_record->lines(), ElementsAre("started", "started"));
+  server.update_vrrp_role(0, nullptr);
+  EXPECT_THAT(server.report_record->lines(), ElementsAre("started", "started", "stopped"));
+  server.update_vrrp_role(1, nullptr);
+  EXPECT_EQ(server.report_record->count("started"), 3u);
+
+  GlobalConfig disabled("", R"({"global":{"enabled":0}})");
+  TestServer off(&disabled);
+  off.start();
+  EXPECT_THAT(off.report_record->lines(), IsEmpty());
 }
 
 // --- Changes of role.
@@ -325,9 +342,9 @@ TEST_F(Roles, ReleaseStopsInTheOrderThatDropOrdersNeed) {
   for (const auto& line : capture.lines()) {
     if (!line.text.starts_with("Aborting")) lines.push_back(line.text);
   }
-  EXPECT_THAT(lines, ElementsAre("stop of ping", "Cancel domain lab", "stop of lab", "Worker with domain 'lab' erased.",
-                                 "Cancel domain yard", "stop of yard", "Worker with domain 'yard' erased.",
-                                 "stop of default", "stop of websock"));
+  EXPECT_THAT(lines, ElementsAre("stop of the report maintenance", "stop of ping", "Cancel domain lab", "stop of lab",
+                                 "Worker with domain 'lab' erased.", "Cancel domain yard", "stop of yard",
+                                 "Worker with domain 'yard' erased.", "stop of default", "stop of websock"));
   for (ProbeWorker* worker : {&server.fixed_default(), &server.fixed_websock(), &server.fixed_ping()}) {
     worker->hooks.stop = nullptr;
   }

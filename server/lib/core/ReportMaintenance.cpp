@@ -67,7 +67,7 @@ ReportMaintenance::ReportMaintenance(const GlobalConfig& config, ReportFunctions
     : config_(config), functions_(std::move(functions)), period_(period) {}
 
 ReportMaintenance::~ReportMaintenance() {
-  stop_report_maintenance();
+  ReportMaintenance::stop_report_maintenance();
 }
 
 void ReportMaintenance::ensure_report_maintenance_started() {

@@ -47,14 +47,14 @@ class ReportMaintenance {
 
   explicit ReportMaintenance(const GlobalConfig& config, ReportFunctions functions = {},
                              std::chrono::seconds period = std::chrono::seconds(60));
-  ~ReportMaintenance();
+  virtual ~ReportMaintenance();
   ReportMaintenance(const ReportMaintenance&) = delete;
   ReportMaintenance& operator=(const ReportMaintenance&) = delete;
 
   // Starts what does not run.
-  void ensure_report_maintenance_started() RRM_EXCLUDES(maintenance_mutex_, scheduler_mutex_);
+  virtual void ensure_report_maintenance_started() RRM_EXCLUDES(maintenance_mutex_, scheduler_mutex_);
   // Drops a job that waits, and waits for one that runs.
-  void stop_report_maintenance() RRM_EXCLUDES(maintenance_mutex_, scheduler_mutex_);
+  virtual void stop_report_maintenance() RRM_EXCLUDES(maintenance_mutex_, scheduler_mutex_);
 
   // Makes a job if one is due. What the file work throws before that passes to the caller, and nothing is left armed.
   void check_old_reports() RRM_EXCLUDES(maintenance_mutex_);
