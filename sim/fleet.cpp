@@ -46,15 +46,15 @@ struct Fleet::Timer {
   Fleet* fleet = nullptr;
 };
 
-// What the library calls. An exception must not travel through it.
+// What the library calls. An exception must not travel through it: it ends the program where it was thrown.
 struct FleetAccess {
-  static int callback(lws* wsi, lws_callback_reasons reason, void* user, void* in, std::size_t len);
-  static void beat(lws_sorted_usec_list_t* list);
+  static int callback(lws* wsi, lws_callback_reasons reason, void* user, void* in, std::size_t len) noexcept;
+  static void beat(lws_sorted_usec_list_t* list) noexcept;
   static void received(Fleet::Session& session, lws* wsi, const char* data, std::size_t size);
   static int writable(Fleet::Session& session);
 };
 
-int FleetAccess::callback(lws* wsi, lws_callback_reasons reason, void* /*user*/, void* in, std::size_t len) {
+int FleetAccess::callback(lws* wsi, lws_callback_reasons reason, void* /*user*/, void* in, std::size_t len) noexcept {
   auto* const session = static_cast<Fleet::Session*>(lws_get_opaque_user_data(wsi));
   if (session == nullptr) {
     return 0;
@@ -109,7 +109,7 @@ int FleetAccess::writable(Fleet::Session& session) {
   return 0;
 }
 
-void FleetAccess::beat(lws_sorted_usec_list_t* list) {
+void FleetAccess::beat(lws_sorted_usec_list_t* list) noexcept {
   Fleet& fleet = *lws_container_of(list, Fleet::Timer, list)->fleet;
   fleet.beat();
   fleet.schedule_beat();
