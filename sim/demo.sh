@@ -50,11 +50,12 @@ for file in "$site" "$setup"; do
   [ -r "$file" ] || complain "cannot read $file; a site needs $site and $setup"
 done
 
-# Whoever still runs holds the lock, the programs included: nobody's directory is taken away under him.
+# Whoever still runs holds the lock, the programs included, and a controller holds one of its own: nobody's directory is
+# taken away under him.
 state=$PWD/.zal/demo
 mkdir -p "$PWD/.zal"
 exec 9>"$state.lock"
-flock -n 9 || {
+flock -n 9 && { [ ! -e "$state/lock" ] || flock -n "$state/lock" true; } || {
   echo "demo: one runs in $state already; end that one first" >&2
   exit 1
 }

@@ -1,5 +1,6 @@
 """The demonstration as a person meets it: at a terminal, with wrong arguments, twice at once, and ended by Ctrl-C."""
 
+import fcntl
 import os
 import pty
 import re
@@ -128,6 +129,15 @@ class DemoTest(unittest.TestCase):
         self.assertRegex(status.stdout, r"^zal_rrm +running\n")
         first.press(b"\x03")
         self.expect_clean_end(first, 0)
+
+    def test_a_controller_of_somebody_else_keeps_its_directory(self):
+        state = self.path(".zal", "demo")
+        os.makedirs(state)
+        with open(os.path.join(state, "lock"), "w", encoding="utf-8") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            run = self.run_at_once()
+        self.assertEqual((run.returncode, run.stderr), (1, f"demo: one runs in {state} already; end that one first\n"))
+        self.assertTrue(os.path.exists(os.path.join(state, "lock")))
 
     def test_a_controller_that_is_stopped_ends_it(self):
         for once, status in (((), 0), (("--once",), 1)):
