@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <fstream>
@@ -16,6 +17,7 @@
 #include <stdexcept>
 
 #include "Config.h"
+#include "failing_files.h"
 #include "report_support.h"
 #include "reports/file_lock.h"
 #include "reports/file_names.h"
@@ -195,6 +197,15 @@ TEST_F(Remembering, AfterAddsItsThreeValuesToTheSameRecord) {
   expected.channel_after = 44;
   ASSERT_EQ(report_.size(), 1U);
   EXPECT_TRUE(report_.begin()->second == expected);
+}
+
+TEST_F(Remembering, BeforeBeginsTheRecordAnew) {
+  const rrm::ApMap aps = one_radio(a_radio().channel(36).power(17).available({36}));
+  remember_radio_report_before_optimize(report_, some_date, aps);
+  const RadioReport fresh = report_;
+  remember_radio_report_after_optimize(report_, some_date, aps);
+  remember_radio_report_before_optimize(report_, some_date, aps);
+  EXPECT_TRUE(report_ == fresh);
 }
 
 TEST_F(Remembering, ARadioThatIsNewAfterwardsHasOnlyTheThreeValues) {
@@ -401,6 +412,42 @@ TEST_F(Saving, ThatCannotBeBroughtToTheDiskHasFailed) {
                           "Write radio report to file exit with error code: 22. Filename: \"" + report_file() + "\".",
                           error_line(22)));
   EXPECT_FALSE(std::filesystem::exists(config_file()));
+}
+
+// Nothing counts as saved before it is on the disk, the index line last.
+TEST_F(Saving, BringsOneFileAfterTheOtherToTheDiskAndThenTheDirectory) {
+  ASSERT_EQ(save(one_radio()), 0);
+  const rrm::testing::FileWatch watch(path());
+  EXPECT_EQ(save(one_radio()), 0);
+  std::vector<std::string> steps;
+  for (const std::string& operation : watch.operations()) {
+    if (operation.starts_with("lock ") || operation.starts_with("write ") || operation.starts_with("sync "))
+      steps.push_back(operation);
+  }
+  EXPECT_THAT(steps, ElementsAre("lock .report_lock_lab", "write report_lab.txt", "sync report_lab.txt",
+                                 "write report_cfg_lab.txt", "sync report_cfg_lab.txt", "write report_idx_lab.txt",
+                                 "sync report_idx_lab.txt", "sync ."));
+}
+
+TEST_F(Saving, IsTheErrorOfADirectoryThatCannotBeSynced) {
+  {
+    const rrm::testing::FileWatch watch(path(), "sync .", rrm::testing::FileFault::eio);
+    EXPECT_EQ(save(one_radio()), EIO);
+  }
+  EXPECT_THAT(errors(),
+              ElementsAre("fsync dir \"" + path() + "\" failed: errno=5 (Input/output error)", error_line(5)));
+  EXPECT_THAT(events(), ElementsAre(event(18, "lab")));
+}
+
+TEST_F(Saving, IsTheErrorOfALockThatCannotBeHad) {
+  {
+    const rrm::testing::FileWatch watch(path(), "lock .report_lock_lab", rrm::testing::FileFault::eio);
+    EXPECT_EQ(save(one_radio()), EIO);
+  }
+  EXPECT_THAT(errors(),
+              ElementsAre("flock(" + file(".report_lock_lab") + ") LOCK_EX failed: errno=5 (Input/output error)",
+                          error_line(5)));
+  EXPECT_THAT(content(), ElementsAre(Pair(".report_lock_lab", "")));
 }
 
 // The disk is full after a part of a line: the next report must not run on from it, and queries must not stumble.
@@ -625,6 +672,17 @@ TEST_F(Locking, IsOfTheFileThatStandsThereInTheEnd) {
   const auto lock = second.get();
   EXPECT_EQ(lock->error(), 0);
   EXPECT_FALSE(can_lock(LOCK_SH));
+}
+
+TEST_F(Locking, NamesTheLockThatCannotBeHad) {
+  const std::string name = file(".report_lock_lab");
+  const rrm::testing::FileWatch watch(path(), "lock .report_lock_lab", rrm::testing::FileFault::eio);
+  EXPECT_EQ(DomainFileLock("lab", path(), false).error(), EIO);
+  EXPECT_EQ(DomainFileLock("lab", path(), true).error(), EIO);
+  EXPECT_THAT(errors(), ElementsAre("flock(" + name + ") LOCK_SH failed: errno=5 (Input/output error)",
+                                    "flock(" + name + ") LOCK_EX failed: errno=5 (Input/output error)"));
+  const auto operations = watch.operations();
+  EXPECT_EQ(std::count(operations.begin(), operations.end(), "close .report_lock_lab"), 2);
 }
 
 class MemoryLock : public ReportTest {
