@@ -505,15 +505,18 @@ TEST_F(Balance, Without80211vOnlyRadiosThatAreFreeForItFollowTheirLoad) {
   }
 }
 
-TEST_F(Balance, FollowsALoadWithThePriority) {
+TEST_F(Balance, With80211vEveryRadiosPriorityFollowsItsLoad) {
   settings.use_80211v = true;
   settings.load_balance_sta_low = 1;
-  start_with_two();
-  expect_client(2);
-  advance(1);
-  EXPECT_EQ(ap(ap1)->radios.list[1].priority, 127u);
-  advance(1);
-  EXPECT_EQ(ap(ap1)->radios.list[1].priority, 255u);
+  for (const bool locked : {false, true}) {
+    start_with_two();
+    ap(ap1)->radios.list[1].locked_80211v = locked;
+    expect_client(2);
+    advance(1);
+    EXPECT_EQ(ap(ap1)->radios.list[1].priority, 127u) << locked;
+    advance(1);
+    EXPECT_EQ(ap(ap1)->radios.list[1].priority, 255u) << locked;
+  }
 }
 
 }  // namespace

@@ -272,6 +272,7 @@ TEST_F(Pipeline, TheOrdinaryScansTimeFollowsTheLargestPool) {
     answer_mode(1, ap1);
     auto& pools = worker->channel_pools();
     pools[5].clear();
+    for (std::int32_t i = 1; i <= 30; ++i) pools[2].insert(i);  // the least number stands for this band
     for (std::size_t i = 0; i < one.band5; ++i) pools[5].insert(static_cast<std::int32_t>(36 + i));
     for (std::size_t i = 0; i < one.band6; ++i) pools[6].insert(static_cast<std::int32_t>(1 + 4 * i));
     advance(15);
