@@ -106,7 +106,7 @@ finish() {
   fi
   exec 8>&-
   [ -z "$prefix" ] || wait "$prefix" || true
-  show_reports
+  show_reports || echo "demo: the report cannot be shown" >&2
   [ ! -e "$state/plan/plan.json" ] || echo "demo: plan and floor plans are in $state/plan"
   exit "$status"
 }

@@ -40,7 +40,7 @@ class Daemon:
         self.port = free_port()
         setup_path = os.path.join(self.directory.name, "setup.json")
         with open(setup_path, "w", encoding="utf-8") as file:
-            json.dump({**setup, "global": {"enabled": 1, "listen_port": self.port}}, file)
+            json.dump({**setup, "global": {**setup.get("global", {}), "enabled": 1, "listen_port": self.port}}, file)
         self.output_path = os.path.join(self.directory.name, "controller.out")
         with open(self.output_path, "wb") as output:
             self.process = subprocess.Popen(

@@ -39,13 +39,30 @@ class OfficeTest(unittest.TestCase):
             self.assertEqual(len(used), blocks, used)
         alone = next(ap for ap in plan["access_points"] if ap["name"] == "AP-12")  # behind concrete, at full power
         self.assertEqual([radio["after"]["power"] for radio in alone["radios"]], [20, 23, 23])
+        self.assert_reported(plan)
+
+    def assert_reported(self, plan):
+        """The daemon's own record says what the access points say."""
+        reports = os.path.join(self.daemon.directory.name, "state", "data", "zal", "morvane-reports")
+        lines = {}
+        for name in ("report_idx_office.txt", "report_cfg_office.txt", "report_office.txt"):
+            with open(os.path.join(reports, name), encoding="utf-8") as file:
+                lines[name] = [line.rstrip("\n").split(",") for line in file]
+        [index] = lines["report_idx_office.txt"]
+        self.assertEqual([line[:3] for line in lines["report_cfg_office.txt"]], [index])
+        self.assertEqual({tuple(line[:3]) for line in lines["report_office.txt"]}, {tuple(index)})
+        told = {(line[3], int(line[9])): [int(line[field]) for field in (7, 8, 5, 6)] for line in lines["report_office.txt"]}
+        self.assertEqual(told, {(ap["mac"].upper(), radio["id"]): [radio[when][what] for what in ("channel", "power")
+                                                                  for when in ("before", "after")]
+                                for ap in plan["access_points"] for radio in ap["radios"]})
 
     def test_a_changed_setup_is_planned_again(self):
         directory = self.daemon.directory.name
         changed = os.path.join(directory, "changed.json")
         pattern = {**self.setup["patterns"][0], "ap_rssi_threshold_5g": -60}
         with open(changed, "w", encoding="utf-8") as file:
-            json.dump({**self.setup, "patterns": [pattern], "global": {"enabled": 1, "listen_port": self.daemon.port}}, file)
+            json.dump({**self.setup, "patterns": [pattern],
+                       "global": {**self.setup["global"], "listen_port": self.daemon.port}}, file)
         out = os.path.join(directory, "plan")
         with subprocess.Popen([APSIM, "--site", SITE, "--server", f"ws://127.0.0.1:{self.daemon.port}/apb/rrm", "--out",
                                out], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) as simulation:
