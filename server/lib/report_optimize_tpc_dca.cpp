@@ -1,5 +1,6 @@
 #include "report_optimize_tpc_dca.h"
 
+#include <cerrno>
 #include <ostream>
 #include <stdexcept>
 
@@ -82,8 +83,12 @@ int append_to_all(const ReportFiles& names, const RadioReport& report, const std
 }
 
 // The rollback of a rewrite that was cut off would bury what is appended now, so it comes first.
-int save(const ReportFiles& names, const RadioReport& report, const std::string& domain, const std::string& date,
-         const std::string& path, const rrm::DomainConfig& config) {
+int save(const RadioReport& report, const std::string& domain, const std::string& date, const std::string& path,
+         const rrm::DomainConfig& config) {
+  const ReportFiles names(domain, path);
+  RRM_LOG(LOG_TRACE, "report_file_name = \"%s\"", names.report.c_str());
+  RRM_LOG(LOG_TRACE, "report_config_file_name = \"%s\"", names.config.c_str());
+  RRM_LOG(LOG_TRACE, "report_index_file_name = \"%s\"", names.index.c_str());
   const DomainWriteAccess access(domain, path);
   if (access.error() != 0) return access.error();
   if (const int error = recover_unclean_reports(domain, path)) return error;
@@ -133,11 +138,12 @@ void remember_radio_report_after_optimize(RadioReport& report, const std::string
 int save_radio_report_to_files(const RadioReport& report, const std::string& domain_name,
                                const std::string& report_date, const std::string& report_files_path,
                                const rrm::DomainConfig& config) {
-  const ReportFiles names(domain_name, report_files_path);
-  RRM_LOG(LOG_TRACE, "report_file_name = \"%s\"", names.report.c_str());
-  RRM_LOG(LOG_TRACE, "report_config_file_name = \"%s\"", names.config.c_str());
-  RRM_LOG(LOG_TRACE, "report_index_file_name = \"%s\"", names.index.c_str());
-  const int error = save(names, report, domain_name, report_date, report_files_path, config);
+  int error = EINVAL;
+  try {
+    error = save(report, domain_name, report_date, report_files_path, config);
+  } catch (const std::invalid_argument& invalid) {
+    RRM_LOG(LOG_ERROR, "%s", invalid.what());
+  }
   if (error != 0) {
     RRM_LOG(LOG_ERROR, "Error while save radio report for domain: \"%s\". Report date: \"%s\". Exit code: %d.",
             domain_name.c_str(), report_date.c_str(), error);

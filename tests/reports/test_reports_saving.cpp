@@ -337,11 +337,19 @@ TEST_F(Saving, IntoAMissingDirectoryIsTheErrorOfTheLock) {
   EXPECT_THAT(content(), IsEmpty());
 }
 
-TEST_F(Saving, WithoutADomainOrAPathHasNoNamesToWorkWith) {
-  EXPECT_EQ(invalid_argument_of([&] { save_radio_report_to_files({}, "", some_date, path(), config_); }),
-            "get_report_file_name: Invalid argument 'domain_name'.");
-  EXPECT_EQ(invalid_argument_of([&] { save_radio_report_to_files({}, "lab", some_date, "", config_); }),
-            "get_report_file_name: Invalid argument 'report_files_path'.");
+// An operator may have set no path; the plan that is reported goes on.
+TEST_F(Saving, WithoutAPathIsRefusedAndDoesNotThrow) {
+  EXPECT_EQ(save_radio_report_to_files(one_radio(), "lab", some_date, "", config_), EINVAL);
+  EXPECT_THAT(errors(), ElementsAre("get_report_file_name: Invalid argument 'report_files_path'.", error_line(22)));
+  EXPECT_THAT(events(), ElementsAre(event(18, "lab")));
+}
+
+TEST_F(Saving, WithoutADomainIsRefusedAndDoesNotThrow) {
+  EXPECT_EQ(save_radio_report_to_files(one_radio(), "", some_date, path(), config_), EINVAL);
+  EXPECT_THAT(errors(), ElementsAre("get_report_file_name: Invalid argument 'domain_name'.",
+                                    "Error while save radio report for domain: \"\". Report date: "
+                                    "\"2023-11-14,22:13:20\". Exit code: 22."));
+  EXPECT_THAT(events(), ElementsAre(event(18, "")));
   EXPECT_THAT(content(), IsEmpty());
 }
 
