@@ -90,12 +90,12 @@ void ReportMaintenance::stop_report_maintenance() {
   std::thread maintenance;
   {
     MutexLock lock(scheduler_mutex_);
-    scheduler_stop_ = scheduler_thread_.joinable();
+    if (scheduler_thread_.joinable()) scheduler_stop_ = true;
     scheduler = std::move(scheduler_thread_);
   }
   {
     MutexLock lock(maintenance_mutex_);
-    maintenance_stop_ = maintenance_thread_.joinable();
+    if (maintenance_thread_.joinable()) maintenance_stop_ = true;
     pending_job_.reset();
     maintenance = std::move(maintenance_thread_);
   }
