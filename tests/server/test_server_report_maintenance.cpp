@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Config.h"
+#include "RRM.h"
 #include "core/ReportMaintenance.h"
 #include "server_support.h"
 #include "support/capture.h"
@@ -451,6 +452,33 @@ TEST_F(Maintenance, TheSchedulerOutlivesATickThatFails) {
   EXPECT_EQ(errors[0], "Report cleanup scheduler initial tick failed with non-standard exception");
   EXPECT_EQ(errors[1], "Report cleanup scheduler tick failed: no luck");
   EXPECT_EQ(errors[2], "Report cleanup scheduler tick failed with non-standard exception");
+}
+
+// With the real clock of the day, configuration and files.
+TEST_F(Maintenance, AServerThatRunsDeletesOldReportsAndNoneAfterItsRelease) {
+  for (const char* file : {"report_idx_gone.txt", "report_cfg_gone.txt", "report_gone.txt"}) {
+    write_file(reports.file(file), "1,2023-11-15,10:00:00 UTC\n");
+  }
+  ::reports::mark_report_alarm_completed();  // the day before
+  clock.advance(86400);
+  configure({{"hall", 93}}, reports.path());
+  RRM server(config.get());
+  EXPECT_FALSE(capture.has_line(LOG_EVENT, "Report cleanup scheduler started (period=60 s)."));
+  server.start();
+  ASSERT_TRUE(eventually([&] {
+    return capture.has_line(LOG_EVENT,
+                            "Report cleanup finished for UTC day 2023-11-15; no further runs until next UTC day.");
+  }));
+  EXPECT_TRUE(capture.has_line(LOG_EVENT, "Report cleanup scheduler started (period=60 s)."));
+  EXPECT_FALSE(std::filesystem::exists(reports.file("report_idx_gone.txt")));
+  EXPECT_FALSE(std::filesystem::exists(reports.file("report_cfg_gone.txt")));
+  EXPECT_FALSE(std::filesystem::exists(reports.file("report_gone.txt")));
+
+  server.release();
+  EXPECT_TRUE(capture.has_line(LOG_EVENT, "Report cleanup scheduler stopped."));
+  clock.advance(86400);
+  server.check_old_reports();
+  EXPECT_TRUE(capture.has_line(LOG_TRACE, "Report cleanup inactive (stop=1 joinable=0); skip."));
 }
 
 }  // namespace
