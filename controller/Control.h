@@ -23,7 +23,7 @@ class Control {
   // Listens at the path. Throws std::runtime_error if that is not possible.
   Control(const std::string& path, OnRequest on_request);
 
-  // False, and nothing happens, if the client has gone meanwhile.
+  // False if the client has gone meanwhile, or is dropped because it does not take the frame.
   bool send(ClientId client, const zal::bus::Fields& frame);
   void succeed(ClientId client, zal::bus::Fields answer = {});
   void fail(ClientId client, const std::string& error);
