@@ -1,5 +1,5 @@
 // The channel pass on small drawn sites. A letter is an AP with its present channel, a line a level at which both hear
-// each other. AP "A" has the address 00:00:00:00:0A:00, its radios end in 00, 10 and 20.
+// each other.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,8 +9,7 @@
 
 #include "planning/dca.h"
 #include "planning/describe.h"
-#include "support/builders.h"
-#include "support/capture.h"
+#include "planning/drawn_site.h"
 
 namespace rrm::testing {
 namespace {
@@ -18,47 +17,16 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-MacAddr address(char name, std::int32_t radio_id = 0) {
-  const auto letter = static_cast<std::uint8_t>(0x0A + (name - 'A'));
-  return MacAddr({0, 0, 0, 0, letter, static_cast<std::uint8_t>(16 * radio_id)});
-}
-
-std::string bssid(char name, std::int32_t radio_id = 0) {
-  return address(name, radio_id).to_string();
-}
-
-class ChannelPlan : public ::testing::Test {
+class ChannelPlan : public DrawnSite {
  protected:
   ApBuilder ap(char name) { return an_ap().mac(bssid(name)); }
-
-  void site(std::initializer_list<ApBuilder> builders) {
-    for (const ApBuilder& builder : builders) {
-      const auto built = builder.build(config);
-      aps.insert(built->mac, built);
-    }
-  }
-
   ChannelPassSummary pass() { return run_dca_pass(table, aps, config, results); }
-
-  Radio& radio(char name, std::int32_t id = 0) {
-    return aps.find(address(name))->radios.list[static_cast<std::size_t>(id)];
-  }
   std::int32_t channel(char name, std::int32_t id = 0) { return radio(name, id).channel; }
   Neighbour& view(char listener, const MacAddr& speaker) {
     return *aps.find(address(listener))->visible_members.find(speaker);
   }
-  // The APs with a result, by their letters.
-  std::string changed() const {
-    std::string letters;
-    for (const auto& [mac, radios] : results) letters += static_cast<char>('A' + (mac.bytes()[4] - 0x0A));
-    return letters;
-  }
 
-  Capture quiet;
-  DomainConfig config;
-  ApMap aps;
   SpectrumTable table;
-  PlanResult results;
 };
 
 RadioBuilder on(std::int32_t channel, std::initializer_list<std::int32_t> permitted) {

@@ -1,6 +1,5 @@
 // The power run on small drawn sites. A line is the level at which the AP on its left hears the one on its right, or
-// both each other. AP "A" has the address 00:00:00:00:0A:00, its radios end in 00, 10 and 20. Unless a test says
-// otherwise: wanted level -70 dBm, hysteresis 2 dB, power 14 dBm within 10 to 16.
+// both each other. Unless a test says otherwise: wanted level -70 dBm, hysteresis 2 dB, power 14 dBm within 10 to 16.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,60 +9,26 @@
 #include <vector>
 
 #include "planning/describe.h"
+#include "planning/drawn_site.h"
 #include "planning/tpc.h"
-#include "support/builders.h"
-#include "support/capture.h"
 
 namespace rrm::testing {
 namespace {
 
 using ::testing::IsEmpty;
 
-MacAddr address(char name, std::int32_t radio_id = 0) {
-  const auto letter = static_cast<std::uint8_t>(0x0A + (name - 'A'));
-  return MacAddr({0, 0, 0, 0, letter, static_cast<std::uint8_t>(16 * radio_id)});
-}
-
-std::string bssid(char name, std::int32_t radio_id = 0) {
-  return address(name, radio_id).to_string();
-}
-
 // A radio that power control may move, at 14 dBm.
 RadioBuilder on(std::int32_t channel) {
   return a_radio().channel(channel).available({channel}).power(14).power_range(-1, -1);
 }
 
-class PowerPlan : public ::testing::Test {
+class PowerPlan : public DrawnSite {
  protected:
   // An AP that has answered.
   ApBuilder ap(char name) { return an_ap().mac(bssid(name)).received(); }
   ApBuilder silent_ap(char name) { return an_ap().mac(bssid(name)); }
-
-  void site(std::initializer_list<ApBuilder> builders) {
-    aps = ApMap();
-    results.clear();
-    for (const ApBuilder& builder : builders) {
-      const auto built = builder.build(config);
-      aps.insert(built->mac, built);
-    }
-  }
   PowerRunSummary run() { return run_tpc(aps, config, results); }
-
-  Radio& radio(char name, std::int32_t id = 0) {
-    return aps.find(address(name))->radios.list[static_cast<std::size_t>(id)];
-  }
   std::int32_t power(char name, std::int32_t id = 0) { return radio(name, id).power; }
-  // The APs with a result, by their letters.
-  std::string changed() const {
-    std::string letters;
-    for (const auto& [mac, radios] : results) letters += static_cast<char>('A' + (mac.bytes()[4] - 0x0A));
-    return letters;
-  }
-
-  Capture quiet;
-  DomainConfig config;
-  ApMap aps;
-  PlanResult results;
 };
 
 //   L ---- level ---> S        and S hears L at -70, so that L itself stands still
