@@ -139,6 +139,12 @@ FILE* open_stream(const char* path, const char* mode) {
       nothing);
 }
 
+int look_for(const char* path, struct stat* status, int flags) {
+  const auto act = [=] { return static_cast<int>(syscall(SYS_newfstatat, AT_FDCWD, path, status, flags)); };
+  const std::string name = watched_name(path);
+  return name.empty() ? act() : operate("look for " + name, -1, act, nothing);
+}
+
 mode_t mode_of(int flags, va_list args) {
   return (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
 }
@@ -281,12 +287,12 @@ int flock(int fd, int operation) noexcept {
   return name.empty() ? act() : operate("lock " + name, -1, act, nothing);
 }
 
+int stat(const char* path, struct stat* status) noexcept {
+  return look_for(path, status, 0);
+}
+
 int lstat(const char* path, struct stat* status) noexcept {
-  const auto act = [=] {
-    return static_cast<int>(syscall(SYS_newfstatat, AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW));
-  };
-  const std::string name = watched_name(path);
-  return name.empty() ? act() : operate("look for " + name, -1, act, nothing);
+  return look_for(path, status, AT_SYMLINK_NOFOLLOW);
 }
 
 int rename(const char* from, const char* to) noexcept {

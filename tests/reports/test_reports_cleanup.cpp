@@ -291,6 +291,13 @@ TEST_F(CleanupCopy, JudgesNeighboursByTheirWholeDate) {
                    "Not found field 1 in string: \"broken\".", "Not found date in report line: \"broken\"."}));
 }
 
+TEST_F(CleanupCopy, TakesNoDateForAnotherThatBeginsWithIt) {
+  // 2023-11-12,22:13:02, then :20.
+  write(report_file(), "1.1,2023-11-12,22:13:2\n1.1,2023-11-12,22:13:20\n");
+  EXPECT_EQ(copy(), 0);
+  EXPECT_EQ(read(tmp()), "1.1,2023-11-12,22:13:20\n");
+}
+
 TEST_F(CleanupCopy, EndsTheLastLine) {
   write(report_file(), old_line_ + new_line_.substr(0, new_line_.size() - 1));
   EXPECT_EQ(copy(), 0);
@@ -419,6 +426,12 @@ TEST_F(CleanupDomain, HoldsTheLockFromTheFirstOperationToTheLast) {
   EXPECT_EQ(operations[0], "open .report_lock_lab");
   EXPECT_EQ(operations[1], "lock .report_lock_lab");
   EXPECT_EQ(operations.back(), "close .report_lock_lab");
+}
+
+TEST_F(CleanupDomain, DoesNotWaitForALockFileThatCannotBeLookedFor) {
+  lay(before_);
+  EXPECT_EQ(clean_without("look for .report_lock_lab"), 0);
+  EXPECT_EQ(files(), after_);
 }
 
 TEST_F(CleanupDomain, DoesNothingWhenNothingHasExpired) {

@@ -1,14 +1,17 @@
 // Two that save, clean and query one domain at the same time: every record is there, once, for as long as it lives.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
+#include <fstream>
 #include <memory>
 #include <new>
-#include <optional>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -18,8 +21,10 @@
 #include "json/JsonWriter.h"
 #include "report_optimize_tpc_dca.h"
 #include "reports/failing_files.h"
+#include "reports/file_lock.h"
 #include "reports/report_texts.h"
 #include "support/capture.h"
+#include "support/child_process.h"
 
 using namespace rrm::testing;
 
@@ -256,6 +261,42 @@ TEST_F(ConcurrentReports, OfTwoThreadsAreNeitherLostNorTornNorDoubled) {
   EXPECT_EQ(wrong, 0);
   EXPECT_EQ(shared_->taken, 1 + 2 * reports_each);
   check_files();
+}
+
+// True if somebody waits for a lock of this file.
+bool is_awaited(const std::string& file) {
+  struct stat status {};
+  if (stat(file.c_str(), &status) != 0) return false;
+  const std::string inode = ":" + std::to_string(status.st_ino) + " ";
+  std::ifstream locks("/proc/locks");
+  for (std::string line; std::getline(locks, line);)
+    if (line.find("-> FLOCK") != std::string::npos && line.find(inode) != std::string::npos) return true;
+  return false;
+}
+
+TEST(ReportLock, IsTakenAgainWhenItsFileWasRemovedMeanwhile) {
+  for (const bool made_anew : {false, true}) {
+    const TempDir dir;
+    const std::string file = dir.file(".report_lock_lab");
+    auto held = std::make_unique<reports::DomainFileLock>("lab", dir.path().string(), true);
+    ASSERT_EQ(held->error(), 0);
+    int error = -1;
+    bool locks_by_name = false;
+    std::thread waiting([&] {
+      const reports::DomainFileLock lock("lab", dir.path().string(), true);
+      error = lock.error();
+      const int other = open(file.c_str(), O_RDWR);
+      locks_by_name = other >= 0 && flock(other, LOCK_EX | LOCK_NB) != 0;
+      close(other);
+    });
+    EXPECT_TRUE(eventually_true([&] { return is_awaited(file); }));
+    EXPECT_TRUE(std::filesystem::remove(file));
+    if (made_anew) write_file(file, "");
+    held.reset();
+    waiting.join();
+    EXPECT_EQ(error, 0) << made_anew;
+    EXPECT_TRUE(locks_by_name) << made_anew;
+  }
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ class Crash : public ::testing::Test {
   // A query or a run that waits for ever ends the test.
   Crash() {
     rrm::set_log_hook(say_nothing);
-    alarm(250);
+    alarm(500);
   }
   ~Crash() override { alarm(0); }
 

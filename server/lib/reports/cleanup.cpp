@@ -93,7 +93,6 @@ class LineJudge {
   bool is_expired_or_invalid(const std::string& line) {
     if (begins_as_the_last(line)) return expired_;
     const auto age = age_of(line, now_, filename_);
-    begin_.clear();
     if (!age) return true;
     begin_ = begin_of(line);
     expired_ = is_out_of_time(*age, ttl_seconds_);
@@ -115,7 +114,7 @@ class LineJudge {
   const std::time_t now_;
   const double ttl_seconds_;
   const std::string& filename_;
-  std::string begin_;  // of the last line with a date
+  std::string begin_;  // of the last line that had a date
   bool expired_ = false;
 };
 

@@ -31,12 +31,13 @@ int lock_file(int fd, int operation) {
 }
 
 // The domain's files, and with them the lock file, may have been removed while we waited for it: then others lock
-// another file by that name.
-bool is_file(int fd, const std::string& name) {
+// another file by that name. Where the system cannot tell, asking on would be asking for ever.
+bool was_removed(int fd, const std::string& name) {
   struct stat held {};
   struct stat named {};
-  return ::fstat(fd, &held) == 0 && ::stat(name.c_str(), &named) == 0 && held.st_ino == named.st_ino &&
-         held.st_dev == named.st_dev;
+  if (::fstat(fd, &held) != 0) return false;
+  if (::stat(name.c_str(), &named) != 0) return errno == ENOENT;
+  return held.st_ino != named.st_ino || held.st_dev != named.st_dev;
 }
 
 }  // namespace
@@ -50,7 +51,7 @@ DomainFileLock::DomainFileLock(const std::string& domain_name, const std::string
   do {
     release();
     open_and_lock(name, exclusive);
-  } while (fd_ >= 0 && !is_file(fd_, name));
+  } while (fd_ >= 0 && was_removed(fd_, name));
 }
 
 DomainFileLock::~DomainFileLock() {
