@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <limits>
 #include <new>
 #include <stdexcept>
 
@@ -26,11 +27,12 @@ constexpr std::time_t now = 1'700'000'000;
 constexpr int radios = 100;
 constexpr std::uint32_t days = 100;  // half of them have expired
 constexpr std::time_t all_days = 200;
-constexpr long memory_limit_kib = 16 * 1024;
 #ifdef SANITIZED
 constexpr bool sanitized = true;
+constexpr long memory_limit_kib = std::numeric_limits<long>::max();  // the sanitizer's own is most of it
 #else
 constexpr bool sanitized = false;
+constexpr long memory_limit_kib = 16 * 1024;
 #endif
 
 void say_nothing(const char*, int, const char*, int, const char*, va_list) {}
@@ -158,7 +160,7 @@ TEST_F(BigSite, IsCleanedInOnePassOfLittleMemoryAndListedByItsIndexAlone) {
               cleanup.peak_kib);
   EXPECT_EQ(cleanup.result, 0);
   EXPECT_GT(cleanup.peak_kib, 0);
-  if (!sanitized) EXPECT_LE(cleanup.peak_kib, memory_limit_kib);
+  EXPECT_LE(cleanup.peak_kib, memory_limit_kib);
   EXPECT_EQ(files_named(), (std::vector<std::string>{".report_lock_lab", "report_cfg_lab.txt", "report_idx_lab.txt",
                                                      "report_lab.txt"}));
   for (auto& [name, blocks] : blocks_) EXPECT_TRUE(has_kept(name, blocks)) << name;
