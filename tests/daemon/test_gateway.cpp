@@ -97,6 +97,8 @@ class DaemonGateway : public ::testing::Test {
     return Platform::instance().notes();
   }
 
+  // Midnight, before the hour at which the server would delete old reports: those of this machine are not the test's.
+  rrm::testing::ManualClock clock_{1000, 1700006400};
   rrm::testing::Capture log_;
   zal::IpcPort port_{zal::PortId::rrm, trace};
   std::unique_ptr<RecordedRadio> radio_;
