@@ -46,6 +46,18 @@ std::optional<std::vector<std::string>> domains_with_reports(const std::string& 
   return std::nullopt;
 }
 
+std::string names_of(const std::map<std::string, std::uint32_t>& domains) {
+  std::string names;
+  for (const auto& [domain, days] : domains)
+    names += (names.empty() ? "" : ", ") + domain + "(days=" + std::to_string(days) + ")";
+  return names;
+}
+
+// The data file of a domain "idx_x" has the name of the index of a domain "x".
+bool is_data_of_another(const std::string& domain, const ReportMaintenanceJob& job) {
+  return job.domains.contains("idx_" + domain);
+}
+
 // True if the path is a directory; else why not, in the log.
 bool is_directory(const std::string& path) {
   struct stat status {};
@@ -172,10 +184,15 @@ bool ReportMaintenance::backing_off() const {
 }
 
 bool ReportMaintenance::may_queue() {
-  MutexLock lock(maintenance_mutex_);
-  if (!maintenance_stop_ && maintenance_thread_.joinable()) return true;
-  RRM_LOG(LOG_TRACE, "Report cleanup inactive (stop=%d joinable=%d); skip.", maintenance_stop_,
-          maintenance_thread_.joinable());
+  bool stop = false;
+  bool joinable = false;
+  {
+    MutexLock lock(maintenance_mutex_);
+    stop = maintenance_stop_;
+    joinable = maintenance_thread_.joinable();
+  }
+  if (!stop && joinable) return true;
+  RRM_LOG(LOG_TRACE, "Report cleanup inactive (stop=%d joinable=%d); skip.", stop, joinable);
   return false;
 }
 
@@ -189,14 +206,15 @@ void ReportMaintenance::prepare_job() {
     return;
   }
   ReportMaintenanceJob job{settings.reports_path, {}};
-  std::string names;
   config_.for_each_domain_config([&](const std::string& domain, const DomainConfig& domain_settings) {
-    if (domain.empty()) return;
-    const std::uint32_t days = days_to_keep(domain_settings.report_days_to_live);
-    job.domains.emplace(domain, days);
-    names += (names.empty() ? "" : ", ") + domain + "(days=" + std::to_string(days) + ")";
+    if (!domain.empty()) job.domains.emplace(domain, days_to_keep(domain_settings.report_days_to_live));
+  });
+  // A domain whose pattern is unknown has no settings, but it is there: its reports are not orphans.
+  config_.for_each_domain([&](const std::string& domain, const DomainInfo&) {
+    if (!domain.empty()) job.domains.emplace(domain, days_to_keep(DomainConfig().report_days_to_live));
   });
   const std::size_t count = job.domains.size();
+  const std::string names = names_of(job.domains);
   {
     MutexLock lock(maintenance_mutex_);
     if (maintenance_stop_ || !maintenance_thread_.joinable()) {
@@ -273,7 +291,8 @@ ReportMaintenance::Result ReportMaintenance::run_report_maintenance_job(const Re
   // A configuration without domains must not wipe the directory.
   if (found && !job.domains.empty()) {
     for (const std::string& domain : *found) {
-      if (!job.domains.contains(domain) && !delete_orphan(domain, path)) orphans_done = false;
+      if (job.domains.contains(domain) || is_data_of_another(domain, job)) continue;
+      if (!delete_orphan(domain, path)) orphans_done = false;
     }
   }
   if (!orphans_done) emit_event_plain(cleanup_failed_event);
