@@ -66,19 +66,19 @@ int recover(const RewriteFiles& files, const std::string& domain_name) {
 
 RewriteFiles::RewriteFiles(const std::string& domain_name, const std::string& files_path)
     : live(domain_name, files_path),
-      start_status(live.report + ".start_status"),
-      done_status(live.report + ".done_status") {}
+      start_status(live.report + start_status_suffix),
+      done_status(live.report + done_status_suffix) {}
 
 bool RewriteFiles::unclean() const {
   return exists(start_status) || exists(done_status);
 }
 
 std::string tmp_name(const std::string& file) {
-  return file + ".tmp";
+  return file + tmp_suffix;
 }
 
 std::string old_name(const std::string& file) {
-  return file + ".old";
+  return file + old_suffix;
 }
 
 bool exists(const std::string& file) {
