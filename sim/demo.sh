@@ -104,6 +104,8 @@ finish() {
     echo "demo: zal_rrm did not end cleanly; see $state/zal_rrm.log and $state/zal_rrm.err" >&2
     status=1
   fi
+  # What was started in the very moment of an interruption has no name here yet.
+  kill -TERM $(jobs -pr) 2>/dev/null || true
   exec 8>&-
   [ -z "$prefix" ] || wait "$prefix" || true
   show_reports || echo "demo: the report cannot be shown" >&2
@@ -143,8 +145,8 @@ setsid "$build/controller/zal_controller" --state "$state" --setup "$state/setup
   --daemon "$build/daemon/zal_rrm" >&8 2>&1 8>&- &
 controller=$!
 
-# Access points that find nobody come again and again, and say so; ten seconds of patience spare the reader that.
-for _ in {1..100}; do
+# Access points that find nobody come again and again, and say so; a minute of patience spares the reader that.
+for _ in {1..600}; do
   ! listens && kill -0 "$controller" 2>/dev/null || break
   sleep 0.1
 done

@@ -1,5 +1,6 @@
 #include "sim/site_reader.h"
 
+#include <cstdint>
 #include <limits>
 #include <utility>
 
@@ -12,6 +13,8 @@ using nlohmann::json;
 namespace {
 
 bool is_integer(const json& value) {
+  // Compared as it stands: the library would compare it as a signed number, and so take a huge one for a negative one.
+  if (value.is_number_unsigned()) return value.get<std::uint64_t>() <= std::numeric_limits<int>::max();
   return value.is_number_integer() && value >= std::numeric_limits<int>::min() &&
          value <= std::numeric_limits<int>::max();
 }

@@ -175,8 +175,9 @@ const Value& Value::element(std::size_t index) const {
 }
 
 Value& Value::element(std::size_t index) {
+  const Value& element = std::as_const(*this).element(index);
   open_for_change();
-  return const_cast<Value&>(std::as_const(*this).element(index));
+  return const_cast<Value&>(element);
 }
 
 const Value* Value::find(std::string_view key) const noexcept {
@@ -184,7 +185,7 @@ const Value* Value::find(std::string_view key) const noexcept {
 }
 
 Value* Value::find(std::string_view key) noexcept {
-  open_for_change();
+  if (is_object()) open_for_change();
   return const_cast<Value*>(std::as_const(*this).find(key));
 }
 

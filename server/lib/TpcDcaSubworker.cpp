@@ -351,7 +351,7 @@ void TpcDcaSubworker::process_mode_response(const JsonReader& json, const std::s
 
 void TpcDcaSubworker::process_response(const JsonReader& json, const std::shared_ptr<ApEntry>& ap) {
   read_radios(json, ap);
-  aps_.fill_from_json_rf_environment(*ap, json.get_array(protocol::key::rf_environment));
+  aps_.fill_from_json_rf_environment(*ap, json.get(protocol::key::rf_environment));
   ap->radios.received = true;
   planning_optimize();
 }

@@ -53,6 +53,8 @@ class TpcDcaSubworker final : public IRrmSubworker {
   RrmStatus rrm_status() const { return rrm_status_; }
   // 1 while an 802.11r update is planned, else 0.
   std::int32_t fbt_status() const { return fbt_status_; }
+  // A plan is being made and its thread has not ended yet.
+  bool computing() const;
   // True in the states between the scan's request and its end, when a returning AP would be missed.
   bool scanning() const;
 
@@ -70,7 +72,6 @@ class TpcDcaSubworker final : public IRrmSubworker {
 
   // State.
   bool has_work() const;
-  bool computing() const;
   void set_status(RrmStatus status);
   void go_idle();
   void raise_status() const;

@@ -53,13 +53,7 @@ void DomainServer::send_text(std::string&& text, const BaseSession& session) {
 }
 
 void DomainTest::make() {
-  const auto noted = [this, plan = optimization](OptimizationContext& context, const std::atomic<bool>& cancel) {
-    const auto note = [](std::atomic<bool>* made) { *made = true; };
-    const std::unique_ptr<std::atomic<bool>, decltype(note)> at_the_end(&plan_made, note);
-    return plan(context, cancel);
-  };
-  worker = std::make_shared<RrmWorker>(&global, settings, domain, &server, time_zone_offset, 16, noted);
-  plan_made = false;  // an earlier worker's thread has ended
+  worker = std::make_shared<RrmWorker>(&global, settings, domain, &server, time_zone_offset, 16, optimization);
   journal.take();
 }
 
@@ -102,13 +96,8 @@ void DomainTest::advance(std::int32_t seconds) {
 
 // Time stands still until the plan is made: with each tick that passes the domain forgets who has left.
 void DomainTest::finish_computing() {
-  const bool computing = rrm_status() == static_cast<int>(RrmStatus::TPC_COMPUTING);
-  EXPECT_TRUE(!computing || eventually([this] { return plan_made.load(); }));
-  while (rrm_status() == static_cast<int>(RrmStatus::TPC_COMPUTING)) {
-    std::this_thread::yield();
-    advance(1);
-  }
-  plan_made = false;
+  EXPECT_TRUE(eventually([this] { return !worker->tpc_dca().computing(); }));
+  if (rrm_status() == static_cast<int>(RrmStatus::TPC_COMPUTING)) advance(1);
 }
 
 void DomainTest::subscribe(std::uint32_t session, const MessageJson& message) {

@@ -85,7 +85,6 @@ class DomainTest : public ::testing::Test {
   std::shared_ptr<ApEntry> ap(const std::string& mac);  // in any of the sets
   std::int32_t rrm_status() { return static_cast<std::int32_t>(worker->tpc_dca().rrm_status()); }
 
-  std::atomic<bool> plan_made{false};  // by the optimisation thread
   ManualClock clock;
   Journal journal;
   TempDir reports;

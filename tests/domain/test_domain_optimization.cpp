@@ -13,6 +13,7 @@
 #include "OptimizationThread.h"
 #include "support/builders.h"
 #include "support/capture.h"
+#include "support/gate.h"
 #include "support/temp_dir.h"
 
 namespace rrm {
@@ -22,6 +23,7 @@ using rrm::testing::a_radio;
 using rrm::testing::an_ap;
 using rrm::testing::Capture;
 using rrm::testing::Event;
+using rrm::testing::eventually;
 using rrm::testing::mac;
 using rrm::testing::ManualClock;
 using rrm::testing::read_file;
@@ -229,7 +231,7 @@ TEST_F(Thread, HandsItsResultOverOnceItIsDone) {
   EXPECT_FALSE(thread.done());
   thread.start({});
   EXPECT_TRUE(thread.started());
-  while (!thread.done()) std::this_thread::yield();
+  ASSERT_TRUE(eventually([&] { return thread.done(); }));
   thread.join();
   EXPECT_FALSE(thread.started());
   const auto result = thread.take_result();

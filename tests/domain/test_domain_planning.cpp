@@ -357,7 +357,7 @@ TEST_F(Rerun, APlanThatEndedUnseenIsGivenUpByTheNextRequest) {
     pipeline().force_optimization();
     return rrm_status() != 5;
   };
-  while (!ended || !end_is_seen()) std::this_thread::yield();
+  ASSERT_TRUE(eventually([&] { return ended && end_is_seen(); }));
   EXPECT_LINES(journal.lines("WARNING"),
                ({"WARNING Force optimization: orphan TPC_COMPUTING on domain lab, restarting pipeline"}));
   EXPECT_EQ(rrm_status(), 4);

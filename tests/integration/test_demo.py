@@ -1,6 +1,7 @@
 """The demonstration as a person meets it: at a terminal, with wrong arguments, twice at once, and ended by Ctrl-C."""
 
 import fcntl
+import json
 import os
 import pty
 import re
@@ -117,6 +118,22 @@ class DemoTest(unittest.TestCase):
         terminal.press(b"\x03")
         self.expect_clean_end(terminal, 130)
         self.assertNotIn("floor plans are in", terminal.text)
+
+    def test_once_ends_with_the_report_of_its_plan(self):
+        terminal = Terminal(self.command("--once"))
+        self.expect_clean_end(terminal, 0)
+        report = terminal.text.partition("demo: the report that zal_rrm wrote for the domain office at ")[2]
+        lines = report.splitlines()
+        self.assertRegex(lines[0], r"^20\d\d-\d\d-\d\d \d\d:\d\d:\d\d UTC$")
+        self.assertEqual(lines[1], "  access point       radio  channel      power dBm  EIRP dBm   MHz")
+        with open(self.path(".zal", "demo", "plan", "plan.json"), encoding="utf-8") as file:
+            plan = json.load(file)
+        told = [[int(number) for number in re.findall(r"-?\d+", line[19:])] for line in lines[2:38]]
+        self.assertEqual([(row[0], row[1], row[2], row[3], row[4], row[7]) for row in told],
+                         [(radio["id"], radio["before"]["channel"], radio["after"]["channel"], radio["before"]["power"],
+                           radio["after"]["power"], radio["before"]["bandwidth"])
+                          for ap in plan["access_points"] for radio in ap["radios"]])
+        self.assertTrue(lines[38].startswith("demo: plan and floor plans are in "), lines[38])
 
     def test_a_second_one_is_refused_and_the_first_lives_on(self):
         first = self.start()

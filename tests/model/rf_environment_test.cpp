@@ -140,7 +140,11 @@ TEST_F(RfEnvironment, WhatIsNullChangesNothing) {
       {"an empty round", "[[]]", true},
       {"empty rounds", "[[],[],[]]", true},
       {"a null element ends a round", "[[null," + entry("00:99:99:00:00:01") + "]]", true},
-      {"no array", R"("none")", true},
+      {"no array", R"("none")", false},
+      {"an object", "{}", false},
+      {"a number for a round", "[7]", false},
+      {"an object for a round", "[[],{}]", false},
+      {"a text for a round", R"(["none"])", false},
   };
   const Texts old_members = members();
   const Texts old_rogues = rogues();

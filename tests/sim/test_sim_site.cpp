@@ -93,6 +93,8 @@ TEST(SiteFile, RefusesWithThePlaceAndTheReason) {
             "site.radio_profile[2].available_channels must be an array of integers of 32 bits"},
            {R"([165, 181])", R"([4294967461])",
             "site.radio_profile[2].available_channels must be an array of integers of 32 bits"},
+           {R"([165, 181])", R"([18446744073709551615])",
+            "site.radio_profile[2].available_channels must be an array of integers of 32 bits"},
            {R"("shadowing_db": 0)", R"("shadowing_db": -1)", "site.radio_model must have no negative deviation"},
            {R"("noise_db": 0)", R"("noise_db": -0.1)", "site.radio_model must have no negative deviation"},
            {R"("power": 20)", R"("power": 21)", "site.radio_profile[0].power must lie in power_min to power_max"},

@@ -301,7 +301,8 @@ TEST(SerializeBuffer, reserves_what_it_expects_above_4096_bytes) {
   EXPECT_GE(serialize(list_of(64)).capacity(), 64u * 64 + 2);
   EXPECT_LT(serialize(object_of(51)).capacity(), 4082u);
   EXPECT_GE(serialize(object_of(52)).capacity(), 80u * 52 + 2);
-  EXPECT_EQ(serialize(Value(std::string(9000, 'x'))).capacity(), 9002u);
+  EXPECT_GE(serialize(Value(std::string(9000, 'x'))).capacity(), 9002u);
+  EXPECT_LT(serialize(Value(std::string(9000, 'x'))).capacity(), 2 * 9000u);
 }
 
 }  // namespace

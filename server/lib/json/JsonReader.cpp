@@ -136,6 +136,10 @@ JsonReader JsonReader::get(const char* key) const {
   return child(member(key));
 }
 
+bool JsonReader::is_array() const {
+  return current_ != nullptr && current_->is_array();
+}
+
 JsonReader JsonReader::get_array(const char* key) const {
   const Value* value = member(key);
   return child(value != nullptr && value->is_array() ? value : nullptr);
@@ -168,7 +172,7 @@ std::optional<int> JsonReader::get_opt_int(const char* key) const {
 }
 
 int JsonReader::size() const {
-  if (current_ == nullptr || !current_->is_array()) return 0;
+  if (!is_array()) return 0;
   return static_cast<int>(std::min<std::size_t>(current_->size(), std::numeric_limits<int>::max()));
 }
 

@@ -39,6 +39,7 @@ class JsonReader {
   // True without a value, and for null.
   bool empty() const;
 
+  bool is_array() const;
   bool has(const char* key) const;
   JsonReader get(const char* key) const;
   // The same, empty also where the value is of another kind.

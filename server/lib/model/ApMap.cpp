@@ -200,12 +200,12 @@ void ApMap::clear_probe_lists() {
 }
 
 void ApMap::fill_from_json_rf_environment(ApEntry& ap, const JsonReader& rounds) const {
-  if (rounds.empty()) return;
+  if (!rounds.is_array()) return;
   std::vector<NeighbourMap> members;
   std::vector<NeighbourMap> rogues;
   for (int i = 0; i < rounds.size(); ++i) {
     const JsonReader round = rounds.at(i);
-    if (round.empty()) return;
+    if (!round.is_array()) return;
     Heard heard = read_round(storage_, round);
     members.push_back(std::move(heard.members));
     rogues.push_back(std::move(heard.rogues));

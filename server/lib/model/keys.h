@@ -1,7 +1,7 @@
 // The fields of an AP's record that a message of the AP and the form of the backup and the queries call differently.
 // They do so on purpose: the two mean different things by a key that is missing (a balancer lock that a message does
-// not mention is set, one that a backup does not mention is open), so neither form may pass for the other. A field that
-// is not here has the same key in both.
+// not mention is set, one that a backup does not mention is open), so neither form may pass for the other. A field of
+// a radio, a VAP, a neighbour or a client that is not here has the same key in both.
 #pragma once
 
 namespace rrm {
