@@ -15,17 +15,18 @@
 #include <stdexcept>
 
 #include "Config.h"
+#include "failing_files.h"
 #include "json/JsonWriter.h"
 #include "report_support.h"
 #include "reports/file_lock.h"
 #include "reports/queries.h"
-#include "support/child_process.h"
+#include "support/gate.h"
 
 namespace reports {
 namespace {
 
 using rrm::JsonWriter;
-using rrm::testing::eventually_true;
+using rrm::testing::eventually;
 using testing::a_record;
 using testing::default_settings;
 using ::testing::ElementsAre;
@@ -728,6 +729,19 @@ INSTANTIATE_TEST_SUITE_P(Table, NoReports,
                          ::testing::Values(NoneCase{"No index", std::nullopt}, NoneCase{"Empty index", ""},
                                            NoneCase{"An LF", "\n"}, NoneCase{"One byte", "x"}));
 
+// Only the look-up fails, and what cannot be told counts as there.
+TEST_F(Newest, IsReadWhereItCannotBeToldWhetherThereIsOne) {
+  write_index(line + "\n");
+  write_data(line + ",AA,A1," + fields + "\n");
+  {
+    const rrm::testing::FileWatch watch(path(), "look for report_idx_lab.txt", rrm::testing::FileFault::eio);
+    EXPECT_EQ(last(), 0);
+  }
+  EXPECT_EQ(json(), whole(ap_json("AA", radio_json("A1"))));
+  EXPECT_THAT(errors(), ElementsAre("Error while look for \"" + index_file() + "\", errno = 5: Input/output error"));
+  EXPECT_THAT(events(), IsEmpty());
+}
+
 TEST_F(Newest, OfAnUnknownDomainWithoutAnIndexIsAnError) {
   EXPECT_EQ(last(false), ENOENT);
   EXPECT_EQ(json(), "{}");
@@ -838,7 +852,7 @@ TEST_F(QueryLocks, AQueryWaitsForAWriterOfAnotherProcess) {
   {
     const DomainFileLock lock("lab", path(), true);
     answer = ask();
-    EXPECT_TRUE(eventually_true([&] { return testing::is_waited_for(lock_file()); }));
+    EXPECT_TRUE(eventually([&] { return testing::is_waited_for(lock_file()); }));
     EXPECT_NE(answer.wait_for(std::chrono::seconds(0)), std::future_status::ready);
   }
   EXPECT_EQ(answer.get(), 0);
@@ -851,7 +865,7 @@ TEST_F(QueryLocks, AQueryWaitsForAWriterOfThisProcess) {
     const auto mutex = domain_mutex("lab");
     const std::unique_lock lock(*mutex);
     answer = ask();
-    EXPECT_TRUE(eventually_true([&] { return file_is_locked(); }));
+    EXPECT_TRUE(eventually([&] { return file_is_locked(); }));
     EXPECT_NE(answer.wait_for(std::chrono::seconds(0)), std::future_status::ready);
   }
   EXPECT_EQ(answer.get(), 0);

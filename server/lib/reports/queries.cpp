@@ -153,7 +153,7 @@ int read_last_line(const std::string& filename, std::string& line) {
 
 bool has_reports(const std::string& index) {
   struct stat status {};
-  return ::stat(index.c_str(), &status) == 0 && status.st_size > 1;
+  return ::stat(index.c_str(), &status) == 0 ? status.st_size > 1 : exists(index);
 }
 
 int last_report(JsonWriter& writer, const std::string& domain, const std::string& path, bool domain_exists) {
