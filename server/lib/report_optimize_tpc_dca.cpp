@@ -1,6 +1,7 @@
 #include "report_optimize_tpc_dca.h"
 
 #include <cerrno>
+#include <exception>
 #include <ostream>
 #include <stdexcept>
 
@@ -141,8 +142,8 @@ int save_radio_report_to_files(const RadioReport& report, const std::string& dom
   int error = EINVAL;
   try {
     error = save(report, domain_name, report_date, report_files_path, config);
-  } catch (const std::invalid_argument& invalid) {
-    RRM_LOG(LOG_ERROR, "%s", invalid.what());
+  } catch (const std::exception& exception) {  // the plan that is reported goes on
+    RRM_LOG(LOG_ERROR, "%s", exception.what());
   }
   if (error != 0) {
     RRM_LOG(LOG_ERROR, "Error while save radio report for domain: \"%s\". Report date: \"%s\". Exit code: %d.",

@@ -259,6 +259,18 @@ ssize_t read(int fd, void* bytes, size_t count) {
   return name.empty() ? act() : operate("read " + name, static_cast<ssize_t>(-1), act, nothing);
 }
 
+ssize_t pread(int fd, void* bytes, size_t count, off_t offset) {
+  const auto act = [=] { return static_cast<ssize_t>(syscall(SYS_pread64, fd, bytes, count, offset)); };
+  const std::string name = watched_name(fd);
+  return name.empty() ? act() : operate("read " + name, static_cast<ssize_t>(-1), act, nothing);
+}
+
+int ftruncate(int fd, off_t length) noexcept {
+  const auto act = [=] { return static_cast<int>(syscall(SYS_ftruncate, fd, length)); };
+  const std::string name = watched_name(fd);
+  return name.empty() ? act() : operate("cut " + name, -1, act, nothing);
+}
+
 ssize_t write(int fd, const void* bytes, size_t count) {
   const auto act = [=] { return static_cast<ssize_t>(syscall(SYS_write, fd, bytes, count)); };
   const std::string name = watched_name(fd);

@@ -33,7 +33,7 @@ class FileWatch {
   FileWatch& operator=(const FileWatch&) = delete;
 
   // What was done so far: "open report_lab.txt", "create x", "append x", "read x", "write x", "sync x" ("." is
-  // the directory), "close x", "look for x", "lock x", "remove x", "rename x to y".
+  // the directory), "close x", "cut x", "look for x", "lock x", "remove x", "rename x to y".
   std::vector<std::string> operations() const;
 };
 

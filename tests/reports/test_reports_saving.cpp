@@ -8,12 +8,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <chrono>
+#include <cstdarg>
+#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <future>
-#include <memory>
 #include <stdexcept>
 
 #include "Config.h"
@@ -23,7 +24,6 @@
 #include "reports/file_names.h"
 #include "reports/file_sync.h"
 #include "support/builders.h"
-#include "support/child_process.h"
 
 namespace reports {
 namespace {
@@ -353,6 +353,22 @@ TEST_F(Saving, WithoutADomainIsRefusedAndDoesNotThrow) {
   EXPECT_THAT(content(), IsEmpty());
 }
 
+// Whatever is thrown: here by the log, which stands for all that the saving uses.
+TEST_F(Saving, ThatThrowsIsAFailureAndDoesNotThrow) {
+  static Texts lines;
+  lines.clear();
+  rrm::set_log_hook([](const char*, int, const char*, int level, const char* format, va_list args) {
+    if (level == LOG_TRACE) throw std::runtime_error("no luck");
+    std::array<char, 200> text{};
+    std::vsnprintf(text.data(), text.size(), format, args);
+    lines.emplace_back(text.data());
+  });
+  EXPECT_EQ(save(one_radio()), EINVAL);
+  EXPECT_THAT(lines, ElementsAre("no luck", error_line(22)));
+  EXPECT_THAT(events(), ElementsAre(event(18, "lab")));
+  EXPECT_THAT(content(), IsEmpty());
+}
+
 // --- A step that fails.
 
 struct StepCase {
@@ -495,6 +511,42 @@ struct CutCase {
 
 void PrintTo(const CutCase& c, std::ostream* out) {
   *out << c.name;
+}
+
+class NotCutFile : public Saving, public ::testing::WithParamInterface<const char*> {};
+
+// The line would run on from the unfinished one.
+TEST_P(NotCutFile, TakesNoLine) {
+  const std::string there = "1.1,a\n1.1,b";
+  write(report_file(), there);
+  {
+    const rrm::testing::FileWatch watch(path(), GetParam() + std::string(" report_lab.txt"),
+                                        rrm::testing::FileFault::eio);
+    EXPECT_EQ(save(one_radio()), EIO);
+  }
+  const std::string what = GetParam() == std::string("cut") ? "truncate" : "read";
+  EXPECT_THAT(errors(),
+              ElementsAre(what + " \"" + report_file() + "\" failed: errno=5 (Input/output error)",
+                          "Write radio report to file exit with error code: 5. Filename: \"" + report_file() + "\".",
+                          error_line(5)));
+  EXPECT_THAT(capture_.lines(LOG_WARNING), IsEmpty());
+  EXPECT_THAT(events(), ElementsAre(event(18, "lab")));
+  EXPECT_THAT(content(), ElementsAre(Pair(".report_lock_lab", ""), Pair("report_lab.txt", there)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, NotCutFile, ::testing::Values("read", "cut"));
+
+// Wherever the last LF lies in the blocks that are read.
+TEST_F(Saving, FindsTheLastWholeLineAcrossEveryBoundary) {
+  for (const std::size_t block : {std::size_t{4096}, std::size_t{8192}}) {
+    for (std::size_t unfinished = block - 2; unfinished <= block + 2; ++unfinished) {
+      for (const std::string& kept : {std::string(), std::string("\n"), std::string("1.1,a\n1.1,b\n")}) {
+        write(index_file(), kept + std::string(unfinished, 'x'));
+        EXPECT_EQ(save(one_radio()), 0);
+        EXPECT_EQ(read(index_file()), kept + "1.1," + some_date + "\n") << unfinished;
+      }
+    }
+  }
 }
 
 class CutFile : public Saving, public ::testing::WithParamInterface<CutCase> {};
@@ -668,18 +720,6 @@ TEST_F(Locking, NamesTheFileThatCannotBeOpened) {
   EXPECT_EQ(DomainFileLock("lab", file("gone"), true).error(), ENOENT);
   EXPECT_THAT(errors(), ElementsAre("Cannot open report lock \"" + file("gone") +
                                     "/.report_lock_lab\": errno=2 (No such file or directory)"));
-}
-
-// The holder may have removed the domain's files, and with them the lock file, while another waited for it.
-TEST_F(Locking, IsOfTheFileThatStandsThereInTheEnd) {
-  auto first = std::make_unique<DomainFileLock>("lab", path(), true);
-  auto second = std::async(std::launch::async, [&] { return std::make_unique<DomainFileLock>("lab", path(), true); });
-  ASSERT_TRUE(rrm::testing::eventually_true([&] { return testing::is_waited_for(file(".report_lock_lab")); }));
-  ASSERT_EQ(::unlink(file(".report_lock_lab").c_str()), 0);
-  first.reset();
-  const auto lock = second.get();
-  EXPECT_EQ(lock->error(), 0);
-  EXPECT_FALSE(can_lock(LOCK_SH));
 }
 
 TEST_F(Locking, NamesTheLockThatCannotBeHad) {

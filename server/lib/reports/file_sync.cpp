@@ -4,7 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstring>
+#include <string_view>
 
 #include "core/log.h"
 
@@ -27,11 +30,28 @@ int sync_and_close(int fd, const char* what, const std::string& path) {
   return error;
 }
 
-// Behind the last LF.
+// Behind the last LF, sought backward from the end; -1 for a file that cannot be read.
 off_t end_of_last_line(int fd, off_t size) {
-  char byte = 0;
-  while (size > 0 && ::pread(fd, &byte, 1, size - 1) == 1 && byte != '\n') --size;
-  return size;
+  std::array<char, 4096> block{};
+  while (size > 0) {
+    const off_t start = std::max<off_t>(size - static_cast<off_t>(block.size()), 0);
+    const auto length = static_cast<std::size_t>(size - start);
+    if (::pread(fd, block.data(), length, start) != size - start) return -1;
+    const std::size_t end = std::string_view(block.data(), length).rfind('\n');
+    if (end != std::string_view::npos) return start + static_cast<off_t>(end) + 1;
+    size = start;
+  }
+  return 0;
+}
+
+int cut_unfinished_line(int fd, off_t size, const std::string& path, off_t& length) {
+  errno = 0;
+  length = end_of_last_line(fd, size);
+  if (length < 0) return failed("read", path);
+  if (length == size) return 0;
+  if (::ftruncate(fd, length) != 0) return failed("truncate", path);
+  RRM_LOG(LOG_WARNING, "Cut an unfinished line off \"%s\".", path.c_str());
+  return 0;
 }
 
 }  // namespace
@@ -69,18 +89,16 @@ int fsync_directory_path(const std::string& path) {
   return fd >= 0 ? sync_and_close(fd, "fsync dir", path) : failed("open dir for fsync", path);
 }
 
-off_t keep_whole_lines(const std::string& path) {
+int keep_whole_lines(const std::string& path, off_t& length) {
   const int fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return errno == ENOENT ? 0 : -1;
+  length = fd < 0 && errno == ENOENT ? 0 : -1;
+  if (fd < 0) return 0;
   struct stat status {};
-  off_t length = -1;
-  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
-    length = end_of_last_line(fd, status.st_size);
-    if (length < status.st_size && ::ftruncate(fd, length) == 0)
-      RRM_LOG(LOG_WARNING, "Cut an unfinished line off \"%s\".", path.c_str());
-  }
+  int error = 0;
+  if (::fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
+    error = cut_unfinished_line(fd, status.st_size, path, length);
   ::close(fd);
-  return length;
+  return error;
 }
 
 void take_back(const std::string& path, off_t length) {

@@ -41,15 +41,17 @@ int write_file(const std::string& path, std::ios_base::openmode mode, Write writ
 }
 
 // A file that lines are appended to ends at a whole line: one without its LF was cut off by a crash, and the next would
-// run on from it. Returns the length, 0 if there is no such file; -1 for what is no plain file or cannot be opened.
-off_t keep_whole_lines(const std::string& path);
+// run on from it. `length` becomes the file's, 0 if there is no such file; -1 for what is no plain file or cannot be
+// opened, which is left to the writing.
+int keep_whole_lines(const std::string& path, off_t& length);
 // Brings it back to that length.
 void take_back(const std::string& path, off_t length);
 
 // Appends what `write` writes, all of it or nothing.
 template <class Write>
 int append_to_file(const std::string& path, Write write) {
-  const off_t length = keep_whole_lines(path);
+  off_t length = -1;
+  if (const int error = keep_whole_lines(path, length)) return error;
   const int error = write_file(path, std::ios_base::app, write);
   if (error != 0) take_back(path, length);
   return error;
