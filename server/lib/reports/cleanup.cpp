@@ -1,9 +1,11 @@
 #include "reports/cleanup.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <locale>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -78,24 +80,19 @@ std::optional<double> age_of(const std::string& line, std::time_t now, const std
   return std::difftime(now, time);
 }
 
-// A date in the future is an error of whoever wrote it.
-bool is_out_of_time(double age, double ttl_seconds) {
-  return age > ttl_seconds || age < 0;
-}
-
 // Judges a file's lines one after the other. Those of one report are adjacent and begin alike, so that its date is read
 // once for all of them; lines without a date are read, and logged, each.
 class LineJudge {
  public:
-  LineJudge(std::time_t now, std::uint32_t days_to_live, const std::string& filename)
-      : now_(now), ttl_seconds_(ttl_of(days_to_live)), filename_(filename) {}
+  LineJudge(std::time_t now, double ttl_seconds, const std::string& filename)
+      : now_(now), ttl_seconds_(ttl_seconds), filename_(filename) {}
 
   bool is_expired_or_invalid(const std::string& line) {
     if (begins_as_the_last(line)) return expired_;
     const auto age = age_of(line, now_, filename_);
     if (!age) return true;
     begin_ = begin_of(line);
-    expired_ = is_out_of_time(*age, ttl_seconds_);
+    expired_ = *age > ttl_seconds_ || *age < 0;  // a date in the future is an error of whoever wrote it
     return expired_;
   }
 
@@ -236,7 +233,7 @@ int create_empty(const std::string& tmp) {
 // The ".tmp" is opened for the first line that stays, or at the end if all have gone.
 int copy_kept_lines(std::time_t now, std::uint32_t days, const std::string& filename, std::uint32_t& removed_count) {
   const std::string tmp = tmp_name(filename);
-  LineJudge judge(now, days, filename);
+  LineJudge judge(now, ttl_of(days), filename);
   std::ofstream kept;
   kept.exceptions(std::ios_base::badbit | std::ios_base::failbit);
   int write_error = 0;
@@ -333,14 +330,13 @@ void mark_report_alarm_completed() {
 
 bool is_report_line_expired_or_invalid(const std::string& line, std::time_t now, double ttl_seconds,
                                        const std::string& filename) {
-  const auto age = age_of(line, now, filename);
-  return !age || is_out_of_time(*age, ttl_seconds);
+  return LineJudge(now, ttl_seconds, filename).is_expired_or_invalid(line);
 }
 
 int count_expired_reports_in_file(std::time_t now, std::uint32_t days_to_live, const std::string& filename,
                                   std::uint32_t& count) {
   count = 0;
-  LineJudge judge(now, days_to_live, filename);
+  LineJudge judge(now, ttl_of(days_to_live), filename);
   return for_each_line(filename, [&](const std::string& line) {
     if (judge.is_expired_or_invalid(line)) ++count;
     return true;
