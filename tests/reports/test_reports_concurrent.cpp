@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <new>
 #include <random>
@@ -22,9 +20,10 @@
 #include "report_optimize_tpc_dca.h"
 #include "reports/failing_files.h"
 #include "reports/file_lock.h"
+#include "reports/report_support.h"
 #include "reports/report_texts.h"
 #include "support/capture.h"
-#include "support/child_process.h"
+#include "support/gate.h"
 
 using namespace rrm::testing;
 
@@ -244,6 +243,7 @@ TEST_F(ConcurrentReports, OfTwoProcessesAreNeitherLostNorTornNorDoubled) {
 
 TEST_F(ConcurrentReports, OfTwoThreadsAreNeitherLostNorTornNorDoubled) {
   constexpr int reports_each = 80;
+  const FileWatch nothing_is_synced(path());
   learn_how_a_report_looks();
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
@@ -263,17 +263,6 @@ TEST_F(ConcurrentReports, OfTwoThreadsAreNeitherLostNorTornNorDoubled) {
   check_files();
 }
 
-// True if somebody waits for a lock of this file.
-bool is_awaited(const std::string& file) {
-  struct stat status {};
-  if (stat(file.c_str(), &status) != 0) return false;
-  const std::string inode = ":" + std::to_string(status.st_ino) + " ";
-  std::ifstream locks("/proc/locks");
-  for (std::string line; std::getline(locks, line);)
-    if (line.find("-> FLOCK") != std::string::npos && line.find(inode) != std::string::npos) return true;
-  return false;
-}
-
 TEST(ReportLock, IsTakenAgainWhenItsFileWasRemovedMeanwhile) {
   for (const bool made_anew : {false, true}) {
     const TempDir dir;
@@ -289,7 +278,7 @@ TEST(ReportLock, IsTakenAgainWhenItsFileWasRemovedMeanwhile) {
       locks_by_name = other >= 0 && flock(other, LOCK_EX | LOCK_NB) != 0;
       close(other);
     });
-    EXPECT_TRUE(eventually_true([&] { return is_awaited(file); }));
+    EXPECT_TRUE(eventually([&] { return reports::testing::is_waited_for(file); }));
     EXPECT_TRUE(std::filesystem::remove(file));
     if (made_anew) write_file(file, "");
     held.reset();
