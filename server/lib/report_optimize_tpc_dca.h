@@ -57,8 +57,8 @@ void remember_radio_report_before_optimize(RadioReport& report, const std::strin
 void remember_radio_report_after_optimize(RadioReport& report, const std::string& optimize_start_date,
                                           const rrm::ApMap& aps);
 // Appends the report. A failure raises event 18 and takes back what it has appended to the file that failed; without a
-// line in the index, queries do not see what the others have got. Throws nothing: what goes wrong here must not cost the
-// plan that is reported. 22 stands for an exception, whose text is logged.
+// line in the index, queries do not see what the others have got. Throws nothing: what goes wrong here must not cost
+// the plan that is reported. 22 stands for an exception, whose text is logged.
 int save_radio_report_to_files(const RadioReport& report, const std::string& domain_name,
                                const std::string& report_date, const std::string& report_files_path,
                                const rrm::DomainConfig& config);
