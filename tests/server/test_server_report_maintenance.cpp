@@ -297,13 +297,14 @@ TEST_F(Maintenance, ADomainOfAnUnknownPatternKeepsItsReportsAsLongAsANewDomain) 
 }
 
 TEST_F(Maintenance, TheRecordsOfADomainAreNotTakenForTheIndexOfAnother) {
-  for (const char* name : {"report_idx_idx_x.txt", "report_idx_x.txt", "report_idx_y.txt"}) {
+  for (const char* name :
+       {"report_idx_idx_x.txt", "report_idx_x.txt", "report_idx_cfg_w.txt", "report_idx_w.txt", "report_idx_y.txt"}) {
     write_file(reports.file(name), "");
   }
   configure({}, reports.path());
   make(functions());
-  EXPECT_EQ(maintenance->run_report_maintenance_job({reports.path(), {{"idx_x", 93}}}), Result::done);
-  EXPECT_EQ(calls.lines(), (Lines{"old idx_x 93", "all y"}));
+  EXPECT_EQ(maintenance->run_report_maintenance_job({reports.path(), {{"cfg_w", 93}, {"idx_x", 93}}}), Result::done);
+  EXPECT_EQ(calls.lines(), (Lines{"old cfg_w 93", "old idx_x 93", "all y"}));
 }
 
 TEST_F(Maintenance, AConfigurationWithoutDomainsWipesNothing) {

@@ -53,9 +53,10 @@ std::string names_of(const std::map<std::string, std::uint32_t>& domains) {
   return names;
 }
 
-// The data file of a domain "idx_x" has the name of the index of a domain "x".
+// The data file of a domain "idx_x" has the name of the index of a domain "x", that of "cfg_x" the name of its
+// settings.
 bool is_data_of_another(const std::string& domain, const ReportMaintenanceJob& job) {
-  return job.domains.contains("idx_" + domain);
+  return job.domains.contains("idx_" + domain) || job.domains.contains("cfg_" + domain);
 }
 
 // True if the path is a directory; else why not, in the log.
