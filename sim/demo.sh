@@ -107,7 +107,7 @@ finish() {
   # What was started in the very moment of an interruption has no name here yet.
   kill -TERM $(jobs -pr) 2>/dev/null || true
   exec 8>&-
-  [ -z "$prefix" ] || wait "$prefix" || true
+  [ -z "$prefix" ] || wait "$prefix" 2>/dev/null || true  # the shell may have forgotten one that ended
   show_reports || echo "demo: the report cannot be shown" >&2
   [ ! -e "$state/plan/plan.json" ] || echo "demo: plan and floor plans are in $state/plan"
   exit "$status"
