@@ -97,6 +97,7 @@ show_reports() {
 # The access points go first, as they would at a site whose controller is stopped last.
 finish() {
   local status=$?
+  [ "$BASHPID" = $$ ] || return 0  # a child that is ended before it has become its program comes here too
   trap '' INT TERM HUP QUIT
   trap - EXIT
   end "$simulation" || true
@@ -107,7 +108,7 @@ finish() {
   # What was started in the very moment of an interruption has no name here yet.
   kill -TERM $(jobs -pr) 2>/dev/null || true
   exec 8>&-
-  [ -z "$prefix" ] || wait "$prefix" 2>/dev/null || true  # the shell may have forgotten one that ended
+  [ -z "$prefix" ] || wait "$prefix" || true
   show_reports || echo "demo: the report cannot be shown" >&2
   [ ! -e "$state/plan/plan.json" ] || echo "demo: plan and floor plans are in $state/plan"
   exit "$status"
