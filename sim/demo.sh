@@ -97,7 +97,6 @@ show_reports() {
 # The access points go first, as they would at a site whose controller is stopped last.
 finish() {
   local status=$?
-  [ "$BASHPID" = $$ ] || return 0  # a child that is ended before it has become its program comes here too
   trap '' INT TERM HUP QUIT
   trap - EXIT
   end "$simulation" || true
@@ -152,15 +151,17 @@ for _ in {1..600}; do
   sleep 0.1
 done
 
-echo "demo: the access points of $site subscribe; a cycle takes about a minute"
-setsid "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --out "$state/plan" \
-  "${once[@]}" 8>&- &
-simulation=$!
+if kill -0 "$controller" 2>/dev/null; then
+  echo "demo: the access points of $site subscribe; a cycle takes about a minute"
+  setsid "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --out "$state/plan" \
+    "${once[@]}" 8>&- &
+  simulation=$!
+fi
 
 # Whichever ends first ends the demonstration.
 ended=
 status=0
-wait -n -p ended "$simulation" "$controller" || status=$?
+wait -n -p ended $simulation "$controller" || status=$?
 if [ "$ended" = "$simulation" ]; then
   simulation=
 else
