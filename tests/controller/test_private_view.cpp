@@ -114,6 +114,7 @@ TEST_F(PrivateView, TheHostSeesNothingOfIt) {
 TEST_F(PrivateView, IsOpenToAProcessWithoutPrivileges) {
   fs::permissions(outside_.path(), fs::perms::all);
   EXPECT_EQ(output_of([this] {
+              fs::current_path(outside_.path());  // the tests' own may be closed to all but root
               if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 ||
                                      setresuid(nobody, nobody, nobody) != 0))
                 throw std::runtime_error("cannot give up privileges");
