@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdarg>
 #include <cstdlib>
 #include <future>
 #include <stdexcept>
@@ -33,14 +32,8 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using zal::testing::AppliedConfig;
+using zal::testing::library_line;
 using zal::testing::TraceFile;
-
-__attribute__((format(printf, 2, 3))) void library_line(const Trace& trace, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  trace.ap_lib_limited_ap(format, args);
-  va_end(args);
-}
 
 TEST(Trace, EveryGradeWritesItsLine) {
   const TraceFile file;

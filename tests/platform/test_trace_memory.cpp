@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <string>
 
 #include "platform/standalone/TraceLog.h"
@@ -16,14 +15,8 @@ namespace {
 using rrm::testing::MemoryWatch;
 using ::testing::ElementsAre;
 using zal::testing::AppliedConfig;
+using zal::testing::library_line;
 using zal::testing::TraceFile;
-
-__attribute__((format(printf, 2, 3))) void library_line(const Trace& trace, const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  trace.ap_lib_limited_ap(format, args);
-  va_end(args);
-}
 
 void write_one_of_each(const Trace& trace, const std::string& text) {
   trace.ap("ap %s", text.c_str());

@@ -1,6 +1,7 @@
 // The process's log as a test reads it: while the object lives, Trace writes to a file of its own.
 #pragma once
 
+#include <cstdarg>
 #include <cstdlib>
 #include <sstream>
 #include <string>
@@ -11,6 +12,14 @@
 #include "zal/Trace.h"
 
 namespace zal::testing {
+
+// A line of the server library.
+__attribute__((format(printf, 2, 3))) inline void library_line(const Trace& trace, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  trace.ap_lib_limited_ap(format, args);
+  va_end(args);
+}
 
 class TraceFile {
  public:

@@ -10,7 +10,9 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -22,6 +24,16 @@
 namespace reports::testing {
 
 using Texts = std::vector<std::string>;
+
+// What the std::invalid_argument says that the call throws.
+inline std::string invalid_argument_of(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const std::invalid_argument& error) {
+    return error.what();
+  }
+  return "no such exception";
+}
 
 inline const std::string some_date = "2023-11-14,22:13:20";
 

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
-#include <stdexcept>
 
 #include "reports/cleanup.h"
 #include "reports/failing_files.h"
@@ -13,6 +12,7 @@
 #include "reports/report_texts.h"
 
 using namespace rrm::testing;
+using reports::testing::invalid_argument_of;
 using reports::testing::Texts;
 
 namespace {
@@ -20,16 +20,6 @@ namespace {
 constexpr std::time_t now = 1'700'000'000;  // 2023-11-14,22:13:20
 constexpr std::time_t midnight = 1'699'920'000;
 constexpr const char* no_such_file = "basic_ios::clear: iostream error, errno = 2: No such file or directory";
-
-template <class Act>
-std::string refusal_of(Act act) {
-  try {
-    act();
-  } catch (const std::invalid_argument& refusal) {
-    return refusal.what();
-  }
-  return "none";
-}
 
 // --- The alarm clock. The day whose cleanup has finished is the process's, so each test has days of its own.
 
@@ -337,9 +327,10 @@ TEST_F(CleanupCopy, FailsWhereItCannotReadOrWrite) {
 }
 
 TEST_F(CleanupCopy, RefusesToWorkWithoutAFileOrALife) {
-  EXPECT_EQ(refusal_of([&] { reports::copy_new_reports_from_one_file(now, 2, "", removed_); }),
+  EXPECT_EQ(invalid_argument_of([&] { reports::copy_new_reports_from_one_file(now, 2, "", removed_); }),
             "copy_new_reports_from_one_file: Invalid argument 'filename'.");
-  EXPECT_EQ(refusal_of([&] { copy(0); }), "copy_new_reports_from_one_file: Invalid argument 'days_to_live_of_report'.");
+  EXPECT_EQ(invalid_argument_of([&] { copy(0); }),
+            "copy_new_reports_from_one_file: Invalid argument 'days_to_live_of_report'.");
 }
 
 // --- A domain's files.
@@ -804,9 +795,9 @@ TEST_F(CleanupRecovery, GuessesNothingWhenItCannotTellWhetherTheCommitWasMade) {
 }
 
 TEST_F(CleanupRecovery, RefusesToWorkWithoutADomainOrAPath) {
-  EXPECT_EQ(refusal_of([&] { reports::reports_recovery_procedure_in_domain("", path()); }),
+  EXPECT_EQ(invalid_argument_of([&] { reports::reports_recovery_procedure_in_domain("", path()); }),
             "reports_recovery_procedure_in_domain: Invalid argument 'domain_name'.");
-  EXPECT_EQ(refusal_of([&] { reports::reports_recovery_procedure_in_domain("lab", ""); }),
+  EXPECT_EQ(invalid_argument_of([&] { reports::reports_recovery_procedure_in_domain("lab", ""); }),
             "reports_recovery_procedure_in_domain: Invalid argument 'files_path'.");
 }
 

@@ -8,11 +8,9 @@
 
 #include <cerrno>
 #include <chrono>
-#include <functional>
 #include <future>
 #include <mutex>
 #include <optional>
-#include <stdexcept>
 
 #include "Config.h"
 #include "failing_files.h"
@@ -30,20 +28,12 @@ using rrm::testing::eventually;
 using testing::a_record;
 using testing::default_settings;
 using ::testing::ElementsAre;
+using testing::invalid_argument_of;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using testing::ReportTest;
 using testing::Texts;
 using enum rrm::LogLevel;
-
-std::string invalid_argument_of(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::invalid_argument& error) {
-    return error.what();
-  }
-  return "no such exception";
-}
 
 class Query : public ReportTest {
  protected:

@@ -13,7 +13,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <fstream>
-#include <functional>
 #include <future>
 #include <stdexcept>
 
@@ -35,6 +34,7 @@ using testing::a_record;
 using testing::default_settings;
 using ::testing::ElementsAre;
 using testing::FileSizeLimit;
+using testing::invalid_argument_of;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 using testing::record_text;
@@ -43,15 +43,6 @@ using testing::some_date;
 using testing::Texts;
 using ::testing::UnorderedElementsAre;
 using enum rrm::LogLevel;
-
-std::string invalid_argument_of(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::invalid_argument& error) {
-    return error.what();
-  }
-  return "no such exception";
-}
 
 // --- Names.
 
