@@ -14,11 +14,11 @@
 
 #include "sim/ap_messages.h"
 #include "sim/stations.h"
+#include "sim/steering_events.h"
 #include "sim/world.h"
 
 namespace sim {
 
-using Millis = std::int64_t;
 using Log = std::function<void(const std::string&)>;
 
 // How far the AP has come in the present optimisation cycle.
