@@ -1,23 +1,13 @@
 #include "sim/report.h"
 
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
-#include <nlohmann/json.hpp>
+
+#include "sim/report_text.h"
 
 namespace sim {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-__attribute__((format(printf, 1, 2))) std::string line(const char* format, ...) {
-  char buffer[256];
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(buffer, sizeof buffer, format, arguments);
-  va_end(arguments);
-  return buffer;
-}
 
 std::string channel_text(const Radio& radio) {
   return std::to_string(radio.channel) + "/" + std::to_string(radio.bandwidth);
@@ -115,17 +105,10 @@ std::string plan_table(const Site& site, const CycleResult& cycle, const std::ve
   text +=
       line("clients        %zu of %zu associated -> %zu, median SINR %.1f -> %.1f dB\n\n", cycle.before.associated(),
            site.clients.size(), cycle.after.associated(), cycle.before.median_sinr_db(), cycle.after.median_sinr_db());
-  for (const Check& check : checks) {
-    text += std::string(check.passed ? "ok      " : "FAILED  ") + check.name + ": " + check.measured + "\n";
-  }
-  return text;
+  return text + checks_text(checks);
 }
 
 std::string plan_json(const Site& site, const CycleResult& cycle, const std::vector<Check>& checks) {
-  Json list = Json::array();
-  for (const Check& check : checks) {
-    list.push_back({{"name", check.name}, {"measured", check.measured}, {"passed", check.passed}});
-  }
   const Json json = {{"site", site.name},
                      {"domain", site.domain},
                      {"seed", site.seed},
@@ -133,7 +116,7 @@ std::string plan_json(const Site& site, const CycleResult& cycle, const std::vec
                      {"access_points", aps_json(site, cycle)},
                      {"interference", {{"before", sums_json(cycle.before)}, {"after", sums_json(cycle.after)}}},
                      {"clients", {{"before", stations_json(cycle.before)}, {"after", stations_json(cycle.after)}}},
-                     {"checks", std::move(list)}};
+                     {"checks", checks_json(checks)}};
   return json.dump(2) + "\n";
 }
 

@@ -247,6 +247,9 @@ void read_expectations(SiteReader& root, Site& site) {
     expected.power_falls_on_bands = falls.integers("bands");
     falls.finish();
   }
+  if (reader.has("steering")) {
+    expected.steering = read_steering_expectations(reader.object("steering"), site);
+  }
   reader.finish();
 }
 
@@ -276,6 +279,9 @@ Site parse_site(const std::string& text) {
   read_access_points(root, site);
   read_foreign(root, site);
   read_clients(root, site);
+  if (root.has("steering")) {
+    site.steering = read_steering_window(root.object("steering"));
+  }
   read_expectations(root, site);
   root.finish();
   return site;

@@ -6,12 +6,14 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "sim/geometry.h"
 #include "sim/mac.h"
+#include "sim/steering_scene.h"
 
 namespace sim {
 
@@ -111,12 +113,14 @@ struct ScanSettings {
   PerBand sensitivity_dbm{-92, -92, -92};
 };
 
-// What --once checks after the first whole cycle. A check that the file does not ask for is not made.
+// What --once checks after the first whole cycle, or at the end of a scene of steering. A check that the file does not
+// ask for is not made.
 struct Expectations {
   double interference_falls_by_db = 0;
   std::vector<int> rooms_share_no_block;  // bands
   double power_falls_within_m = 0;        // 0: not checked
   std::vector<int> power_falls_on_bands;
+  SteeringExpectations steering;
 };
 
 struct Site {
@@ -132,6 +136,7 @@ struct Site {
   std::vector<AccessPoint> access_points;
   std::vector<ForeignAp> foreign_aps;
   std::vector<Client> clients;
+  std::optional<SteeringWindow> steering;
   Expectations expectations;
 
   // The room that holds a point, or null.
