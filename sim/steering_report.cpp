@@ -160,7 +160,7 @@ std::string steering_table(const Site& site, const SteeringWindow& window, const
   std::string text = line("\n%s: the clients after %.0f s\n\n", site.domain.c_str(), seconds(figures.at));
   text += load_table(site, figures, window) + "\n";
   text += moves_line(figures) + ordered_lines(figures) + authentication_lines(figures) + held_line(figures);
-  text += line("refused             %d times, %d let in in the end since they kept trying\n\n", figures.turned_away,
+  text += line("turned away         %d; %d let in for good since they kept trying\n\n", figures.turned_away,
                figures.let_in_for_good);
   return text + checks_text(checks);
 }
