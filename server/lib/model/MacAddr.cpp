@@ -4,7 +4,33 @@
 
 namespace rrm {
 
+namespace {
+
+int hex_digit(char letter) {
+  if (letter >= '0' && letter <= '9') return letter - '0';
+  if (letter >= 'a' && letter <= 'f') return letter - 'a' + 10;
+  if (letter >= 'A' && letter <= 'F') return letter - 'A' + 10;
+  return -1;
+}
+
+// The usual notation, six pairs of digits; false for any other, of which sscanf may still make something.
+bool parse_pairs(const char* text, std::array<std::uint8_t, MacAddr::size>& bytes) {
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    const int high = hex_digit(*text);
+    const int low = high < 0 ? -1 : hex_digit(text[1]);
+    if (low < 0) return false;
+    bytes[i] = static_cast<std::uint8_t>(high * 16 + low);
+    text += 2;
+    if (i + 1 < bytes.size() && *text++ != ':') return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 MacAddr MacAddr::parse(const char* text) {
+  std::array<std::uint8_t, size> bytes{};
+  if (text != nullptr && parse_pairs(text, bytes)) return MacAddr(bytes);
   std::array<unsigned, size> fields{};
   if (text == nullptr || std::sscanf(text, "%02x:%02x:%02x:%02x:%02x:%02x", &fields[0], &fields[1], &fields[2],
                                      &fields[3], &fields[4], &fields[5]) != static_cast<int>(size)) {
