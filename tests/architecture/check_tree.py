@@ -18,7 +18,7 @@ ARROWS = {
     "server/lib/core": {"server/lib", "server/lib/json", "server/lib/websock"},
     "server/lib/json": {"yajson"},
     "server/lib/model": {"server/lib/core", "server/lib/json", "server/lib/steering", "server/lib"},
-    "server/lib/steering": {"server/lib/core", "server/lib/json", "server/lib/model"},
+    "server/lib/steering": {"server/lib/core", "server/lib/json", "server/lib/model", "server/lib"},
     "server/lib/protocol": {"server/lib/core", "server/lib/json", "server/lib/model", "server/lib"},
     "server/lib/planning": {"server/lib/core", "server/lib/model", "server/lib"},
     "server/lib/reports": {"server/lib/core", "server/lib/json", "server/lib"},

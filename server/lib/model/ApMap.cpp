@@ -101,6 +101,12 @@ std::shared_ptr<ApEntry> ApMap::find_by_any_mac(const MacAddr& mac) const {
   return owner == nullptr ? nullptr : find(owner->ap->mac);
 }
 
+ApMap::OwnedRadio ApMap::find_radio(const MacAddr& mac) const {
+  std::shared_ptr<ApEntry> ap = find_by_any_mac(mac);
+  Radio* radio = ap != nullptr ? ap->radios.find(storage_.radio_id_of(mac)) : nullptr;
+  return {std::move(ap), radio};
+}
+
 std::shared_ptr<ApEntry> ApMap::find_for_session(const MacAddr& mac, const BaseSession& session) const {
   std::shared_ptr<ApEntry> ap = find(mac);
   if (ap == nullptr) throw std::out_of_range("AP not found");
@@ -220,9 +226,7 @@ void ApMap::write_802dot11k(const ApEntry& ap, JsonWriter& array, const Neighbou
     return;
   }
   for (const auto& [mac, heard] : visible) {
-    const std::int32_t radio_id = storage_.radio_id_of(mac);
-    const std::shared_ptr<ApEntry> neighbour = find_by_any_mac(mac);
-    const Radio* radio = neighbour != nullptr ? neighbour->radios.find(radio_id) : nullptr;
+    const Radio* radio = find_radio(mac).radio;
     if (radio != nullptr) write_neighbour(array, ap.radios, *radio, mac);
   }
 }

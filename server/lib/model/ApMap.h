@@ -32,6 +32,12 @@ class ApMap {
   std::shared_ptr<ApEntry> find_by_any_mac(const MacAddr& mac) const;
   // The AP under this key, for a message of its session. Throws std::out_of_range, "AP not found" or "invalid session".
   std::shared_ptr<ApEntry> find_for_session(const MacAddr& mac, const BaseSession& session) const;
+  // The AP that owns this address, and its radio that the index gives for it; null without an AP.
+  struct OwnedRadio {
+    std::shared_ptr<ApEntry> ap;
+    Radio* radio = nullptr;
+  };
+  OwnedRadio find_radio(const MacAddr& mac) const;
   // Some enabled radio or VAP has this address.
   bool contains(const MacAddr& mac) const { return storage_.owner_of(mac) != nullptr; }
   const ApStorage& storage() const { return storage_; }

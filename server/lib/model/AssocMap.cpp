@@ -1,5 +1,7 @@
 #include "model/AssocMap.h"
 
+#include <utility>
+
 #include "core/clock.h"
 #include "core/log.h"
 #include "json/JsonReader.h"
@@ -37,6 +39,12 @@ bool AssocMap::set_rssi(const MacAddr& mac, std::int32_t rssi) {
 
 void AssocMap::remove_client(const MacAddr& mac) {
   clients_.erase(mac);
+}
+
+bool AssocMap::take_ack(const MacAddr& mac, const std::string& ssid) {
+  const auto place = clients_.find(mac);
+  if (place == clients_.end() || place->second.ssid != ssid) return false;
+  return std::exchange(place->second.need_ack, false);
 }
 
 void AssocMap::add_expected(const MacAddr& mac, const ExpectedClient& expected) {

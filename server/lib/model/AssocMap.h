@@ -49,6 +49,8 @@ class AssocMap {
   // Only a negative level of a known client is a reading; the result says whether it was stored.
   bool set_rssi(const MacAddr& mac, std::int32_t rssi);
   void remove_client(const MacAddr& mac);
+  // The AP waits for an acknowledgement of this client no longer. True if it did, for a client under this SSID.
+  bool take_ack(const MacAddr& mac, const std::string& ssid);
   // A client that is associated already is not expected.
   void add_expected(const MacAddr& mac, const ExpectedClient& expected);
   void remove_expected(const MacAddr& mac);

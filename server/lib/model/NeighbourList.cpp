@@ -14,12 +14,13 @@ MacAddr as_heard(const MacAddr& address, const MacAddr& radio_mac, const MacAddr
   return same ? address.rebased_on_local_bit_of(heard) : address;
 }
 
-std::vector<ListedVap> common_11k_vaps(const Radio& own, const Radio& neighbour, const MacAddr& heard) {
+std::vector<ListedVap> common_vaps(const Radio& own, const Radio& neighbour, const MacAddr& heard,
+                                   bool VapEntry::*use) {
   std::vector<ListedVap> listed;
   for (const auto& [ssid, own_vap] : own.vaps) {
-    if (!own_vap.use_802dot11k || !neighbour.vaps.contains_with_11k(ssid)) continue;
-    const VapEntry& vap = *neighbour.vaps.find(ssid);
-    listed.push_back({vap.id, ssid, as_heard(vap.mac, neighbour.mac, heard)});
+    const VapEntry* vap = own_vap.*use ? neighbour.vaps.find(ssid) : nullptr;
+    if (vap == nullptr || !(vap->*use)) continue;
+    listed.push_back({vap->id, ssid, as_heard(vap->mac, neighbour.mac, heard)});
   }
   return listed;
 }
@@ -46,7 +47,7 @@ void write_neighbour(JsonWriter& array, const Radios& own, const Radio& neighbou
   if (!neighbour.status) return;
   const Radio* concerned = concerned_radio(own, neighbour);
   if (concerned == nullptr) return;
-  const std::vector<ListedVap> vaps = common_11k_vaps(*concerned, neighbour, heard);
+  const std::vector<ListedVap> vaps = common_vaps(*concerned, neighbour, heard, &VapEntry::use_802dot11k);
   if (!vaps.empty()) write_neighbour_object(array, neighbour, heard, neighbour.priority, vaps);
 }
 

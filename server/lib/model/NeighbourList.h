@@ -30,8 +30,9 @@ const Radio* concerned_radio(const Radios& own, const Radio& neighbour);
 // that address or the radio's own up to that bit; else the address as it stands.
 MacAddr as_heard(const MacAddr& address, const MacAddr& radio_mac, const MacAddr& heard);
 
-// The VAPs with 802.11k of a neighbour radio whose SSID has 802.11k on the own radio too, in the order of the SSIDs.
-std::vector<ListedVap> common_11k_vaps(const Radio& own, const Radio& neighbour, const MacAddr& heard);
+// The VAPs of a neighbour radio that have a switch on (802.11k or 802.11v), as has the own radio's VAP of that SSID, in
+// the order of the SSIDs.
+std::vector<ListedVap> common_vaps(const Radio& own, const Radio& neighbour, const MacAddr& heard, bool VapEntry::*use);
 
 // Adds one neighbour object to the array.
 void write_neighbour_object(JsonWriter& array, const Radio& neighbour, const MacAddr& heard, std::uint32_t priority,
