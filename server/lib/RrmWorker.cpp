@@ -6,6 +6,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "BlacklistSubworker.h"
+#include "LoadBalancer802dot11vSubworker.h"
+#include "LoadBalancerSubworker.h"
 #include "RRM.h"
 #include "TpcDcaSubworker.h"
 #include "core/QueueMessage.h"
@@ -58,6 +61,14 @@ void write_set(const ApMap& set, JsonWriter& object, const char* name, void (ApM
   (set.*dump)(array);
 }
 
+template <class T, class... Arguments>
+T* add_subworker(std::vector<std::unique_ptr<IRrmSubworker>>& subworkers, Arguments&&... arguments) {
+  auto subworker = std::make_unique<T>(std::forward<Arguments>(arguments)...);
+  T* const made = subworker.get();
+  subworkers.push_back(std::move(subworker));
+  return made;
+}
+
 // Nothing is counted; the readers of the answer expect the keys.
 void write_metrics(JsonWriter& details) {
   JsonWriter metrics = JsonWriter::object(details, "metrics");
@@ -78,9 +89,10 @@ RrmWorker::RrmWorker(GlobalConfig* global_config, const DomainConfig& settings, 
       global_(global_config),
       config_(settings),
       time_zone_offset_(time_zone) {
-  auto tpc_dca = std::make_unique<TpcDcaSubworker>(*this, std::move(optimization));
-  tpc_dca_ = tpc_dca.get();
-  subworkers_.push_back(std::move(tpc_dca));
+  tpc_dca_ = add_subworker<TpcDcaSubworker>(subworkers_, *this, std::move(optimization));
+  blacklist_ = add_subworker<BlacklistSubworker>(subworkers_, *this);
+  load_balancer_ = add_subworker<LoadBalancerSubworker>(subworkers_, *this);
+  load_balancer_802dot11v_ = add_subworker<LoadBalancer802dot11vSubworker>(subworkers_, *this);
   if (config_.use_balance || config_.use_80211v) arm_balance_timer();
 }
 
@@ -174,9 +186,49 @@ TpcDcaSubworker& RrmWorker::tpc_dca() {
   return *tpc_dca_;
 }
 
+BlacklistSubworker& RrmWorker::blacklist() {
+  mutex.assert_held();
+  return *blacklist_;
+}
+
+LoadBalancerSubworker& RrmWorker::load_balancer() {
+  mutex.assert_held();
+  return *load_balancer_;
+}
+
+LoadBalancer802dot11vSubworker& RrmWorker::load_balancer_802dot11v() {
+  mutex.assert_held();
+  return *load_balancer_802dot11v_;
+}
+
+bool RrmWorker::use_wildcard_80211r() const {
+  return global_->global().use_wildcard_80211r;
+}
+
 void RrmWorker::set_load_balancer_lock(bool lock) {
   mutex.assert_held();
   load_balancer_lock_ = lock;
+}
+
+bool RrmWorker::load_balancer_lock() const {
+  mutex.assert_held();
+  return load_balancer_lock_;
+}
+
+void RrmWorker::pause_load_balancer() {
+  mutex.assert_held();
+  load_balancer_stop_ = true;
+  load_balancer_counter_ = load_balancer_pause / config_.tick;
+}
+
+bool RrmWorker::pause_goes_on() const {
+  mutex.assert_held();
+  return load_balancer_stop_ && load_balancer_counter_ != 1;
+}
+
+bool RrmWorker::balancing_paused() const {
+  mutex.assert_held();
+  return load_balancer_stop_ || load_balancer_lock_;
 }
 
 void RrmWorker::send(const JsonWriter& message, const BaseSession& session) {
@@ -217,7 +269,7 @@ void RrmWorker::process_message(JsonReader& json, BaseSession& session) {
 
 void RrmWorker::dispatch(Command command, const JsonReader& json, const BaseSession& session) {
   if (command == Command::drop_session) return process_drop_session(session);
-  if (command == Command::stop_load_balancer) return process_stop_load_balancer();
+  if (command == Command::stop_load_balancer) return pause_load_balancer();
 
   const MacAddr mac = MacAddr::parse(json.get_string(key::ap_mac));
   RRM_LOG(LOG_TRACE, "process_message %s for %s", protocol::command_name(command), mac.to_string().c_str());
@@ -242,13 +294,8 @@ void RrmWorker::dispatch_from_known_ap(Command command, const JsonReader& json, 
       tpc_dca_->process_message(json, command, aps_.find_for_session(mac, session));
       return;
     default:
-      return process_balancer_cmd(command, mac);
+      return process_balancer_cmd(command, json, mac);
   }
-}
-
-void RrmWorker::process_stop_load_balancer() {
-  load_balancer_stop_ = true;
-  load_balancer_counter_ = load_balancer_pause / config_.tick;
 }
 
 void RrmWorker::process_drop_session(const BaseSession& session) {
@@ -287,19 +334,31 @@ void RrmWorker::change_config(ApMap& set, const std::shared_ptr<ApEntry>& ap, co
                               const BaseSession& session, const MacAddr& mac) {
   process_exists_ap(Command::rrm_config_changed, json, session, mac, *ap, false);
   set.reindex(ap);
-  tpc_dca_->post_tpc_results_ap(*ap, true, true);
+  tpc_dca_->post_tpc_results_ap(*ap, true, true, false);
 }
 
 // What clients do is for the sub-workers that steer them.
-void RrmWorker::process_balancer_cmd(Command command, const MacAddr& mac) {
+void RrmWorker::process_balancer_cmd(Command command, const JsonReader& json, const MacAddr& mac) {
   auto ap = aps_.find_by_any_mac(mac);
   if (ap == nullptr) {
     ap = unanswered_aps_.find_by_any_mac(mac);
     if (ap == nullptr) return;
     RRM_LOG(LOG_TRACE, "To unanswered rrm balancer cmd");
   }
+  process_balancer_ap(command, json, ap);
+}
+
+// The load balancer comes first; what it does not take, or may not, is the 802.11v balancer's.
+void RrmWorker::process_balancer_ap(Command command, const JsonReader& json, const std::shared_ptr<ApEntry>& ap) {
   RRM_LOG(LOG_TRACE, "process_message balancer %s for %s", protocol::command_name(command),
           ap->mac.to_string().c_str());
+  if (command == Command::rrm_assoc_state_changed) {
+    blacklist_->process_message(json, command, ap);
+    return;
+  }
+  const bool balanced = config_.use_balance && ap->radios.any_balancer_free();
+  if (balanced && load_balancer_->process_message(json, command, ap)) return;
+  if (config_.use_80211v && ap->radios.any_11v()) load_balancer_802dot11v_->process_message(json, command, ap);
 }
 
 // Subscribes
@@ -370,7 +429,9 @@ void RrmWorker::subscribe_new(const ApFactory& factory, const JsonReader& json, 
 }
 
 void RrmWorker::accept_subscribe(const ApEntry& ap) {
-  send(protocol::subscribe_success(name, ap, config_), ap.session);
+  const auto add_list = [&, &tpc_dca = *tpc_dca_](JsonWriter& settings) { tpc_dca.add_neighbour_list(ap, settings); };
+  send(protocol::subscribe_success(name, ap, config_, add_list), ap.session);
+  tpc_dca_->post_results_802dot11r_ap(ap, true, true);
 }
 
 void RrmWorker::refuse_subscribe(SubscribeFailure failure, const BaseSession& session, const MacAddr& mac) {
@@ -399,13 +460,17 @@ void RrmWorker::process_exists_ap(Command command, const JsonReader& json, const
   const bool channels_same = ap.radios.channels_equal(scratch);
   const bool priority_changed = ap.radios.update_priorities();
   const bool wildcard_changed = command == Command::subscribe_request && take_wildcard_setting(json, ap);
-  log_list_updates(scratch, vaps_same, channels_same, priority_changed, wildcard_changed);
+  const ListUpdates updates = list_updates(scratch, vaps_same, channels_same, priority_changed, wildcard_changed);
 
   if (!json.get_array(key::radios).empty()) ap.radios.set_validate_power(scratch);
   const bool settings_same = scratch.all_settings_equal(ap.radios);
   if (!vaps_same || !settings_same) raise_domain_changed();
   ap.radios.from_json(json, channel_pools_, !vaps_same, !channels_same);
-  if (force || !settings_same) replan_without_neighbours(ap, force);
+  if (force || !settings_same) {
+    replan_without_neighbours(ap, force);
+  } else {
+    plan_list_updates(updates);
+  }
 }
 
 void RrmWorker::replan_without_neighbours(ApEntry& ap, bool force) {
@@ -416,18 +481,29 @@ void RrmWorker::replan_without_neighbours(ApEntry& ap, bool force) {
 }
 
 // Which of the lists that neighbours are sent the change concerns.
-void RrmWorker::log_list_updates(const Radios& reported, bool vaps_same, bool channels_same, bool priority_changed,
-                                 bool wildcard_changed) const {
+RrmWorker::ListUpdates RrmWorker::list_updates(const Radios& reported, bool vaps_same, bool channels_same,
+                                               bool priority_changed, bool wildcard_changed) const {
+  ListUpdates updates;
   const bool picture_changed = !(vaps_same && channels_same);
   if (config_.use_80211v && reported.any_11kv()) {
-    RRM_LOG(LOG_EVENT, "process_exists_ap update_802dot11kv %d (%d/%d/%d)", picture_changed || priority_changed,
-            vaps_same, channels_same, priority_changed);
+    updates.transition_lists = picture_changed || priority_changed;
+    RRM_LOG(LOG_EVENT, "process_exists_ap update_802dot11kv %d (%d/%d/%d)", updates.transition_lists, vaps_same,
+            channels_same, priority_changed);
   } else if (config_.use_80211k && reported.any_11k()) {
-    RRM_LOG(LOG_EVENT, "process_exists_ap update_802dot11k %d (%d/%d)", picture_changed, vaps_same, channels_same);
+    updates.plain_lists = picture_changed;
+    RRM_LOG(LOG_EVENT, "process_exists_ap update_802dot11k %d (%d/%d)", updates.plain_lists, vaps_same, channels_same);
   }
   if (config_.use_80211r) {
-    RRM_LOG(LOG_EVENT, "process_exists_ap update_802dot11r %d", wildcard_changed || !vaps_same);
+    updates.links = wildcard_changed || !vaps_same;
+    RRM_LOG(LOG_EVENT, "process_exists_ap update_802dot11r %d", updates.links);
   }
+  return updates;
+}
+
+void RrmWorker::plan_list_updates(const ListUpdates& updates) {
+  if (updates.transition_lists) load_balancer_802dot11v_->planning_update_802dot11v(true);
+  if (updates.plain_lists) tpc_dca_->planning_update_802dot11k();
+  if (updates.links) tpc_dca_->planning_update_802dot11r();
 }
 
 // Time
@@ -468,9 +544,11 @@ void RrmWorker::process_timer_balance() {
   for (const auto& [mac, ap] : aps_) {
     for (Radio& radio : ap->radios.list) {
       radio.assoc.tick_expected();
-      if (config_.use_80211v || radio.locked_80211v == 0) radio.update_priority();
+      const bool prioritised = config_.use_80211v || radio.locked_80211v == 0;
+      if (prioritised && radio.update_priority()) load_balancer_802dot11v_->planning_update_802dot11v(false);
     }
   }
+  if (config_.use_balance) load_balancer_->process_timer();
   arm_balance_timer();
 }
 

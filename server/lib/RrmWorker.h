@@ -27,6 +27,9 @@
 
 namespace rrm {
 
+class BlacklistSubworker;
+class LoadBalancer802dot11vSubworker;
+class LoadBalancerSubworker;
 class TpcDcaSubworker;
 
 class RrmWorker final : public Worker {
@@ -67,8 +70,17 @@ class RrmWorker final : public Worker {
   ApMap& unanswered_aps();
   ChannelPools& channel_pools();
   TpcDcaSubworker& tpc_dca();
-  // Steering pauses while the optimisation measures.
+  BlacklistSubworker& blacklist();
+  LoadBalancerSubworker& load_balancer();
+  LoadBalancer802dot11vSubworker& load_balancer_802dot11v();
+  bool use_wildcard_80211r() const;  // of the server's settings
+  // Steering pauses while the optimisation measures, and for a minute by order, which a new order begins anew.
   void set_load_balancer_lock(bool lock);
+  bool load_balancer_lock() const;
+  void pause_load_balancer();
+  bool pause_goes_on() const;  // a pause by order that does not end on the next tick
+  bool balancing_paused() const;
+  std::size_t queue_length() const { return static_cast<std::size_t>(queue.size()); }
   // Sends a message at once.
   void send(const JsonWriter& message, const BaseSession& session);
   // Keeps a message for the end of the pass. A null text is an error, and nothing is kept.
@@ -82,13 +94,14 @@ class RrmWorker final : public Worker {
   void dispatch_from_known_ap(protocol::Command command, const JsonReader& json, const BaseSession& session,
                               const MacAddr& mac) RRM_REQUIRES(mutex);
   void process_drop_session(const BaseSession& session) RRM_REQUIRES(mutex);
-  void process_stop_load_balancer() RRM_REQUIRES(mutex);
   void process_unsubscribe(const BaseSession& session, const MacAddr& mac) RRM_REQUIRES(mutex);
   void process_config_changed(const JsonReader& json, const BaseSession& session, const MacAddr& mac)
       RRM_REQUIRES(mutex);
   void change_config(ApMap& set, const std::shared_ptr<ApEntry>& ap, const JsonReader& json, const BaseSession& session,
                      const MacAddr& mac) RRM_REQUIRES(mutex);
-  void process_balancer_cmd(protocol::Command command, const MacAddr& mac) RRM_REQUIRES(mutex);
+  void process_balancer_cmd(protocol::Command command, const JsonReader& json, const MacAddr& mac) RRM_REQUIRES(mutex);
+  void process_balancer_ap(protocol::Command command, const JsonReader& json, const std::shared_ptr<ApEntry>& ap)
+      RRM_REQUIRES(mutex);
 
   // Subscribes: each road of an AP has its own function.
   void process_subscribe_request(const JsonReader& json, const BaseSession& session, const MacAddr& mac)
@@ -108,8 +121,14 @@ class RrmWorker final : public Worker {
   void process_exists_ap(protocol::Command command, const JsonReader& json, const BaseSession& session,
                          const MacAddr& mac, ApEntry& ap, bool force) RRM_REQUIRES(mutex);
   void replan_without_neighbours(ApEntry& ap, bool force) RRM_REQUIRES(mutex);
-  void log_list_updates(const Radios& reported, bool vaps_same, bool channels_same, bool priority_changed,
-                        bool wildcard_changed) const;
+  struct ListUpdates {  // that a change makes due
+    bool transition_lists = false;
+    bool plain_lists = false;
+    bool links = false;
+  };
+  ListUpdates list_updates(const Radios& reported, bool vaps_same, bool channels_same, bool priority_changed,
+                           bool wildcard_changed) const;
+  void plan_list_updates(const ListUpdates& updates) RRM_REQUIRES(mutex);
 
   // Time.
   void arm_tick() RRM_REQUIRES(mutex);
@@ -132,7 +151,10 @@ class RrmWorker final : public Worker {
   ApMap unanswered_aps_ RRM_GUARDED_BY(mutex);  // silent in this cycle
   ChannelPools channel_pools_ RRM_GUARDED_BY(mutex);
   std::vector<std::unique_ptr<IRrmSubworker>> subworkers_ RRM_GUARDED_BY(mutex);
-  TpcDcaSubworker* tpc_dca_ RRM_GUARDED_BY(mutex);  // the first of them
+  TpcDcaSubworker* tpc_dca_ RRM_GUARDED_BY(mutex);  // the first of them, the others behind it in this order
+  BlacklistSubworker* blacklist_ RRM_GUARDED_BY(mutex);
+  LoadBalancerSubworker* load_balancer_ RRM_GUARDED_BY(mutex);
+  LoadBalancer802dot11vSubworker* load_balancer_802dot11v_ RRM_GUARDED_BY(mutex);
   TimerList timers_ RRM_GUARDED_BY(mutex);
   std::deque<std::shared_ptr<QueueMessage>> broadcast_buffer_ RRM_GUARDED_BY(mutex);
   bool load_balancer_stop_ RRM_GUARDED_BY(mutex) = false;         // by an order, until the counter has run down

@@ -5,11 +5,13 @@
 #include <cstdlib>
 #include <utility>
 
+#include "LoadBalancer802dot11vSubworker.h"
 #include "RrmWorker.h"
 #include "core/clock.h"
 #include "core/log.h"
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
+#include "planning/fbt_links.h"
 #include "protocol/keys.h"
 #include "protocol/messages.h"
 
@@ -96,23 +98,38 @@ RrmStatus TpcDcaSubworker::restored_status(std::int32_t number) const {
 
 void TpcDcaSubworker::process_timer_vrrp() {
   vrrp_restore_pending_ = false;
-  if (rrm_status_ == RrmStatus::IDLE) return;
-  RRM_LOG(LOG_TRACE, "VRRP restore timer: restarting optimization pipeline on domain %s from state %d", domain_.c_str(),
-          static_cast<int>(rrm_status_));
-  forget_thread();
-  go_idle();
-  force_optimization();
+  if (rrm_status_ != RrmStatus::IDLE) {
+    RRM_LOG(LOG_TRACE, "VRRP restore timer: restarting optimization pipeline on domain %s from state %d",
+            domain_.c_str(), static_cast<int>(rrm_status_));
+    forget_thread();
+    go_idle();
+    force_optimization();
+  }
+  if (fbt_status_ == 1 || config_.use_80211r) planning_update_802dot11r();
 }
 
 // State
 
 // Timers that are due together all run, also one that an earlier of them has replaced: that one must do nothing.
 void TpcDcaSubworker::set_timer(TimerId id, std::int32_t delay) {
-  const auto expire = [this, id, setting = ++timer_settings_[id]] {
-    if (setting != timer_settings_[id]) return;
-    id == timer_vrrp ? process_timer_vrrp() : process_timer();
+  const auto callback = [this, id, setting = ++timer_settings_[id]] {
+    if (setting == timer_settings_[id]) expire(id);
   };
-  timers_.replace(id, expire, delay);
+  timers_.replace(id, callback, delay);
+}
+
+void TpcDcaSubworker::expire(TimerId id) {
+  switch (id) {
+    case timer_pipeline:
+      return process_timer();
+    case timer_802dot11k:
+      return process_timer_802dot11k();
+    case timer_802dot11r:
+      return process_timer_802dot11r();
+    case timer_vrrp:
+    case timer_count:
+      return process_timer_vrrp();
+  }
 }
 
 void TpcDcaSubworker::remove_timer(TimerId id) {
@@ -168,7 +185,8 @@ void TpcDcaSubworker::process_timer() {
 void TpcDcaSubworker::planning_request_modes(bool force) {
   if (!has_work()) {
     remove_timer(timer_pipeline);
-    return go_idle();
+    go_idle();
+    return plan_lists_without_cycle();
   }
   if (force) {
     remove_timer(timer_802dot11k);
@@ -182,6 +200,18 @@ void TpcDcaSubworker::planning_request_modes(bool force) {
   } else {
     plan_nothing();
   }
+}
+
+// There is nothing to measure, but where all APs count as neighbours their lists need no measurement.
+void TpcDcaSubworker::plan_lists_without_cycle() {
+  if (config_.use_all_ap_balance) {
+    if (config_.use_80211v) {
+      worker_.load_balancer_802dot11v().planning_update_802dot11v(true);
+    } else if (config_.use_80211k) {
+      planning_update_802dot11k();
+    }
+  }
+  if (config_.use_80211r) planning_update_802dot11r();
 }
 
 // 0 where no time of day is set, or the system cannot tell the time.
@@ -412,6 +442,7 @@ void TpcDcaSubworker::use_result(const std::unique_ptr<OptimizationResult>& resu
   } else if (result->success) {
     apply_result(*result);
     post_tpc_results(true);
+    update_802dot11r();
   } else if (!result->error_message.empty()) {
     RRM_LOG(LOG_WARNING, "Optimization cancelled or failed: %s", result->error_message.c_str());
   } else {
@@ -444,16 +475,118 @@ void TpcDcaSubworker::apply_radio(ApEntry& ap, const Radio& planned) {
 
 void TpcDcaSubworker::post_tpc_results(bool with_radios) {
   RRM_LOG(LOG_TRACE, "Post tpc-results");
-  for (const auto& [mac, ap] : aps_) post_tpc_results_ap(*ap, false, with_radios);
+  for (const auto& [mac, ap] : aps_) post_tpc_results_ap(*ap, false, with_radios, false);
+  worker_.load_balancer_802dot11v().commit_priorities();
 }
 
-void TpcDcaSubworker::post_tpc_results_ap(const ApEntry& ap, bool direct, bool with_radios) {
-  const JsonWriter message = protocol::rrm_info(ap, config_, with_radios);
+void TpcDcaSubworker::post_tpc_results_ap(const ApEntry& ap, bool direct, bool with_radios, bool only_if_changed) {
+  JsonWriter message = protocol::rrm_info(ap, config_, with_radios);
+  const std::optional<bool> list_changed = add_neighbour_list(ap, message);
+  if (list_changed) {
+    const std::string mac = ap.mac.to_string();
+    if (!*list_changed && only_if_changed) {
+      RRM_LOG(LOG_TRACE, "802.11kv list has not changed on %s, no need to send new one", mac.c_str());
+      return;
+    }
+    RRM_LOG(LOG_TRACE,
+            "802.11kv list has changed (or has no actual lists after reboot) on %s, sending new 802.11kv list",
+            mac.c_str());
+  }
+  post(message, ap, direct);
+}
+
+void TpcDcaSubworker::post(const JsonWriter& message, const ApEntry& ap, bool direct) {
   if (direct) {
     worker_.send(message, ap.session);
   } else {
     worker_.broadcast_buffer_add(message.to_string(), ap.session);
   }
+}
+
+// Lists and links
+
+// APs that have just gone stay in the plain lists until they are dropped.
+std::optional<bool> TpcDcaSubworker::add_neighbour_list(const ApEntry& ap, JsonWriter& message) const {
+  if (config_.use_80211v && ap.radios.any_11kv()) {
+    JsonWriter list = JsonWriter::array(message, protocol::key::neighbour_list);
+    return worker_.load_balancer_802dot11v().fill_lists(ap, list);
+  }
+  if (config_.use_80211k && ap.radios.any_11k()) {
+    JsonWriter list = JsonWriter::array(message, protocol::key::neighbour_list);
+    aps_.write_802dot11k(ap, list, ap.visible_members);
+    deleted_aps_.write_802dot11k(ap, list, ap.visible_members);
+  }
+  return std::nullopt;
+}
+
+bool TpcDcaSubworker::between_cycles() const {
+  return rrm_status_ == RrmStatus::IDLE || rrm_status_ == RrmStatus::DELAY_BEFORE_OPT;
+}
+
+void TpcDcaSubworker::planning_update_802dot11k() {
+  if (config_.use_80211k && between_cycles()) {
+    RRM_LOG(LOG_TRACE, "Planning update 802dot11k domain %s", domain_.c_str());
+    set_timer(timer_802dot11k, config_.force_delay);
+  } else {
+    RRM_LOG(LOG_TRACE, "NOT Planning update 802dot11k domain %s status %d", domain_.c_str(),
+            static_cast<int>(rrm_status_));
+  }
+}
+
+void TpcDcaSubworker::process_timer_802dot11k() {
+  if (config_.use_80211k && between_cycles()) {
+    RRM_LOG(LOG_TRACE, "Process update 802dot11k domain %s", domain_.c_str());
+    post_tpc_results(false);
+  } else {
+    RRM_LOG(LOG_TRACE, "Not update 802dot11k domain %s", domain_.c_str());
+  }
+}
+
+void TpcDcaSubworker::planning_update_802dot11r() {
+  if (vrrp_restore_pending_) {
+    fbt_status_ = 1;
+  } else if (config_.use_80211r && between_cycles()) {
+    RRM_LOG(LOG_TRACE, "Planning update 802dot11r domain %s", domain_.c_str());
+    set_timer(timer_802dot11r, config_.force_delay);
+    fbt_status_ = 1;
+  } else {
+    RRM_LOG(LOG_TRACE, "NOT Planning update 802dot11r domain %s", domain_.c_str());
+  }
+}
+
+void TpcDcaSubworker::process_timer_802dot11r() {
+  if (config_.use_80211r && between_cycles()) {
+    RRM_LOG(LOG_TRACE, "Process update 802dot11r domain %s", domain_.c_str());
+    update_802dot11r();
+    raise_domain_changed();  // the links must reach the backup
+  } else {
+    RRM_LOG(LOG_TRACE, "Not update 802dot11r domain %s", domain_.c_str());
+  }
+}
+
+void TpcDcaSubworker::update_802dot11r() {
+  if (!config_.use_80211r) return;
+  const bool wildcard = worker_.use_wildcard_80211r();
+  RRM_LOG(LOG_TRACE, "Update 802dot11r domain %s", domain_.c_str());
+  fill_key_holders(aps_, wildcard);
+  RRM_LOG(LOG_TRACE, "morvane use_wildcard_80211r=%d", wildcard);
+  const bool changed = update_fbt_links(aps_, config_, wildcard);
+  RRM_LOG(LOG_TRACE, "FBT settings changed = %d", changed);
+  fbt_status_ = 0;
+  if (changed) post_results_802dot11r();
+}
+
+void TpcDcaSubworker::post_results_802dot11r() {
+  for (const auto& [mac, ap] : aps_) {
+    post_results_802dot11r_ap(*ap, false, false);
+    ap->fbt_changed = false;
+  }
+}
+
+void TpcDcaSubworker::post_results_802dot11r_ap(const ApEntry& ap, bool direct, bool force) {
+  RRM_LOG(LOG_TRACE, "Post 802dot11r results domain %s", domain_.c_str());
+  if (!config_.use_80211r) return;
+  if (ap.fbt_changed || (force && ap.radios.any_11r())) post(protocol::fbt_info(ap, aps_, config_), ap, direct);
 }
 
 // The cycle has lost all its APs: they are asked again, after the delay of a forced request.

@@ -9,11 +9,14 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "IRrmSubworker.h"
 #include "OptimizationThread.h"
 
 namespace rrm {
+
+class JsonWriter;
 
 enum class RrmStatus : std::int32_t {
   IDLE = 0,                    // nothing planned
@@ -47,8 +50,21 @@ class TpcDcaSubworker final : public IRrmSubworker {
   // APs on a channel that they may not use go through the cycle without having answered.
   void mark_off_profile_aps_ready_for_remediation();
 
-  // rrm-info for one AP: at once with `direct`, else at the end of the worker's pass.
-  void post_tpc_results_ap(const ApEntry& ap, bool direct, bool with_radios);
+  // rrm-info for one AP, with its neighbour list: at once with `direct`, else at the end of the worker's pass. With
+  // `only_if_changed` nothing is sent, radios included, while the 802.11v list stays as it is.
+  void post_tpc_results_ap(const ApEntry& ap, bool direct, bool with_radios, bool only_if_changed);
+  // Adds to a message the neighbour list that the AP gets. Empty if it gets none, or a plain 802.11k one, else whether
+  // the 802.11v list differs from what was sent last.
+  std::optional<bool> add_neighbour_list(const ApEntry& ap, JsonWriter& message) const;
+
+  // Sends new 802.11k lists `force_delay` from now. Refused during a cycle, whose results bring new lists anyway.
+  void planning_update_802dot11k();
+
+  // 802.11r: links all VAPs anew, `force_delay` from now or at once, and tells the APs what changed.
+  void planning_update_802dot11r();
+  void update_802dot11r();
+  // fbt-info for one AP whose links changed, with `force` for any that has 802.11r.
+  void post_results_802dot11r_ap(const ApEntry& ap, bool direct, bool force);
 
   RrmStatus rrm_status() const { return rrm_status_; }
   // 1 while an 802.11r update is planned, else 0.
@@ -69,6 +85,7 @@ class TpcDcaSubworker final : public IRrmSubworker {
   };
   void set_timer(TimerId id, std::int32_t delay);
   void remove_timer(TimerId id);
+  void expire(TimerId id);
 
   // State.
   bool has_work() const;
@@ -108,7 +125,15 @@ class TpcDcaSubworker final : public IRrmSubworker {
   void use_result(const std::unique_ptr<OptimizationResult>& result);
   void apply_result(const OptimizationResult& result);
   void apply_radio(ApEntry& ap, const Radio& planned);
+  void post(const JsonWriter& message, const ApEntry& ap, bool direct);
   void post_tpc_results(bool with_radios);
+  void plan_lists_without_cycle();
+
+  // The timers of the lists and links.
+  bool between_cycles() const;
+  void process_timer_802dot11k();
+  void process_timer_802dot11r();
+  void post_results_802dot11r();
 
   // Forcing.
   void ignore_threshold_from_now();

@@ -721,9 +721,9 @@ TEST_F(Pipeline, NoWaitOfTheCycleOutlivesIt) {
 
 TEST_F(Pipeline, AnInfoMayGoAtOnceOrAtTheEndOfThePass) {
   start_with({ap1});
-  locked([&](RrmWorker& lab) { lab.tpc_dca().post_tpc_results_ap(*ap(ap1), false, false); });
+  locked([&](RrmWorker& lab) { lab.tpc_dca().post_tpc_results_ap(*ap(ap1), false, false, false); });
   EXPECT_THAT(journal.take(), IsEmpty());
-  locked([&](RrmWorker& lab) { lab.tpc_dca().post_tpc_results_ap(*ap(ap1), true, true); });
+  locked([&](RrmWorker& lab) { lab.tpc_dca().post_tpc_results_ap(*ap(ap1), true, true, false); });
   EXPECT_LINES(journal.take(), ({"SEND 1 " + told_info("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)})}));
   worker->after_messages();
   EXPECT_LINES(journal.take(),

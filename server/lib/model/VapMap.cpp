@@ -94,13 +94,6 @@ bool links_shown(const VapEntry& vap) {
   return vap.use_802dot11r && !vap.fbt_links.empty();
 }
 
-void write_link(JsonWriter& array, const FbtLink& link) {
-  JsonWriter object = JsonWriter::object(array, nullptr);
-  object.add_string("remote-r0-kh-id", link.remote_r0_kh_id);
-  object.add_string("remote-r1-kh-id", link.remote_r1_kh_id);
-  object.add_string("remote-r1-kh-key", link.remote_r1_kh_key);
-}
-
 template <class Predicate>
 bool any_vap(const VapMap& vaps, Predicate predicate) {
   return std::any_of(vaps.begin(), vaps.end(), [&](const auto& item) { return predicate(item.second); });
@@ -114,6 +107,13 @@ auto find_link(const VapEntry& vap, const VapEntry& peer) {
 }
 
 }  // namespace
+
+void FbtLink::write(JsonWriter& array) const {
+  JsonWriter object = JsonWriter::object(array, nullptr);
+  object.add_string("remote-r0-kh-id", remote_r0_kh_id);
+  object.add_string("remote-r1-kh-id", remote_r1_kh_id);
+  object.add_string("remote-r1-kh-key", remote_r1_kh_key);
+}
 
 // A CRC with generator 0x8005 over the SSID's bits, without the closing zero bits and inversions of the usual ones.
 std::uint16_t VapEntry::mobility_domain() const {
@@ -233,7 +233,7 @@ void VapMap::dump_json_full(JsonWriter& array) const {
     object.add_string("fbt-rrb-key", vap.fbt_rrb_key);
     if (!links_shown(vap)) continue;
     JsonWriter links = JsonWriter::array(object, "fbt-links");
-    for (const FbtLink& link : vap.fbt_links) write_link(links, link);
+    for (const FbtLink& link : vap.fbt_links) link.write(links);
   }
 }
 

@@ -24,6 +24,8 @@ struct FbtLink {
   std::string remote_r1_kh_key;
 
   bool operator==(const FbtLink&) const = default;
+  // Adds its object to an array, keys and all.
+  void write(JsonWriter& array) const;
 };
 
 struct VapEntry {

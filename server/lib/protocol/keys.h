@@ -14,6 +14,12 @@ inline constexpr const char* subscribe_response = "subscribe-response";
 inline constexpr const char* rrm_request_mode = "rrm-request-mode";
 inline constexpr const char* rrm_update = "rrm-update";
 inline constexpr const char* rrm_info = "rrm-info";
+inline constexpr const char* fbt_info = "fbt-info";
+inline constexpr const char* rrm_probe_request = "rrm-probe-request";
+inline constexpr const char* rrm_client_assoc_ack = "rrm-client-assoc-ack";
+inline constexpr const char* rrm_blacklist = "rrm-blacklist";
+inline constexpr const char* rrm_disassoc_request = "rrm-disassoc-request";
+inline constexpr const char* rrm_sta_overload = "rrm-sta-overload";
 }  // namespace command
 
 namespace key {
@@ -36,6 +42,19 @@ inline constexpr const char* radios = "radios";
 // rrm-response
 inline constexpr const char* rf_environment = "rf-environment";
 
+// what clients do, and what is done with them
+inline constexpr const char* sta_mac = "sta-mac";
+inline constexpr const char* ssid = "ssid";
+inline constexpr const char* rssi = "rssi";
+inline constexpr const char* state = "state";
+inline constexpr const char* radio = "radio";
+inline constexpr const char* no_balance = "no-balance";
+inline constexpr const char* need_ack = "need-ack";
+inline constexpr const char* target_mac = "target-mac";
+inline constexpr const char* probe_list = "probe-list";
+inline constexpr const char* id = "id";
+inline constexpr const char* roam_count = "roam-count";
+
 // subscribe-response
 inline constexpr const char* status = "status";
 inline constexpr const char* code = "code";
@@ -47,6 +66,20 @@ inline constexpr const char* use_dca = "use-dca";
 inline constexpr const char* use_load_balance = "use-load-balance";
 inline constexpr const char* use_80211r = "use-80211r";
 inline constexpr const char* use_80211v = "use-80211v";
+inline constexpr const char* neighbour_list = "802dot11k";
+
+// fbt-info
+inline constexpr const char* morvane_use_80211r = "morvane-use-80211r";
+inline constexpr const char* fbt_over_ds = "fbt-over-ds";
+inline constexpr const char* fbt_reassoc_deadline = "fbt-reassoc-deadline";
+inline constexpr const char* vaps = "vaps";
+inline constexpr const char* vap_id = "vap_id";
+inline constexpr const char* radio_id = "radio_id";
+inline constexpr const char* fbt_rrb_key = "fbt-rrb-key";
+inline constexpr const char* mobility_domain = "mobility-domain";
+inline constexpr const char* r0_key_holder_id = "r0-key-holder-id";
+inline constexpr const char* r1_key_holder_id = "r1-key-holder-id";
+inline constexpr const char* remotes = "remotes";
 
 // rrm-update
 inline constexpr const char* rrm_scan_delay = "rrm-scan-delay";
