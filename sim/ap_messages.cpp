@@ -4,8 +4,6 @@
 #include <limits>
 #include <sstream>
 
-#include "sim/chance.h"
-
 namespace sim {
 namespace {
 
@@ -19,29 +17,13 @@ std::string joined(const std::vector<int>& numbers) {
   return text;
 }
 
-// A key of the fast-transition ring: letters, the same on every start.
-std::string ring_key(const Mac& bssid) {
-  std::string key;
-  for (std::uint64_t i = 0; i < 16; ++i) {
-    key += static_cast<char>('A' + mix(bssid.value, {i}) % 26);
-  }
-  return key;
-}
-
 Json vap_to_json(const AccessPoint& ap, const Radio& radio, const Vap& vap) {
-  const Mac bssid = vap_mac(ap, radio, vap);
-  Json json = {{"id", vap.id},
-               {"ssid", vap.ssid},
-               {"mac", bssid.text()},
-               {"802dot11k", vap.use_80211k ? 1 : 0},
-               {"802dot11r", vap.use_80211r ? 1 : 0},
-               {"802dot11v", vap.use_80211v ? 1 : 0}};
-  if (vap.use_80211r) {
-    json["fbt-r0-keyholder"] = ap.serial;
-    json["fbt-r1-keyholder"] = bssid.text();
-    json["fbt-rrb-key"] = ring_key(bssid);
-  }
-  return json;
+  return {{"id", vap.id},
+          {"ssid", vap.ssid},
+          {"mac", vap_mac(ap, radio, vap).text()},
+          {"802dot11k", vap.use_80211k ? 1 : 0},
+          {"802dot11r", vap.use_80211r ? 1 : 0},
+          {"802dot11v", vap.use_80211v ? 1 : 0}};
 }
 
 Json clients_to_json(const World& world, std::size_t ap, const Radio& radio, const Stations& stations) {
@@ -71,8 +53,8 @@ Json radio_to_json(const AccessPoint& ap, const Radio& radio) {
                {"radio-mac-count", radio_pool},
                {"locked-for-tpc", radio.locked_for_tpc ? 1 : 0},
                {"locked-for-dca", radio.locked_for_dca ? 1 : 0},
-               {"locked-for-balancer", 0},
-               {"locked-for-80211v", 0}};
+               {"locked-for-balancer", radio.locked_for_balancer ? 1 : 0},
+               {"locked-for-80211v", radio.locked_for_80211v ? 1 : 0}};
   Json vaps = Json::array();
   for (const Vap& vap : radio.vaps) {
     vaps.push_back(vap_to_json(ap, radio, vap));

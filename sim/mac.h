@@ -16,6 +16,10 @@ struct Mac {
   // The address `offset` further in the same pool.
   Mac plus(std::uint64_t offset) const { return {value + offset}; }
 
+  // The same but perhaps for the locally-administered bit, which some radios flip in what they send.
+  bool equals_up_to_local_bit(const Mac& other) const { return (value | local_bit) == (other.value | local_bit); }
+  static constexpr std::uint64_t local_bit = 0x02ULL << 40U;
+
   // Lower case with colons.
   std::string text() const;
 

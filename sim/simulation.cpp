@@ -11,9 +11,11 @@ constexpr Millis one_go_ms = 5000;
 
 }  // namespace
 
-Simulation::Simulation(const Site& site, const Log& log) : world_(site), stations_(world_, *this) {
+Simulation::Simulation(const Site& site, const Log& log, SteeringFeed feed)
+    : feed_(std::move(feed)), world_(site), stations_(world_, *this) {
   for (std::size_t i = 0; i < site.access_points.size(); ++i) {
-    agents_.push_back(std::make_unique<ApAgent>(world_, stations_, i, log));
+    agents_.push_back(
+        std::make_unique<ApAgent>(world_, stations_, i, log, [this](const SteeringEvent& event) { happened(event); }));
   }
   stations_.step();
 }
@@ -24,7 +26,7 @@ void Simulation::connected(std::size_t ap, Millis now) {
 }
 
 void Simulation::disconnected(std::size_t ap) {
-  agents_[ap]->disconnected();
+  agents_[ap]->disconnected(now_);
 }
 
 void Simulation::received(std::size_t ap, const std::string& text, Millis now) {
@@ -45,10 +47,15 @@ void Simulation::tick(Millis now) {
   if (!next_step_) {
     next_step_ = now + station_step_ms;
   }
-  if (now < *next_step_) {
-    return;
+  while (now >= *next_step_) {
+    step_stations(*next_step_);
+    *next_step_ += station_step_ms;
   }
-  *next_step_ += station_step_ms;
+  now_ = now;
+}
+
+void Simulation::step_stations(Millis now) {
+  now_ = now;
   stations_.step();
   for (const Station& station : stations_.all()) {
     if (station.association) {
@@ -113,16 +120,54 @@ std::string Simulation::missing() const {
   return count == 0 ? "" : std::to_string(count) + " of " + std::to_string(agents_.size()) + " APs, first " + first;
 }
 
-StationObserver::Answer Simulation::ask(std::size_t ap, int radio, const Mac& station, int refusals) {
-  return agents_[ap]->admission(radio, station, refusals, now_);
+StationObserver::Answer Simulation::ask(const Place& at, const Mac& station) {
+  return agents_[at.ap]->admission(at.radio, station, now_);
 }
 
-void Simulation::joined(const Station& station) {
-  agents_[station.association->ap]->station_joined(station, now_);
+// The new AP fetches the keys from where the station was last authenticated in full. An AP keeps them in one place for
+// all its VAPs, and so needs no link to itself.
+bool Simulation::takes_keys(const Place& at, const Station& station) {
+  const std::string& ssid = station.client->ssid;
+  const FtSession& keys = *station.keys;
+  const KeyHolder* const target = agents_[at.ap]->key_holder(at.radio, ssid);
+  const KeyHolder* const holder = agents_[keys.holder.ap]->key_holder(keys.holder.radio, ssid);
+  return target != nullptr && holder != nullptr && holder->r0_id == keys.r0_id &&
+         target->mobility_domain == keys.mobility_domain && holder->mobility_domain == keys.mobility_domain &&
+         (at.ap == keys.holder.ap || can_exchange_keys(*target, *holder));
 }
 
-void Simulation::left(const Station& station, const Association& from) {
-  agents_[from.ap]->station_left(station, from);
+std::optional<FtSession> Simulation::authenticate(const Place& at, const Station& station) {
+  const KeyHolder* const holder = agents_[at.ap]->key_holder(at.radio, station.client->ssid);
+  return holder == nullptr ? std::nullopt : std::optional<FtSession>({at, holder->mobility_domain, holder->r0_id});
+}
+
+bool Simulation::joined(const Station& station) {
+  return agents_[station.association->ap]->station_joined(station, now_);
+}
+
+void Simulation::left(const Station& station, const Association& from, Cause why) {
+  agents_[from.ap]->station_left(station, from, why, now_);
+}
+
+void Simulation::departed(const Station& station) {
+  histories_.erase(station.client->mac);
+}
+
+void Simulation::happened(const SteeringEvent& told) {
+  SteeringEvent event = told;
+  event.at = now_;
+  History& history = histories_[event.client];
+  if (event.what == Happening::joined || event.what == Happening::moved) {
+    history.cause = event.cause;
+    event.unserved = now_ - std::exchange(history.unserved_since, std::nullopt).value_or(now_);
+  } else if (event.what == Happening::left) {
+    history.unserved_since = now_;
+  } else if (event.what == Happening::released) {
+    event.cause = history.cause;
+  }
+  if (feed_) {
+    feed_(event);
+  }
 }
 
 }  // namespace sim

@@ -135,6 +135,8 @@ Radio read_radio(SiteReader& reader) {
   radio.cable_loss = reader.integer("cable_loss", radio.cable_loss);
   radio.locked_for_tpc = reader.flag("locked_for_tpc", radio.locked_for_tpc);
   radio.locked_for_dca = reader.flag("locked_for_dca", radio.locked_for_dca);
+  radio.locked_for_balancer = reader.flag("locked_for_balancer", radio.locked_for_balancer);
+  radio.locked_for_80211v = reader.flag("locked_for_80211v", radio.locked_for_80211v);
   radio.available_channels = reader.integers("available_channels");
   std::sort(radio.available_channels.begin(), radio.available_channels.end());
   radio.vaps = read_vaps(reader);
@@ -166,6 +168,7 @@ void read_access_points(SiteReader& root, Site& site) {
     ap.mac = reader.mac("mac");
     ap.board = reader.text("board", "SIM-AP3");
     ap.serial = reader.text("serial", "SIM" + std::to_string(ap.mac.value));
+    ap.wildcard_80211r = reader.flag("wildcard_80211r", ap.wildcard_80211r);
     ap.position = reader.point("position", reader.number("height", ceiling_height_m));
     ap.radios = reader.has("radios") ? read_radios(reader, "radios") : profile;
     if (ap.radios.empty()) {
@@ -210,26 +213,57 @@ void read_foreign(SiteReader& root, Site& site) {
   });
 }
 
+Temper read_temper(SiteReader& reader) {
+  static const std::map<std::string, Temper> tempers = {{"obedient", Temper::obedient},
+                                                        {"refuses", Temper::refuses},
+                                                        {"sticks", Temper::sticks},
+                                                        {"comes_back", Temper::comes_back}};
+  const auto found = tempers.find(reader.text("temper", "obedient"));
+  if (found == tempers.end()) {
+    reader.fail_at("temper", "must be \"obedient\", \"refuses\", \"sticks\" or \"comes_back\"");
+  }
+  return found->second;
+}
+
+void read_hours(SiteReader& reader, Client& client) {
+  client.from = reader.integer("from", client.from);
+  if (client.from < 0) {
+    reader.fail_at("from", "must not be negative");
+  }
+  if (reader.has("until")) {
+    client.until = reader.integer("until");
+    if (*client.until <= client.from) {
+      reader.fail_at("until", "must be later than from");
+    }
+  }
+}
+
+Client read_client(SiteReader& reader) {
+  Client client;
+  client.mac = reader.mac("mac");
+  client.ssid = reader.text("ssid");
+  client.bands = reader.integers("bands");
+  client.position = reader.point("position", pocket_height_m);
+  client.path = reader.points("path", pocket_height_m);
+  client.speed = reader.number("speed", client.speed);
+  client.temper = read_temper(reader);
+  read_hours(reader, client);
+  if (!std::all_of(client.bands.begin(), client.bands.end(), is_band) || client.bands.empty()) {
+    reader.fail_at("bands", "must name one or more of 2, 5 and 6");
+  }
+  if (client.speed < 0) {
+    reader.fail_at("speed", "must not be negative");
+  }
+  return client;
+}
+
 void read_clients(SiteReader& root, Site& site) {
   std::set<Mac> macs;
   root.each("clients", [&](SiteReader& reader) {
-    Client client;
-    client.mac = reader.mac("mac");
-    if (!macs.insert(client.mac).second) {
+    site.clients.push_back(read_client(reader));
+    if (!macs.insert(site.clients.back().mac).second) {
       reader.fail_at("mac", "is taken already");
     }
-    client.ssid = reader.text("ssid");
-    client.bands = reader.integers("bands");
-    client.position = reader.point("position", pocket_height_m);
-    client.path = reader.points("path", pocket_height_m);
-    client.speed = reader.number("speed", client.speed);
-    if (!std::all_of(client.bands.begin(), client.bands.end(), is_band) || client.bands.empty()) {
-      reader.fail_at("bands", "must name one or more of 2, 5 and 6");
-    }
-    if (client.speed < 0) {
-      reader.fail_at("speed", "must not be negative");
-    }
-    site.clients.push_back(client);
   });
 }
 

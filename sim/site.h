@@ -65,6 +65,8 @@ struct Radio {
   int cable_loss = 0;
   bool locked_for_tpc = false;
   bool locked_for_dca = false;
+  bool locked_for_balancer = false;
+  bool locked_for_80211v = false;
   std::vector<int> available_channels;  // ascending
   std::vector<Vap> vaps;
 };
@@ -74,6 +76,7 @@ struct AccessPoint {
   Mac mac;
   std::string board;
   std::string serial;
+  bool wildcard_80211r = false;  // takes the key holder link to all
   Point position;
   std::vector<Radio> radios;  // at most three, ids 0 to 2
 };
@@ -91,6 +94,14 @@ struct ForeignAp {
   int antenna_gain = 0;
 };
 
+// How a client takes it that somebody else wants to choose its radio.
+enum class Temper {
+  obedient,    // makes the transitions that it is asked to make, and stays where they led it while it hears that well
+  refuses,     // makes none
+  sticks,      // does not look for a better radio by itself until it hears its own no more
+  comes_back,  // goes where it is sent, and back again as soon as it is let in there
+};
+
 struct Client {
   Mac mac;
   std::string ssid;
@@ -98,6 +109,9 @@ struct Client {
   Point position;
   std::vector<Point> path;  // walked round and round, from `position` on; empty for somebody who sits
   double speed = 1.2;       // metres per second
+  Temper temper = Temper::obedient;
+  int from = 0;              // the second at which it comes onto the site
+  std::optional<int> until;  // ... and leaves it
 };
 
 struct RadioSettings {

@@ -46,6 +46,12 @@ Mac vap_mac(const AccessPoint& ap, const Radio& radio, const Vap& vap) {
   return radio_mac(ap, radio).plus(static_cast<std::uint64_t>(vap.id));
 }
 
+const Vap* vap_of(const Radio& radio, const std::string& ssid) {
+  const auto found =
+      std::find_if(radio.vaps.begin(), radio.vaps.end(), [&](const Vap& vap) { return vap.ssid == ssid; });
+  return found == radio.vaps.end() ? nullptr : &*found;
+}
+
 Interval spectrum_of(const Radio& radio) {
   return channel_block(radio.band, radio.channel, radio.bandwidth, radio.primary).value().spectrum;
 }
@@ -89,6 +95,41 @@ std::string World::apply(std::size_t ap, const RadioOrder& order) {
   radio->primary = block->primary;
   radio->power = std::clamp(order.power.value_or(radio->power), radio->power_min, radio->power_max);
   return "";
+}
+
+std::string World::reconfigure(std::size_t ap, const Radio& radio) {
+  auto& radios = radios_[ap];
+  const auto present =
+      std::find_if(radios.begin(), radios.end(), [&](const Radio& candidate) { return candidate.id == radio.id; });
+  if (present == radios.end()) {
+    return "no radio " + std::to_string(radio.id);
+  }
+  const auto block = channel_block(radio.band, radio.channel, radio.bandwidth, radio.primary);
+  if (!block) {
+    return "no " + std::to_string(radio.bandwidth) + " MHz on channel " + std::to_string(radio.channel) + " of radio " +
+           std::to_string(radio.id);
+  }
+  if (radio.power < radio.power_min || radio.power > radio.power_max) {
+    return "power " + std::to_string(radio.power) + " is beyond the limits of radio " + std::to_string(radio.id);
+  }
+  *present = radio;
+  present->primary = block->primary;
+  std::sort(present->available_channels.begin(), present->available_channels.end());
+  return "";
+}
+
+std::optional<Place> World::find_bssid(const Mac& bssid) const {
+  for (std::size_t ap = 0; ap < radios_.size(); ++ap) {
+    for (const Radio& radio : radios_[ap]) {
+      const auto is_it = [&](const Vap& vap) {
+        return vap_mac(site_.access_points[ap], radio, vap).equals_up_to_local_bit(bssid);
+      };
+      if (radio.enabled && std::any_of(radio.vaps.begin(), radio.vaps.end(), is_it)) {
+        return Place{ap, radio.id};
+      }
+    }
+  }
+  return std::nullopt;
 }
 
 // Every enabled radio of the band on the other APs, and every foreign AP of the band, with its BSSIDs.

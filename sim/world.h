@@ -10,6 +10,7 @@
 #include "sim/radio_model.h"
 #include "sim/site.h"
 #include "sim/spectrum.h"
+#include "sim/steering_events.h"
 
 namespace sim {
 
@@ -54,6 +55,13 @@ class World {
   // beyond the radio's limits is not refused but cut to them, as hardware does.
   std::string apply(std::size_t ap, const RadioOrder& order);
 
+  // Gives a radio another configuration, as its administrator would; its id tells which. Returns why that is none, in
+  // which case nothing changed, or an empty text.
+  std::string reconfigure(std::size_t ap, const Radio& radio);
+
+  // The enabled radio that transmits under a BSSID, which may differ in the locally-administered bit.
+  std::optional<Place> find_bssid(const Mac& bssid) const;
+
   // What one AP hears in each round of a scan: the beacons of its bands at or above the sensitivity threshold. `scan`
   // numbers the AP's scans, each of which has its own errors of measurement.
   std::vector<ScanRound> hear(std::size_t ap, const ScanChannels& channels, std::uint64_t scan) const;
@@ -97,6 +105,9 @@ class World {
 // The address of a radio, and of a VAP on it.
 Mac radio_mac(const AccessPoint& ap, const Radio& radio);
 Mac vap_mac(const AccessPoint& ap, const Radio& radio, const Vap& vap);
+
+// The VAP of an SSID on a radio, or null.
+const Vap* vap_of(const Radio& radio, const std::string& ssid);
 
 // The spectrum that a radio occupies; its channel is always one that exists.
 Interval spectrum_of(const Radio& radio);

@@ -9,6 +9,7 @@
 
 #include "sim/simulation.h"
 #include "sites.h"
+#include "steering_lines.h"
 
 namespace sim::testing {
 
@@ -20,11 +21,18 @@ class ScriptedController : public ::testing::Test {
   Millis now_ = 1000;
   std::vector<std::string> log_;
 
+  std::vector<SteeringEvent> events_;
+
   Simulation& start(const std::string& text) {
     site_ = parse_site(text);
-    simulation_ = std::make_unique<Simulation>(site_, [this](const std::string& line) { log_.push_back(line); });
+    simulation_ = std::make_unique<Simulation>(
+        site_, [this](const std::string& line) { log_.push_back(line); },
+        [this](const SteeringEvent& event) { events_.push_back(event); });
     return *simulation_;
   }
+
+  // What has befallen the clients since the last call.
+  std::vector<std::string> events() { return lines_of(std::exchange(events_, {})); }
 
   std::string mac(std::size_t ap) const { return site_.access_points[ap].mac.text(); }
 
@@ -51,9 +59,16 @@ class ScriptedController : public ::testing::Test {
     simulation_->received(ap, message.dump(), now_);
   }
 
-  void subscribe(std::size_t ap) {
+  // The answer to a subscription, from a controller that balances clients.
+  void accept(std::size_t ap, const Json& more = Json::object()) {
+    Json config = {{"use-load-balance", 1}, {"radios", Json::array()}};
+    config.update(more);
+    say(ap, "subscribe-response", {{"status", "success"}, {"config", config}});
+  }
+
+  void subscribe(std::size_t ap, const Json& more = Json::object()) {
     simulation_->connected(ap, now_);
-    say(ap, "subscribe-response", {{"status", "success"}, {"config", {{"radios", Json::array()}}}});
+    accept(ap, more);
     sent(ap);
   }
 

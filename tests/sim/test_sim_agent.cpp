@@ -48,14 +48,22 @@ TEST_F(AgentTest, SubscribesAsSoonAsItIsConnected) {
     ]})"));
 }
 
-TEST_F(AgentTest, FastTransitionVapsCarryTheirKeyHolders) {
+TEST_F(AgentTest, AVapWithFastTransitionLeavesItsKeysToTheController) {
   start(with(two_aps, R"({"id": 1, "ssid": "guest"})", R"({"id": 1, "ssid": "guest", "802dot11r": true})"));
   simulation_->connected(0, now_);
-  const Json vap = only(0)["radios"][0]["vaps"][1];
-  EXPECT_EQ(vap["802dot11r"], 1);
-  EXPECT_EQ(vap["fbt-r0-keyholder"], "SN1");
-  EXPECT_EQ(vap["fbt-r1-keyholder"], "02:00:5e:00:01:01");
-  EXPECT_EQ(vap["fbt-rrb-key"].get<std::string>().size(), 16U);
+  EXPECT_EQ(only(0)["radios"][0]["vaps"][1], Json::parse(R"({"id": 1, "ssid": "guest", "mac": "02:00:5e:00:01:01",
+      "802dot11k": 1, "802dot11r": 1, "802dot11v": 1})"));
+}
+
+TEST_F(AgentTest, SaysWhatItsSiteSaysOfItsLocksAndItsKeyHolders) {
+  start(with(with(two_aps, R"("serial": "SN1")", R"("serial": "SN1", "wildcard_80211r": true)"),
+             R"("id": 1, "band": 5)", R"("id": 1, "locked_for_balancer": true, "locked_for_80211v": true, "band": 5)"));
+  simulation_->connected(0, now_);
+  const Json subscription = only(0);
+  EXPECT_EQ(subscription["use-wildcard-80211r"], 1);
+  EXPECT_EQ(subscription["radios"][0]["locked-for-balancer"], 0);
+  EXPECT_EQ(subscription["radios"][1]["locked-for-balancer"], 1);
+  EXPECT_EQ(subscription["radios"][1]["locked-for-80211v"], 1);
 }
 
 TEST_F(AgentTest, AsksAgainWhenTheSubscriptionIsNotAnswered) {
@@ -73,6 +81,41 @@ TEST_F(AgentTest, SubscribedItAsksNoMore) {
   EXPECT_TRUE(simulation_->subscribed(0));
   pass(60'000);
   EXPECT_TRUE(sent(0).empty());
+}
+
+// The first client is in the list of the subscription and goes; the second comes, and is heard at 15 + 3 - (40.05 +
+// 0.04 + 6.27) = -28.36 dBm.
+TEST_F(AgentTest, WhatChangedWhileTheSubscriptionWasAnsweredIsToldAfterIt) {
+  start(with(two_aps, R"("clients": [)", R"("clients": [{"mac": "02:c1:00:00:00:02", "ssid": "staff", "bands": [2],
+      "position": [5, 5], "from": 1}, )"));
+  simulation_->connected(0, now_);
+  sent(0);
+  pass(0);
+  pass(1'000);
+  simulation_->leave(site_.clients[1].mac);
+  EXPECT_TRUE(sent(0).empty());
+  accept(0);
+  const auto messages = sent(0);
+  ASSERT_EQ(messages.size(), 2U);
+  EXPECT_EQ(messages[0], Json::parse(R"({"service": "rrm", "version": "2.4", "cmd": "rrm-client-disassoc",
+      "ap-mac": "02:00:5e:00:01:00", "domain": "lab", "radio": 1, "sta-mac": "02:c1:00:00:00:01", "ssid": "staff"})"));
+  EXPECT_EQ(messages[1], Json::parse(R"({"service": "rrm", "version": "2.4", "cmd": "rrm-client-assoc",
+      "ap-mac": "02:00:5e:00:01:00", "domain": "lab", "radio": 0, "rssi": -28, "sta-mac": "02:c1:00:00:00:02",
+      "ssid": "staff", "no-balance": 0, "need-ack": 0})"));
+}
+
+TEST_F(AgentTest, UnsubscribedItSaysNoMoreUntilItsNextSession) {
+  subscribe(0);
+  simulation_->unsubscribe(0);
+  EXPECT_EQ(sent_commands(0), (std::vector<std::string>{"unsubscribe-request"}));
+  EXPECT_FALSE(simulation_->subscribed(0));
+  simulation_->unsubscribe(0);
+  simulation_->leave(site_.clients[0].mac);
+  pass(60'000);
+  EXPECT_TRUE(sent(0).empty());
+  simulation_->disconnected(0);
+  simulation_->connected(0, now_);
+  EXPECT_EQ(sent_commands(0), (std::vector<std::string>{"subscribe-request"}));
 }
 
 TEST_F(AgentTest, ARefusedSubscriptionIsNone) {
@@ -163,6 +206,57 @@ TEST_F(AgentTest, ThePlanOfAnInfoIsApplied) {
   EXPECT_TRUE(sent(0).empty());
 }
 
+TEST_F(AgentTest, CountsItsInfosAndKeepsTheLastListOfNeighbours) {
+  subscribe(0, {{"802dot11k", Json::array()}});
+  EXPECT_EQ(simulation_->access_point(0).neighbour_list(), "[]");
+  say(0, "rrm-info", {{"802dot11k", Json::array({{{"neighbour-mac", "02:00:5E:00:02:10"}, {"priority", 127}}})}});
+  say(0, "rrm-info");
+  say(0, "rrm-info", {{"802dot11k", "no list"}});
+  EXPECT_EQ(simulation_->access_point(0).neighbour_list(), R"([{"neighbour-mac":"02:00:5E:00:02:10","priority":127}])");
+  EXPECT_EQ(simulation_->access_point(0).infos_received(), 3);
+  EXPECT_EQ(simulation_->access_point(1).neighbour_list(), "");
+}
+
+TEST_F(AgentTest, TellsTheControllerOfAnotherConfiguration) {
+  subscribe(0);
+  Radio radio = *simulation_->world().radio(0, 1);
+  radio.power_max = 25;
+  radio.vaps.push_back({1, "guest"});
+  EXPECT_EQ(simulation_->reconfigure(0, radio), "");
+  const Json message = only(0);
+  EXPECT_EQ(message["cmd"], "rrm-config-changed");
+  EXPECT_EQ(message["radios"].size(), 3U);
+  EXPECT_EQ(message["radios"][1]["power-max"], 25);
+  EXPECT_EQ(message["radios"][1]["vaps"][1]["mac"], "02:00:5e:00:01:11");
+  EXPECT_FALSE(message["radios"][1].contains("assoclist"));
+}
+
+TEST_F(AgentTest, AnImpossibleConfigurationChangesNothing) {
+  subscribe(0);
+  Radio radio = *simulation_->world().radio(0, 1);
+  radio.bandwidth = 30;
+  EXPECT_EQ(simulation_->reconfigure(0, radio), "no 30 MHz on channel 36 of radio 1");
+  EXPECT_TRUE(sent(0).empty());
+}
+
+// While the controller still knows the radio, it can make something of who leaves it.
+TEST_F(AgentTest, StationsOfARadioThatIsSwitchedOffAreReportedBeforeTheRadio) {
+  subscribe(0);
+  Radio radio = *simulation_->world().radio(0, 1);
+  radio.enabled = false;
+  EXPECT_EQ(simulation_->reconfigure(0, radio), "");
+  EXPECT_EQ(sent_commands(0), (std::vector<std::string>{"rrm-client-disassoc", "rrm-config-changed"}));
+  EXPECT_EQ(events().back(), "02:c1:00:00:00:01 left A1: radio gone");
+}
+
+TEST_F(AgentTest, RadiosThatStartAnewLoseAllStationsAtOnce) {
+  subscribe(0);
+  simulation_->restart_radios(0);
+  EXPECT_EQ(only(0), Json::parse(R"({"service": "rrm", "version": "2.4", "cmd": "rrm-disassoc-all-clients",
+      "ap-mac": "02:00:5e:00:01:00", "domain": "lab"})"));
+  EXPECT_EQ(events().back(), "02:c1:00:00:00:01 left A1: radio gone");
+}
+
 TEST_F(AgentTest, AnImpossiblePlanIsToldAndLeftOut) {
   subscribe(0);
   say(0, "rrm-info", plan(149, 9));
@@ -204,118 +298,6 @@ TEST_F(AgentTest, FieldsOfTheWrongKindAreNoFields) {
   EXPECT_TRUE(simulation_->subscribed(0));
 }
 
-// The client sits one metre beside A, and ten beside B's wall.
-TEST_F(AgentTest, AnswersWhichStationsItHears) {
-  subscribe(1);
-  say(1, "rrm-probe-request",
-      {{"radios", Json::array({{{"id", 1},
-                                {"probe-list", Json::array({{{"mac", "02:C1:00:00:00:01"}, {"ssid", "staff"}},
-                                                            {{"mac", "02:c1:00:00:00:09"}, {"ssid", "staff"}},
-                                                            {{"mac", "nobody"}}})}},
-                               {{"id", 2}, {"probe-list", Json::array({{{"mac", "02:c1:00:00:00:01"}}})}},
-                               {{"id", 9}, {"probe-list", Json::array({{{"mac", "02:c1:00:00:00:01"}}})}}})}});
-  pass(499);
-  EXPECT_TRUE(sent(1).empty());
-  pass(1);
-  const Json answer = only(1);
-  EXPECT_EQ(answer["cmd"], "rrm-probe-response");
-  // 15 + 4 - 1 - (40.05 + 6.73 + 19.25 + 7) = -55.03, heard on the radio of a band that the client has.
-  EXPECT_EQ(answer["radios"], Json::parse(R"([{"id": 1, "probe-list":
-      [{"mac": "02:c1:00:00:00:01", "ssid": "staff", "rssi": -55}]}])"));
-}
-
-TEST_F(AgentTest, HearingNobodyItDoesNotAnswer) {
-  subscribe(1);
-  say(1, "rrm-probe-request",
-      {{"radios", Json::array({{{"id", 1}, {"probe-list", Json::array({{{"mac", "02:c1:00:00:00:09"}}})}}})}});
-  pass(1'000);
-  EXPECT_TRUE(sent(1).empty());
-}
-
-TEST_F(AgentTest, ADismissedStationIsReportedAtBothAps) {
-  subscribe_all();
-  say(0, "rrm-disassoc-request",
-      {{"radios",
-        Json::array(
-            {{{"id", 1},
-              {"diassoc-list", Json::array({{{"mac", "02:C1:00:00:00:01"}, {"ssid", "staff"}, {"timeout", 30}}})}},
-             {{"id", 0},
-              {"diassoc-list", Json::array({{{"mac", "02:C1:00:00:00:01"}, {"ssid", "staff"}, {"timeout", 30}}})}}})}});
-  // A's other radio takes the station in for a moment, until the second entry closes that too.
-  const auto messages = sent(0);
-  ASSERT_EQ(messages.size(), 3U);
-  EXPECT_EQ(messages[0]["cmd"], "rrm-client-disassoc");
-  EXPECT_EQ(messages[0]["radio"], 1);
-  EXPECT_EQ(messages[0]["sta-mac"], "02:c1:00:00:00:01");
-  EXPECT_EQ(messages[0]["ssid"], "staff");
-  EXPECT_EQ(messages[1]["cmd"], "rrm-client-assoc");
-  EXPECT_EQ(messages[2]["cmd"], "rrm-client-disassoc");
-  EXPECT_EQ(messages[2]["radio"], 0);
-  EXPECT_EQ(sent_commands(1), (std::vector<std::string>{"rrm-client-assoc"}));
-}
-
-TEST_F(AgentTest, ABlacklistedStationIsTurnedAwayUntilItInsists) {
-  subscribe_all();
-  const auto block = [](int id) {
-    return Json{{"id", id},
-                {"blacklist", Json::array({{{"mac", "02:C1:00:00:00:01"}, {"action", "block"}, {"timeout", 30}}})}};
-  };
-  say(1, "rrm-blacklist", {{"radios", Json::array({block(0), block(1), block(2)})}});
-  say(0, "rrm-blacklist", {{"radios", Json::array({block(0)})}});
-  say(0, "rrm-disassoc-request",
-      {{"radios",
-        Json::array({{{"id", 1}, {"diassoc-list", Json::array({{{"mac", "02:C1:00:00:00:01"}, {"timeout", 30}}})}}})}});
-  EXPECT_FALSE(simulation_->stations().all()[0].association.has_value());
-  sent(0);
-  pass(0);  // the clock of the stations starts
-  pass(1'000);
-  const Json joined = only(0);
-  EXPECT_EQ(joined["cmd"], "rrm-client-assoc");
-  EXPECT_EQ(joined["no-balance"], 1);
-  EXPECT_EQ(joined["need-ack"], 1);
-}
-
-TEST_F(AgentTest, AnUnblockedStationComesInAgain) {
-  subscribe_all();
-  const auto entry = [](const char* action) {
-    return Json{
-        {"radios",
-         Json::array(
-             {{{"id", 1},
-               {"blacklist", Json::array({{{"mac", "02:c1:00:00:00:01"}, {"action", action}, {"timeout", 1000}}})}}})}};
-  };
-  say(0, "rrm-blacklist", entry("block"));
-  say(0, "rrm-blacklist", entry("unblock"));
-  const Mac station = site_.clients[0].mac;
-  simulation_->received(0, "", now_);
-  say(0, "rrm-disassoc-request",
-      {{"radios",
-        Json::array({{{"id", 1}, {"diassoc-list", Json::array({{{"mac", station.text()}, {"timeout", 0}}})}}})}});
-  EXPECT_EQ(simulation_->stations().find(station)->association, (Association{0, 1, false}));
-}
-
-TEST_F(AgentTest, AnOverloadedRadioSendsAStationToANeighbour) {
-  subscribe_all();
-  say(0, "rrm-sta-overload",
-      {{"802dot11k", Json::array({{{"neighbour-mac", "02:00:5E:00:02:10"}, {"priority", 255}}})},
-       {"radios", Json::array({{{"id", 1}, {"roam-count", 1}}})}});
-  const auto messages = sent(0);
-  ASSERT_EQ(messages.size(), 2U);
-  EXPECT_EQ(messages[0]["cmd"], "rrm-sta-roam");
-  EXPECT_EQ(messages[0]["radio"], 1);
-  EXPECT_EQ(messages[0]["target-mac"], "02:00:5e:00:02:10");
-  EXPECT_EQ(messages[1]["cmd"], "rrm-client-disassoc");
-  EXPECT_EQ(sent_commands(1), (std::vector<std::string>{"rrm-client-assoc"}));
-}
-
-TEST_F(AgentTest, ANeighbourWithoutPriorityIsNoTarget) {
-  subscribe_all();
-  say(0, "rrm-sta-overload",
-      {{"802dot11k", Json::array({{{"neighbour-mac", "02:00:5E:00:02:10"}, {"priority", 0}}})},
-       {"radios", Json::array({{{"id", 1}, {"roam-count", 1}}})}});
-  EXPECT_TRUE(sent(0).empty());
-}
-
 TEST_F(AgentTest, AWalkingStationsSignalIsReportedWhenItChanges) {
   start(with(two_aps, R"("position": [5, 5])", R"("position": [5, 5], "path": [[10, 5]], "speed": 0.25)"));
   subscribe_all();
@@ -332,13 +314,6 @@ TEST_F(AgentTest, AWalkingStationsSignalIsReportedWhenItChanges) {
   EXPECT_EQ(report["state"], "stable");
   EXPECT_EQ(report["radio"], 1);
   EXPECT_LT(report["rssi"], -37);
-}
-
-TEST_F(AgentTest, LinksOfFastTransitionAreTakenInSilence) {
-  subscribe(0);
-  say(0, "fbt-info", {{"vaps", Json::array({{{"remotes", Json::array({Json::object(), Json::object()})}}})}});
-  EXPECT_TRUE(sent(0).empty());
-  EXPECT_TRUE(log_.empty());
 }
 
 }  // namespace
