@@ -182,6 +182,13 @@ std::string told_success(const std::string& mac, const std::vector<std::string>&
          joined(radios) + "]}}";
 }
 
+const std::string looks_at_links = "TRACE Post 802dot11r results domain lab";
+
+std::string with_neighbours(const std::vector<std::string>& neighbours, std::string message) {
+  const std::size_t end_of_radios = message.find_last_not_of('}') + 1;
+  return message.insert(end_of_radios, R"(,"802dot11k":[)" + joined(neighbours) + "]");
+}
+
 std::string with_switch(const std::string& key, int value, std::string message) {
   const std::string place = "\"" + key + "\":";
   const std::size_t at = message.find(place);

@@ -102,6 +102,11 @@ std::string told_radio(int id, int channel, int band, int power);
 std::string told_info(const std::string& mac, const std::vector<std::string>& radios);
 // A successful subscribe-response with the default settings' switches.
 std::string told_success(const std::string& mac, const std::vector<std::string>& radios);
+// The line with which the domain, after a subscribe or in its turn, looks whether an AP is to be told of its 802.11r
+// links.
+extern const std::string looks_at_links;
+// rrm-info or a successful subscribe-response with a neighbour list behind its radios.
+std::string with_neighbours(const std::vector<std::string>& neighbours, std::string message);
 // A message in which one switch of the settings has another value.
 std::string with_switch(const std::string& key, int value, std::string message);
 std::string told_failure(int code, const std::string& mac);

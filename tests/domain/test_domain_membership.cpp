@@ -130,27 +130,33 @@ TEST_F(Membership, AChangedConfigurationDoesNotCarryTheWildcardSetting) {
 TEST_F(Membership, ASilentOrDeletedApMayChangeItsConfigurationInItsSet) {
   start_with_a_silent_ap2();
   receive(2, a_message("rrm-config-changed", ap2).with_radio(a_5ghz_radio(36).with_vap(3, "office")));
-  EXPECT_LINES(journal.take(), ({
-                                   "TRACE process_message rrm-config-changed for 00:11:22:33:55:00",
-                                   "TRACE To unanswered rrm change request",
-                                   "EVENT-LOG process_exists_ap update_802dot11k 1 (0/1)",
-                                   "EVENT-LOG process_exists_ap update_802dot11r 1",
-                                   "EVENT 23 lab",
-                                   "SEND 2 " + told_info("00:11:22:33:55:00", {told_radio(1, 36, 5, 14)}),
-                               }));
+  EXPECT_LINES(journal.take(),
+               ({
+                   "TRACE process_message rrm-config-changed for 00:11:22:33:55:00",
+                   "TRACE To unanswered rrm change request",
+                   "EVENT-LOG process_exists_ap update_802dot11k 1 (0/1)",
+                   "EVENT-LOG process_exists_ap update_802dot11r 1",
+                   "EVENT 23 lab",
+                   "TRACE NOT Planning update 802dot11k domain lab status 3",
+                   "TRACE NOT Planning update 802dot11r domain lab",
+                   "SEND 2 " + with_neighbours({}, told_info("00:11:22:33:55:00", {told_radio(1, 36, 5, 14)})),
+               }));
   EXPECT_TRUE(unanswered_aps().contains(MacAddr::parse("00:11:22:33:55:13")));
 
   drop(1);
   journal.take();
   receive(1, a_message("rrm-config-changed", ap1).with_radio(a_5ghz_radio(36).with_vap(3, "office")));
-  EXPECT_LINES(journal.take(), ({
-                                   "TRACE process_message rrm-config-changed for 00:11:22:33:44:00",
-                                   "TRACE To deleted rrm change request",
-                                   "EVENT-LOG process_exists_ap update_802dot11k 1 (0/1)",
-                                   "EVENT-LOG process_exists_ap update_802dot11r 1",
-                                   "EVENT 23 lab",
-                                   "SEND 1 " + told_info("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)}),
-                               }));
+  EXPECT_LINES(journal.take(),
+               ({
+                   "TRACE process_message rrm-config-changed for 00:11:22:33:44:00",
+                   "TRACE To deleted rrm change request",
+                   "EVENT-LOG process_exists_ap update_802dot11k 1 (0/1)",
+                   "EVENT-LOG process_exists_ap update_802dot11r 1",
+                   "EVENT 23 lab",
+                   "TRACE NOT Planning update 802dot11k domain lab status 3",
+                   "TRACE NOT Planning update 802dot11r domain lab",
+                   "SEND 1 " + with_neighbours({}, told_info("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)})),
+               }));
   EXPECT_TRUE(deleted_aps().contains(MacAddr::parse("00:11:22:33:44:13")));
 }
 
@@ -367,6 +373,7 @@ TEST_F(Departure, WithTheLastApTheDomainEndsOnThatTick) {
                                    "TRACE NEW subscribe request",
                                    "EVENT 23 lab",
                                    "SEND 1 " + told_success("00:11:22:33:44:00", {}),
+                                   looks_at_links,
                                    "EVENT 23 lab",
                                    line("0) aps: 0 unanswered_aps: 0 aps_to_delete: 1 queued: 0 load_balancer_lock: 0 "
                                         "load_balancer_stop: 0 counter: 0"),

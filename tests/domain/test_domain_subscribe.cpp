@@ -154,6 +154,7 @@ TEST_F(Subscribe, ANewApJoinsAndItsDomainIsPlannedAnew) {
                    "EVENT 23 lab",
                    status_event(4),
                    "SEND 7 " + told_success("00:11:22:33:44:00", {told_radio(0, 6, 2, 14), told_radio(1, 36, 5, 14)}),
+                   looks_at_links,
                }));
   ASSERT_NE(aps().find(MacAddr::parse(ap1)), nullptr);
   EXPECT_EQ(ap(ap1)->session.id, 7u);
@@ -177,6 +178,7 @@ TEST_F(Subscribe, ANewApWithNoRadioOnAirJoinsWithoutAPlan) {
                                      "TRACE NEW subscribe request",
                                      "EVENT 23 lab",
                                      "SEND 7 " + told_success(mac, {}),
+                                     looks_at_links,
                                  }));
   }
   EXPECT_EQ(rrm_status(), 0);
@@ -221,6 +223,7 @@ TEST_F(Subscribe, AnActiveApMayRepeatItselfOnItsSession) {
                                      "TRACE To exists subscribe request",
                                      "EVENT-LOG process_exists_ap update_802dot11r 0",
                                      "SEND 1 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)}),
+                                     looks_at_links,
                                  }));
   }
 }
@@ -238,6 +241,7 @@ TEST_F(Subscribe, AnActiveApOnANewSessionHasItsOldOneClosedAndKeepsItsPlan) {
                                    "DROP-FORCE 1",
                                    "EVENT-LOG process_exists_ap update_802dot11r 0",
                                    "SEND 2 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 11)}),
+                                   looks_at_links,
                                }));
   EXPECT_EQ(ap(ap1)->session.id, 2u);
   EXPECT_EQ(ap(ap1)->visible_members.size(), 1u);
@@ -300,6 +304,7 @@ TEST_F(Subscribe, ADeletedApReturnsQuietlyWithItsPlan) {
                                    "TRACE To delete subscribe request, scan state 0",
                                    "EVENT-LOG process_exists_ap update_802dot11r 0",
                                    "SEND 2 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 11)}),
+                                   looks_at_links,
                                    "EVENT 23 lab",
                                }));
   EXPECT_TRUE(deleted_aps().empty());
@@ -335,6 +340,7 @@ TEST_F(Subscribe, ADeletedApThatReturnsDuringAScanIsWorthANewPlan) {
                                      "EVENT 23 lab",
                                      status_event(4),
                                      "SEND 3 " + told_success("00:11:22:33:55:00", {told_radio(1, 36, 5, 14)}),
+                                     looks_at_links,
                                      "EVENT 23 lab",
                                  }));
     EXPECT_TRUE(ap(ap2)->visible_members.empty());
@@ -393,6 +399,7 @@ TEST_F(Subscribe, ASilentApStaysSilentUntilThePipelineTakesItBack) {
                                    "DROP-FORCE 2",
                                    "EVENT-LOG process_exists_ap update_802dot11r 0",
                                    "SEND 3 " + told_success("00:11:22:33:55:00", {told_radio(1, 36, 5, 14)}),
+                                   looks_at_links,
                                }));
   EXPECT_EQ(unanswered_aps().size(), 1u);
   EXPECT_EQ(aps().size(), 1u);
@@ -412,6 +419,7 @@ TEST_F(Subscribe, ASilentApsOtherSettingsAreWorthANewPlanAndItStaysSilent) {
                                    "EVENT 23 lab",
                                    status_event(4),
                                    "SEND 2 " + told_success("00:11:22:33:55:00", {told_radio(1, 36, 5, 14)}),
+                                   looks_at_links,
                                }));
   EXPECT_EQ(unanswered_aps().size(), 1u);
 }
@@ -444,14 +452,18 @@ TEST_F(SaidAnew, AnotherChannelAloneOnlyConcernsTheNeighboursLists) {
   start_with_office();
   radio().lists_stale = false;
   receive(1, of(office(40)));
-  EXPECT_LINES(journal.take(),
-               ({
-                   "TRACE process_message subscribe-request for 00:11:22:33:44:00",
-                   "TRACE To exists subscribe request",
-                   "EVENT-LOG process_exists_ap update_802dot11k 1 (1/0)",
-                   "EVENT-LOG process_exists_ap update_802dot11r 0",
-                   "SEND 1 " + with_switch("use-dca", 0, told_success("00:11:22:33:44:00", {told_radio(1, 40, 5, 14)})),
-               }));
+  EXPECT_LINES(
+      journal.take(),
+      ({
+          "TRACE process_message subscribe-request for 00:11:22:33:44:00",
+          "TRACE To exists subscribe request",
+          "EVENT-LOG process_exists_ap update_802dot11k 1 (1/0)",
+          "EVENT-LOG process_exists_ap update_802dot11r 0",
+          "TRACE NOT Planning update 802dot11k domain lab status 4",
+          "SEND 1 " + with_switch("use-dca", 0,
+                                  with_neighbours({}, told_success("00:11:22:33:44:00", {told_radio(1, 40, 5, 14)}))),
+          looks_at_links,
+      }));
   EXPECT_TRUE(radio().lists_stale);
 }
 
@@ -468,14 +480,18 @@ TEST_F(SaidAnew, TheSameAgainConcernsNobody) {
 TEST_F(SaidAnew, OtherVapsAreWorthABackupButNoPlan) {
   start_with_office();
   receive(1, of(a_5ghz_radio(36).with_vap(3, "guests")));
-  EXPECT_LINES(journal.take(), ({
-                                   "TRACE process_message subscribe-request for 00:11:22:33:44:00",
-                                   "TRACE To exists subscribe request",
-                                   "EVENT-LOG process_exists_ap update_802dot11k 1 (0/1)",
-                                   "EVENT-LOG process_exists_ap update_802dot11r 1",
-                                   "EVENT 23 lab",
-                                   "SEND 1 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)}),
-                               }));
+  EXPECT_LINES(journal.take(),
+               ({
+                   "TRACE process_message subscribe-request for 00:11:22:33:44:00",
+                   "TRACE To exists subscribe request",
+                   "EVENT-LOG process_exists_ap update_802dot11k 1 (0/1)",
+                   "EVENT-LOG process_exists_ap update_802dot11r 1",
+                   "EVENT 23 lab",
+                   "TRACE NOT Planning update 802dot11k domain lab status 4",
+                   "TRACE NOT Planning update 802dot11r domain lab",
+                   "SEND 1 " + with_neighbours({}, told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 14)})),
+                   looks_at_links,
+               }));
   EXPECT_NE(radio().vaps.find("guests"), nullptr);
   EXPECT_EQ(radio().vaps.find("office"), nullptr);
 }
@@ -502,6 +518,7 @@ TEST_F(SaidAnew, OtherSettingsForgetWhatTheApHeardAndAreWorthABackupAndAPlan) {
                                            "TRACE To exists subscribe request",
                                            "TRACE Not-equivalent or force (0) subscribe request",
                                            "TRACE Force optimization already planned domain lab",
+                                           looks_at_links,
                                        }));
   EXPECT_TRUE(ap(ap1)->visible_members.empty());
   EXPECT_TRUE(ap(ap1)->visible_rogue.empty());
@@ -532,7 +549,8 @@ TEST_F(SaidAnew, NewLimitsHoldThePlannedPower) {
   receive(1, of(office().with("power-max", 12)));
   EXPECT_EQ(radio().power_max, 12);
   EXPECT_EQ(radio().power, 12);
-  EXPECT_TRUE(journal.has("SEND 1 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 12)})));
+  EXPECT_TRUE(
+      journal.has("SEND 1 " + with_neighbours({}, told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 12)}))));
 }
 
 TEST_F(SaidAnew, NewLimitsAloneAreNoReasonForAPlan) {
@@ -613,15 +631,17 @@ TEST_F(SaidAnew, AMessageWithoutRadiosLeavesThemAsTheyWereAndIsWorthABackupAndAP
     ap(ap1)->visible_members.insert(MacAddr::parse(ap2), Neighbour{});
     const std::string before = radios_text();
     receive(1, message);
-    EXPECT_LINES(journal.take(), ({
-                                     "TRACE process_message subscribe-request for 00:11:22:33:44:00",
-                                     "TRACE To exists subscribe request",
-                                     "EVENT-LOG process_exists_ap update_802dot11r 1",
-                                     "EVENT 23 lab",
-                                     "TRACE Not-equivalent or force (0) subscribe request",
-                                     "TRACE Force optimization already planned domain lab",
-                                     "SEND 1 " + told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 11)}),
-                                 }))
+    EXPECT_LINES(journal.take(),
+                 ({
+                     "TRACE process_message subscribe-request for 00:11:22:33:44:00",
+                     "TRACE To exists subscribe request",
+                     "EVENT-LOG process_exists_ap update_802dot11r 1",
+                     "EVENT 23 lab",
+                     "TRACE Not-equivalent or force (0) subscribe request",
+                     "TRACE Force optimization already planned domain lab",
+                     "SEND 1 " + with_neighbours({}, told_success("00:11:22:33:44:00", {told_radio(1, 36, 5, 11)})),
+                     looks_at_links,
+                 }))
         << message.text();
     EXPECT_EQ(radios_text(), before) << message.text();
     EXPECT_TRUE(ap(ap1)->visible_members.empty()) << message.text();
@@ -637,6 +657,7 @@ TEST_F(SaidAnew, AnApThatNeverHadARadioMayLeaveThemOutAgain) {
                                    "TRACE To exists subscribe request",
                                    "EVENT-LOG process_exists_ap update_802dot11r 0",
                                    "SEND 1 " + told_success("00:11:22:33:44:00", {}),
+                                   looks_at_links,
                                }));
 }
 

@@ -135,12 +135,21 @@ TEST_F(DomainWorker, AClientsEventOfASilentApIsTakenOneOfADeletedApIsNot) {
   to_mode_requests();
   receive(1, a_message("rrm-mode-response", ap1).with_radio(a_5ghz_radio(36)));
   to_scan();
-  receive(2, a_message("rrm-client-assoc", ap2));
-  EXPECT_LINES(journal.take(), ({
-                                   "TRACE process_message rrm-client-assoc for 00:11:22:33:55:00",
-                                   "TRACE To unanswered rrm balancer cmd",
-                                   "TRACE process_message balancer rrm-client-assoc for 00:11:22:33:55:00",
-                               }));
+  const char* const client = "02:00:00:00:00:01";
+  receive(2, a_message("rrm-client-assoc", ap2)
+                 .with("radio", 1)
+                 .with("sta-mac", client)
+                 .with("ssid", "office")
+                 .with("rssi", -50));
+  EXPECT_LINES(journal.take(),
+               ({
+                   "TRACE process_message rrm-client-assoc for 00:11:22:33:55:00",
+                   "TRACE To unanswered rrm balancer cmd",
+                   "TRACE process_message balancer rrm-client-assoc for 00:11:22:33:55:00",
+                   "TRACE Assocc client 02:00:00:00:00:01 rssi -50 radio_id 1 ssid office no_balance 0 send_ack 0 "
+                   "lock_balancer 1 (ap 00:11:22:33:55:00)",
+               }));
+  EXPECT_NE(ap(ap2)->radios.list[1].assoc.find_client(MacAddr::parse(client)), nullptr);
   drop(1);
   journal.take();
   receive(1, a_message("rrm-client-assoc", ap1));
