@@ -61,6 +61,35 @@ TEST(SiteFile, MaterialsOfItsOwnJoinThePublishedOnes) {
   EXPECT_EQ(site.radio_model.materials.count("concrete"), 1U);
 }
 
+TEST(SiteFile, ClientsHaveATemperAndHours) {
+  const auto client = [](const std::string& more) {
+    return parse_site(with(two_aps, R"("bands": [2, 5])", R"("bands": [2, 5])" + more)).clients[0];
+  };
+  EXPECT_EQ(client("").temper, Temper::obedient);
+  EXPECT_EQ(client("").from, 0);
+  EXPECT_EQ(client("").until, std::nullopt);
+  EXPECT_EQ(client(R"(, "temper": "obedient")").temper, Temper::obedient);
+  EXPECT_EQ(client(R"(, "temper": "refuses")").temper, Temper::refuses);
+  EXPECT_EQ(client(R"(, "temper": "sticks")").temper, Temper::sticks);
+  EXPECT_EQ(client(R"(, "temper": "comes_back")").temper, Temper::comes_back);
+  EXPECT_EQ(client(R"(, "from": 60, "until": 61)").from, 60);
+  EXPECT_EQ(client(R"(, "from": 60, "until": 61)").until, 61);
+}
+
+TEST(SiteFile, RadiosAndApsSayWhatTheControllerMayDoWithThem) {
+  const Site plain = parse_site(two_aps);
+  EXPECT_FALSE(plain.access_points[0].wildcard_80211r);
+  EXPECT_FALSE(plain.access_points[0].radios[1].locked_for_balancer);
+  EXPECT_FALSE(plain.access_points[0].radios[1].locked_for_80211v);
+  const Site site = parse_site(with(with(two_aps, R"("serial": "SN1")", R"("serial": "SN1", "wildcard_80211r": true)"),
+                                    R"("id": 1, "band": 5)",
+                                    R"("id": 1, "locked_for_balancer": true, "locked_for_80211v": true, "band": 5)"));
+  EXPECT_TRUE(site.access_points[0].wildcard_80211r);
+  EXPECT_FALSE(site.access_points[1].wildcard_80211r);
+  EXPECT_TRUE(site.access_points[1].radios[1].locked_for_balancer);
+  EXPECT_TRUE(site.access_points[1].radios[1].locked_for_80211v);
+}
+
 struct Refusal {
   const char* what;
   const char* by;
@@ -118,6 +147,12 @@ TEST(SiteFile, RefusesWithThePlaceAndTheReason) {
            {R"("bands": [2, 5])", R"("bands": [])", "site.clients[0].bands must name one or more of 2, 5 and 6"},
            {R"("bands": [2, 5])", R"("bands": [3])", "site.clients[0].bands must name one or more of 2, 5 and 6"},
            {R"("bands": [2, 5])", R"("bands": [2], "speed": -1)", "site.clients[0].speed must not be negative"},
+           {R"("bands": [2, 5])", R"("bands": [2], "temper": "angry")",
+            R"(site.clients[0].temper must be "obedient", "refuses", "sticks" or "comes_back")"},
+           {R"("bands": [2, 5])", R"("bands": [2], "from": -1)", "site.clients[0].from must not be negative"},
+           {R"("bands": [2, 5])", R"("bands": [2], "from": 5, "until": 5)",
+            "site.clients[0].until must be later than from"},
+           {R"("bands": [2, 5])", R"("bands": [2], "until": 0)", "site.clients[0].until must be later than from"},
            {R"("clients": [)", R"("clients": 5, "x": [)", "site.clients must be an array"},
        }) {
     try {

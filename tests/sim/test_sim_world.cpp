@@ -210,6 +210,59 @@ TEST_F(WorldTest, ImpossibleOrdersChangeNothing) {
   EXPECT_EQ(world_.radio(0, 0)->power, 20);
 }
 
+TEST_F(WorldTest, ARadioTakesAnotherConfigurationWhole) {
+  Radio radio = *world_.radio(0, 1);
+  radio.channel = 40;
+  radio.bandwidth = 40;
+  radio.primary = "none";
+  radio.power_max = 12;
+  radio.power = 12;
+  radio.available_channels = {44, 40};
+  radio.vaps = {{4, "guest"}};
+  EXPECT_EQ(world_.reconfigure(0, radio), "");
+  const Radio& now = *world_.radio(0, 1);
+  EXPECT_EQ(now.channel, 40);
+  EXPECT_EQ(now.primary, "upper");
+  EXPECT_EQ(now.power_max, 12);
+  EXPECT_EQ(now.available_channels, (std::vector<int>{40, 44}));
+  EXPECT_EQ(now.vaps[0].ssid, "guest");
+  EXPECT_EQ(world_.radio(1, 1)->channel, 36);
+  EXPECT_EQ(world_.radio(0, 0)->channel, 1);
+}
+
+TEST_F(WorldTest, ImpossibleConfigurationsChangeNothing) {
+  struct Case {
+    const char* refusal;
+    void (*spoil)(Radio&);
+  };
+  for (const Case& c : {
+           Case{"no radio 7", [](Radio& radio) { radio.id = 7; }},
+           {"no 80 MHz on channel 1 of radio 0", [](Radio& radio) { radio.bandwidth = 80; }},
+           {"power 4 is beyond the limits of radio 0", [](Radio& radio) { radio.power = 4; }},
+           {"power 21 is beyond the limits of radio 0", [](Radio& radio) { radio.power = 21; }},
+       }) {
+    Radio radio = *world_.radio(0, 0);
+    radio.enabled = false;
+    c.spoil(radio);
+    EXPECT_EQ(world_.reconfigure(0, radio), c.refusal);
+    EXPECT_TRUE(world_.radio(0, 0)->enabled) << c.refusal;
+  }
+}
+
+TEST_F(WorldTest, ABssidIsFoundOnTheAirWithEitherLocalBit) {
+  const auto find = [this](const char* mac) { return world_.find_bssid(*Mac::parse(mac)); };
+  EXPECT_EQ(find("02:00:5e:00:01:00"), (Place{0, 0}));
+  EXPECT_EQ(find("02:00:5e:00:01:01"), (Place{0, 0}));
+  EXPECT_EQ(find("02:00:5e:00:02:10"), (Place{1, 1}));
+  EXPECT_EQ(find("00:00:5e:00:02:10"), (Place{1, 1}));
+  EXPECT_EQ(find("02:00:5e:00:02:11"), std::nullopt);  // of the radio's pool, but no VAP has it
+  EXPECT_EQ(find("06:00:00:00:00:01"), std::nullopt);  // the neighbour's
+  Radio off = *world_.radio(1, 1);
+  off.enabled = false;
+  ASSERT_EQ(world_.reconfigure(1, off), "");
+  EXPECT_EQ(find("02:00:5e:00:02:10"), std::nullopt);
+}
+
 TEST_F(WorldTest, StationHearsAndIsHeard) {
   const Client& client = site_.clients[0];
   // 1 m aside and 1.8 m below: 2.06 m. 23 + 4 - 1 - (40.05 + 6.73 + 6.27) = -27.06 down, 8 dB less up.
