@@ -47,6 +47,8 @@ void order_off_around(ApMap& aps, const DomainConfig& config, const MacAddr& cli
     if (other.get() == &ap || !is_around(*other, ap, config)) continue;
     for (Radio& radio : other->radios.list) {
       if (!is_steered(radio, ssid) || radio.assoc.find_client(client) == nullptr) continue;
+      // A client may have come in before the AP was told to refuse it. As a member it would only be given new time.
+      radio.problist.remove(client);
       radio.problist.add_disassoc(client, config.blacklist_timeout, ssid);
       radio.assoc.remove_client(client);
     }
