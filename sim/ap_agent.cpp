@@ -474,7 +474,7 @@ std::vector<TransitionCandidate> ApAgent::transition_candidates(const Station& s
 }
 
 std::string ApAgent::reconfigure(const Radio& radio) {
-  const std::string refusal = world_.reconfigure(index_, radio);
+  std::string refusal = world_.reconfigure(index_, radio);
   if (!refusal.empty()) {
     return refusal;
   }
@@ -484,7 +484,7 @@ std::string ApAgent::reconfigure(const Radio& radio) {
     json["radios"] = radios_to_json(world_, index_, nullptr);
     send(json);
   }
-  return "";
+  return refusal;
 }
 
 void ApAgent::restart_radios() {

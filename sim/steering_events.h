@@ -19,7 +19,7 @@ struct Place {
   std::size_t ap = 0;
   int radio = 0;
   bool operator==(const Place&) const = default;
-  auto operator<=>(const Place&) const = default;
+  bool operator<(const Place& other) const { return ap != other.ap ? ap < other.ap : radio < other.radio; }
 };
 
 enum class Happening {
