@@ -105,7 +105,7 @@ void TpcDcaSubworker::process_timer_vrrp() {
     go_idle();
     force_optimization();
   }
-  if (fbt_status_ == 1 || config_.use_80211r) planning_update_802dot11r();
+  if (fbt_status_ == 1 || (fbt_status_ == 0 && config_.use_80211r)) planning_update_802dot11r();
 }
 
 // State
@@ -531,6 +531,11 @@ void TpcDcaSubworker::planning_update_802dot11k() {
     RRM_LOG(LOG_TRACE, "NOT Planning update 802dot11k domain %s status %d", domain_.c_str(),
             static_cast<int>(rrm_status_));
   }
+}
+
+void TpcDcaSubworker::update_802dot11k() {
+  RRM_LOG(LOG_TRACE, "Update  domain %s", domain_.c_str());
+  planning_update_802dot11k();
 }
 
 void TpcDcaSubworker::process_timer_802dot11k() {

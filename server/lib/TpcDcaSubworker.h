@@ -59,6 +59,8 @@ class TpcDcaSubworker final : public IRrmSubworker {
 
   // Sends new 802.11k lists `force_delay` from now. Refused during a cycle, whose results bring new lists anyway.
   void planning_update_802dot11k();
+  // The same, with a line of its own in the log.
+  void update_802dot11k();
 
   // 802.11r: links all VAPs anew, `force_delay` from now or at once, and tells the APs what changed.
   void planning_update_802dot11r();

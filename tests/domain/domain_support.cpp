@@ -171,9 +171,18 @@ std::string told_radio(int id, int channel, int band, int power) {
          R"("dunva-try-no-balance":2,"no-balance-enterprise":0})";
 }
 
-std::string told_info(const std::string& mac, const std::vector<std::string>& radios) {
+std::string told_lists(const std::string& mac) {
   return R"({"service":"rrm","version":"2.4","cmd":"rrm-info","ap-mac":")" + mac +
-         R"(","use-tpc":1,"use-dca":1,"use-load-balance":1,"use-80211v":0,"radios":[)" + joined(radios) + "]}";
+         R"(","use-tpc":1,"use-dca":1,"use-load-balance":1,"use-80211v":0})";
+}
+
+std::string told_lists(const std::string& mac, const std::vector<std::string>& neighbours) {
+  return with_neighbours(neighbours, told_lists(mac));
+}
+
+std::string told_info(const std::string& mac, const std::vector<std::string>& radios) {
+  std::string text = told_lists(mac);
+  return text.insert(text.size() - 1, R"(,"radios":[)" + joined(radios) + "]");
 }
 
 std::string told_success(const std::string& mac, const std::vector<std::string>& radios) {
@@ -185,8 +194,8 @@ std::string told_success(const std::string& mac, const std::vector<std::string>&
 const std::string looks_at_links = "TRACE Post 802dot11r results domain lab";
 
 std::string with_neighbours(const std::vector<std::string>& neighbours, std::string message) {
-  const std::size_t end_of_radios = message.find_last_not_of('}') + 1;
-  return message.insert(end_of_radios, R"(,"802dot11k":[)" + joined(neighbours) + "]");
+  const std::size_t end_of_members = message.find_last_not_of('}') + 1;
+  return message.insert(end_of_members, R"(,"802dot11k":[)" + joined(neighbours) + "]");
 }
 
 std::string with_switch(const std::string& key, int value, std::string message) {

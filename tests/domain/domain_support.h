@@ -105,6 +105,9 @@ std::string told_success(const std::string& mac, const std::vector<std::string>&
 // The line with which the domain, after a subscribe or in its turn, looks whether an AP is to be told of its 802.11r
 // links.
 extern const std::string looks_at_links;
+// rrm-info with the default settings' switches and no radios, for an AP that gets no neighbour list, or one that does.
+std::string told_lists(const std::string& mac);
+std::string told_lists(const std::string& mac, const std::vector<std::string>& neighbours);
 // rrm-info or a successful subscribe-response with a neighbour list behind its radios.
 std::string with_neighbours(const std::vector<std::string>& neighbours, std::string message);
 // A message in which one switch of the settings has another value.
