@@ -70,7 +70,10 @@ void LoadBalancerSubworker::process_client_assoc(const ClientEvent& event, ApEnt
 
 // A client that was sent here is not asked about again, nor is one that must not be balanced.
 void LoadBalancerSubworker::accept_client(const ClientEvent& event, ApEntry& ap, Radio& radio, bool paused) {
-  if (event.no_balance) radio.problist.remove(event.client);
+  if (event.no_balance) {
+    radio.problist.remove(event.client);
+    probe_requests_.erase(event.client);
+  }
   radio.assoc.add_client(event.client, event.rssi, event.ssid.c_str(), event.no_balance, event.need_ack);
   const bool crowded = radio.assoc.load() > config_.load_balance_sta_low;
   const bool was_expected = radio.assoc.find_expected(event.client) != nullptr;
@@ -243,6 +246,7 @@ void LoadBalancerSubworker::process_timer() {
   watch_overload();
 }
 
+// In a pause no AP would hear of a move, and the client would never be acknowledged: so it stays.
 void LoadBalancerSubworker::process_result(const MacAddr& client, const ProbeRequest& query) {
   const auto [source_ap, source_radio] = aps_.find_radio(query.source);
   if (source_radio == nullptr) {
@@ -260,7 +264,7 @@ void LoadBalancerSubworker::process_result(const MacAddr& client, const ProbeReq
   } else {
     RRM_LOG(LOG_TRACE, "dst_ap %s radio %d min_size %d min_rssi %d", choice->mac.to_string().c_str(), choice->radio->id,
             choice->load, choice->rssi);
-    if (worth_moving(source, *choice, config_)) {
+    if (worth_moving(source, *choice, config_) && !worker_.balancing_paused()) {
       move(client, query, source_radio->id, *choice);
     } else {
       RRM_LOG(LOG_TRACE, "LoadBalancer: no balancer");
