@@ -31,12 +31,17 @@ std::string before_text(const SteeringFigures& figures, const RadioLoad& load) {
 std::string load_table(const Site& site, const SteeringFigures& figures, const SteeringWindow& window) {
   std::string text = line("%-12s %-18s %-8s %17s %9s %5s\n", "AP", "room", "band",
                           line("clients at %.0f s", window.before_s).c_str(), "highest", "now");
+  std::size_t idle = 0;
   for (const RadioLoad& load : figures.loads) {
+    if (load.highest == 0) {
+      ++idle;
+      continue;
+    }
     text += line("%-12s %-18.18s %-8s %17s %9d %5d\n", site.access_points[load.place.ap].name.c_str(),
                  room_of(site, load).c_str(), band_name(radio_at(site, load.place).band).c_str(),
                  before_text(figures, load).c_str(), load.highest, load.now);
   }
-  return text;
+  return text + (idle == 0 ? "" : line("(%zu radios have had no client)\n", idle));
 }
 
 int moves_of(const SteeringFigures& figures, Cause cause) {
@@ -52,9 +57,11 @@ std::string move_name(Cause cause) {
 std::string moves_line(const SteeringFigures& figures) {
   std::string list;
   for (const Cause cause : causes_of_moves) {
-    list += (list.empty() ? "" : ", ") + move_name(cause) + " " + std::to_string(moves_of(figures, cause));
+    if (moves_of(figures, cause) > 0) {
+      list += (list.empty() ? "" : ", ") + move_name(cause) + " " + std::to_string(moves_of(figures, cause));
+    }
   }
-  return "moves by cause      " + list + "\n";
+  return "moves by cause      " + (list.empty() ? "none" : list) + "\n";
 }
 
 std::string ordered_lines(const SteeringFigures& figures) {
@@ -160,9 +167,9 @@ std::string steering_table(const Site& site, const SteeringWindow& window, const
   std::string text = line("\n%s: the clients after %.0f s\n\n", site.domain.c_str(), seconds(figures.at));
   text += load_table(site, figures, window) + "\n";
   text += moves_line(figures) + ordered_lines(figures) + authentication_lines(figures) + held_line(figures);
-  text += line("turned away         %d; %d let in for good since they kept trying\n\n", figures.turned_away,
+  text += line("turned away         %d; %d let in for good since they kept trying\n", figures.turned_away,
                figures.let_in_for_good);
-  return text + checks_text(checks);
+  return text + (checks.empty() ? "" : "\n") + checks_text(checks);
 }
 
 std::string steering_json(const Site& site, const SteeringWindow& window, const SteeringFigures& figures,

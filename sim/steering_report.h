@@ -8,8 +8,8 @@
 
 namespace sim {
 
-// One line for each radio with its clients at the window's first moment, at the most and now; then the moves and the
-// checks, if there are any.
+// One line for each radio that has had a client, with its clients at the window's first moment, at the most and now;
+// then the moves, and the checks if there are any.
 std::string steering_table(const Site& site, const SteeringWindow& window, const SteeringFigures& figures,
                            const std::vector<Check>& checks);
 
