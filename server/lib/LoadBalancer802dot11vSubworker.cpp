@@ -170,7 +170,8 @@ void LoadBalancer802dot11vSubworker::process_client_assoc(const ClientEvent& eve
   update_priority(ap, *radio);
 }
 
-// A client that was sent here has left where it came from, whether that AP has noticed or not.
+// A client that was sent here has left where it came from, whether that AP has noticed or not. It has not left where it
+// has just arrived, if an AP ordered it to itself.
 void LoadBalancer802dot11vSubworker::finish_roam(const MacAddr& client, Radio& radio) {
   const ExpectedClient* found = radio.assoc.find_expected(client);
   if (found == nullptr) return;
@@ -180,7 +181,7 @@ void LoadBalancer802dot11vSubworker::finish_roam(const MacAddr& client, Radio& r
   radio.assoc.remove_expected(client);
   const auto source = aps_.find_by_any_mac(expected.source_ap);
   Radio* const source_radio = source != nullptr ? source->radios.find(expected.radio) : nullptr;
-  if (source_radio == nullptr) return;
+  if (source_radio == nullptr || source_radio == &radio) return;
   RRM_LOG(LOG_TRACE, "Assoc: removing client(%s) from AP(%s) assoc clients list", client_text.c_str(),
           source->mac.to_string().c_str());
   source_radio->assoc.remove_client(client);

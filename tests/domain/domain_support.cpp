@@ -198,6 +198,17 @@ std::string with_neighbours(const std::vector<std::string>& neighbours, std::str
   return message.insert(end_of_members, R"(,"802dot11k":[)" + joined(neighbours) + "]");
 }
 
+RadioJson an_office_radio(int channel) {
+  return a_5ghz_radio(channel).with_vap(3, "office");
+}
+
+std::string told_office(const std::string& ap, int priority, int channel) {
+  const std::string part = ap.substr(0, ap.size() - 2);
+  return R"({"neighbour-mac":")" + part + R"(10","channel":)" + std::to_string(channel) +
+         R"(,"band":5,"bandwidth":20,"primary-channel":"none","priority":)" + std::to_string(priority) +
+         R"(,"vaps":[{"id":3,"ssid":"office","mac":")" + part + R"(13"}]})";
+}
+
 std::string with_switch(const std::string& key, int value, std::string message) {
   const std::string place = "\"" + key + "\":";
   const std::size_t at = message.find(place);

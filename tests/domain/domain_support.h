@@ -110,6 +110,9 @@ std::string told_lists(const std::string& mac);
 std::string told_lists(const std::string& mac, const std::vector<std::string>& neighbours);
 // rrm-info or a successful subscribe-response with a neighbour list behind its radios.
 std::string with_neighbours(const std::vector<std::string>& neighbours, std::string message);
+// A 5 GHz radio with the VAP "office", id 3, of 802.11k and v, and how a neighbour list tells such a radio of an AP.
+RadioJson an_office_radio(int channel = 36);
+std::string told_office(const std::string& ap, int priority, int channel = 36);
 // A message in which one switch of the settings has another value.
 std::string with_switch(const std::string& key, int value, std::string message);
 std::string told_failure(int code, const std::string& mac);

@@ -16,27 +16,15 @@ const char* const ap1 = "00:11:22:33:44:00";
 const char* const ap2 = "00:11:22:33:55:00";
 const char* const ap3 = "00:11:22:33:66:00";
 
-// A 5 GHz radio with the VAP "office", id 3, of 802.11k and v.
-RadioJson office(int channel = 36) {
-  return a_5ghz_radio(channel).with_vap(3, "office");
-}
-// The same, left to 802.11k alone.
+// An office radio left to 802.11k alone.
 RadioJson locked_office(int channel = 36) {
-  return office(channel).with("locked-for-80211v", 1);
+  return an_office_radio(channel).with("locked-for-80211v", 1);
 }
-// The same with 802.11r as well, with keys that the AP knows already.
+// One with 802.11r as well, with keys that the AP knows already.
 RadioJson fast_office() {
   return a_5ghz_radio().with_raw("vaps",
                                  R"([{"id":3,"ssid":"office","802dot11k":1,"802dot11r":1,"fbt-r0-keyholder":"SN44:00",)"
                                  R"("fbt-r1-keyholder":"00:11:22:33:44:13","fbt-rrb-key":"AbCdEfGhIjKlMnOp"}])");
-}
-
-// An AP's radio 1 with the VAP "office", as a neighbour list tells it.
-std::string neighbour(const std::string& ap, int priority, int channel = 36) {
-  const std::string part = ap.substr(0, 15);
-  return R"({"neighbour-mac":")" + part + R"(10","channel":)" + std::to_string(channel) +
-         R"(,"band":5,"bandwidth":20,"primary-channel":"none","priority":)" + std::to_string(priority) +
-         R"(,"vaps":[{"id":3,"ssid":"office","mac":")" + part + R"(13"}]})";
 }
 
 std::string not_planned(int status) {
@@ -48,7 +36,7 @@ class Lists : public Pipeline {
   // Nothing is planned but by the tests themselves.
   Lists() { settings.use_optimization_event = false; }
 
-  void start_with_offices(std::initializer_list<const char*> macs) { start_with(macs, office()); }
+  void start_with_offices(std::initializer_list<const char*> macs) { start_with(macs, an_office_radio()); }
   // The first AP hears the others' radio 1, and none of their VAPs.
   void let_hear(const char* listener, std::initializer_list<const char*> others) {
     for (const char* other : others) {
@@ -78,7 +66,7 @@ TEST_F(Lists, APlainListIsPlannedTwentySecondsAheadAndSentWithoutTheRadios) {
   EXPECT_LINES(told(), ({
                            "TRACE Process update 802dot11k domain lab",
                            "TRACE Post tpc-results",
-                           "SEND 1 " + told_lists(ap1, {neighbour(ap2, 255)}),
+                           "SEND 1 " + told_lists(ap1, {told_office(ap2, 255)}),
                            "SEND 2 " + told_lists(ap2, {}),
                        }));
   advance(60);
@@ -169,10 +157,10 @@ TEST_F(Lists, FromAForcedPlanToItsEndPlainListsAreRefused) {
   refuses(4);
   to_mode_requests();
   refuses(2);
-  answer_mode(1, ap1, office());
+  answer_mode(1, ap1, an_office_radio());
   to_scan();
   refuses(3);
-  answer_scan(1, ap1, office());
+  answer_scan(1, ap1, an_office_radio());
   refuses(5);
   computed.open();
   finish_computing();
@@ -208,14 +196,15 @@ TEST_F(Lists, AnApThatHasGoneStaysInThePlainListsUntilItsTimeIsUp) {
   drop(2);
   const auto list_of_ap1 = [&] {
     journal.take();
-    receive(1, a_message("rrm-config-changed", ap1).with_radio(office()));
+    receive(1, a_message("rrm-config-changed", ap1).with_radio(an_office_radio()));
     return sent();
   };
   const std::string radios = told_radio(1, 36, 5, 14);
-  EXPECT_THAT(list_of_ap1(), ElementsAre("SEND 1 " + with_neighbours({neighbour(ap3, 255), neighbour(ap2, 127)},
+  EXPECT_THAT(list_of_ap1(), ElementsAre("SEND 1 " + with_neighbours({told_office(ap3, 255), told_office(ap2, 127)},
                                                                      told_info(ap1, {radios}))));
   advance(60);
-  EXPECT_THAT(list_of_ap1(), ElementsAre("SEND 1 " + with_neighbours({neighbour(ap3, 255)}, told_info(ap1, {radios}))));
+  EXPECT_THAT(list_of_ap1(),
+              ElementsAre("SEND 1 " + with_neighbours({told_office(ap3, 255)}, told_info(ap1, {radios}))));
 }
 
 TEST_F(Lists, WhereAllApsCountTheGoneOnesStayInThePlainListsToo) {
@@ -223,8 +212,8 @@ TEST_F(Lists, WhereAllApsCountTheGoneOnesStayInThePlainListsToo) {
   start_with_offices({ap1, ap2, ap3});
   drop(2);
   journal.take();
-  receive(1, a_message("rrm-config-changed", ap1).with_radio(office()));
-  EXPECT_THAT(sent(), ElementsAre("SEND 1 " + with_neighbours({neighbour(ap3, 255), neighbour(ap2, 255)},
+  receive(1, a_message("rrm-config-changed", ap1).with_radio(an_office_radio()));
+  EXPECT_THAT(sent(), ElementsAre("SEND 1 " + with_neighbours({told_office(ap3, 255), told_office(ap2, 255)},
                                                               told_info(ap1, {told_radio(1, 36, 5, 14)}))));
 }
 
@@ -233,10 +222,10 @@ TEST_F(Lists, ASilentApIsInNoList) {
   let_hear(ap1, {ap2});
   pipeline().planning_request_modes(true);
   to_mode_requests();
-  answer_mode(1, ap1, office());
+  answer_mode(1, ap1, an_office_radio());
   to_scan();
   ASSERT_EQ(unanswered_aps().size(), 1u);
-  receive(1, a_message("rrm-config-changed", ap1).with_radio(office()));
+  receive(1, a_message("rrm-config-changed", ap1).with_radio(an_office_radio()));
   EXPECT_THAT(sent(), ElementsAre("SEND 1 " + with_neighbours({}, told_info(ap1, {told_radio(1, 36, 5, 14)}))));
 }
 
@@ -268,12 +257,12 @@ TEST_F(TransitionLists, AnApWhoseListIsAsSentIsToldNothingRadiosIncludedIfOnlyNe
   EXPECT_LINES(
       told(), ({
                   news(ap1),
-                  "SEND 1 " + with_neighbours({neighbour(ap2, 127)},
+                  "SEND 1 " + with_neighbours({told_office(ap2, 127)},
                                               with_switch("use-80211v", 1, told_info(ap1, {told_radio(1, 36, 5, 14)}))),
               }));
   radio(ap2).lists_stale = true;
   pipeline().post_tpc_results_ap(*ap(ap1), true, false, true);
-  EXPECT_LINES(told(), ({news(ap1), "SEND 1 " + info(ap1, {neighbour(ap2, 127)})}));
+  EXPECT_LINES(told(), ({news(ap1), "SEND 1 " + info(ap1, {told_office(ap2, 127)})}));
 }
 
 TEST_F(TransitionLists, AnApThatHasGoneIsInNone) {
@@ -281,7 +270,7 @@ TEST_F(TransitionLists, AnApThatHasGoneIsInNone) {
   drop(2);
   journal.take();
   pipeline().post_tpc_results_ap(*ap(ap1), true, false, false);
-  EXPECT_THAT(sent(), ElementsAre("SEND 1 " + info(ap1, {neighbour(ap3, 127)})));
+  EXPECT_THAT(sent(), ElementsAre("SEND 1 " + info(ap1, {told_office(ap3, 127)})));
 }
 
 TEST_F(TransitionLists, AnApWithoutARadioForThemGetsAPlainListWhetherItIsNewsOrNot) {
@@ -289,7 +278,7 @@ TEST_F(TransitionLists, AnApWithoutARadioForThemGetsAPlainListWhetherItIsNewsOrN
   drop(2);
   told();
   pipeline().post_tpc_results_ap(*ap(ap1), true, false, true);
-  EXPECT_LINES(told(), ({"SEND 1 " + info(ap1, {neighbour(ap2, 255)})}));
+  EXPECT_LINES(told(), ({"SEND 1 " + info(ap1, {told_office(ap2, 255)})}));
 }
 
 TEST_F(TransitionLists, AnApWithoutARadioForThemGetsNoListWhere80211kIsOff) {
@@ -327,8 +316,8 @@ TEST_F(TransitionLists, EveryResultThatIsSentToAllCommitsThePriorities) {
 
 TEST_F(TransitionLists, WhatASingleApIsToldCommitsNothing) {
   start_with_offices({ap1, ap2});
-  receive(1, a_message("rrm-config-changed", ap1).with_radio(office()));
-  receive(1, a_subscribe(ap1).with_radio(office()));
+  receive(1, a_message("rrm-config-changed", ap1).with_radio(an_office_radio()));
+  receive(1, a_subscribe(ap1).with_radio(an_office_radio()));
   EXPECT_EQ(radio(ap2).sent_priority, 0u);
   told();
   pipeline().post_tpc_results_ap(*ap(ap1), true, false, true);
@@ -370,7 +359,7 @@ TEST_F(SubscribedLists, ANewApIsToldItsListAndThenItsLinksAtOnce) {
   EXPECT_LINES(subscribing(7), ({
                                    "EVENT 23 lab",
                                    "EVENT 23 lab",
-                                   success(7, {neighbour(ap2, 255), neighbour(ap3, 255)}),
+                                   success(7, {told_office(ap2, 255), told_office(ap3, 255)}),
                                    looks_at_links,
                                    fbt(7),
                                }));
@@ -383,7 +372,7 @@ TEST_F(SubscribedLists, AnActiveApIsToldItsListAndThenItsLinksAtOnce) {
   let_hear(ap1, {ap2, ap3});
   drop(1);
   EXPECT_LINES(subscribing(8), ({
-                                   success(8, {neighbour(ap3, 255), neighbour(ap2, 255)}),
+                                   success(8, {told_office(ap3, 255), told_office(ap2, 255)}),
                                    looks_at_links,
                                    fbt(8),
                                }));
@@ -395,7 +384,7 @@ TEST_F(SubscribedLists, AnApThatReturnsIsToldItsListAndItsLinksBeforeItIsActive)
   subscribe(7, a_subscribe(ap1).with_radio(fast_office()));
   let_hear(ap1, {ap2});
   drop(7);
-  EXPECT_LINES(subscribing(8), ({success(8, {neighbour(ap2, 255)}), looks_at_links, fbt(8), "EVENT 23 lab"}));
+  EXPECT_LINES(subscribing(8), ({success(8, {told_office(ap2, 255)}), looks_at_links, fbt(8), "EVENT 23 lab"}));
 }
 
 TEST_F(SubscribedLists, ASilentApIsToldItsListAndThenItsLinksAtOnce) {
@@ -405,10 +394,10 @@ TEST_F(SubscribedLists, ASilentApIsToldItsListAndThenItsLinksAtOnce) {
   let_hear(ap1, {ap2});
   pipeline().planning_request_modes(true);
   to_mode_requests();
-  answer_mode(1, ap2, office());
+  answer_mode(1, ap2, an_office_radio());
   to_scan();
   ASSERT_NE(unanswered_aps().find(MacAddr::parse(ap1)), nullptr);
-  EXPECT_LINES(subscribing(8), ({success(8, {neighbour(ap2, 255)}), looks_at_links, fbt(8)}));
+  EXPECT_LINES(subscribing(8), ({success(8, {told_office(ap2, 255)}), looks_at_links, fbt(8)}));
 }
 
 TEST_F(SubscribedLists, LinksThatAreOffAreNotToldAndNeitherAreThoseOfAnApWithout80211r) {
@@ -417,7 +406,7 @@ TEST_F(SubscribedLists, LinksThatAreOffAreNotToldAndNeitherAreThoseOfAnApWithout
                ({"EVENT 23 lab", "EVENT 23 lab", with_switch("use-80211r", 0, success(7, {})), looks_at_links}));
   settings.use_80211r = true;
   start();
-  receive(7, a_subscribe(ap2).with_radio(office()));
+  receive(7, a_subscribe(ap2).with_radio(an_office_radio()));
   EXPECT_THAT(journal.lines("SEND"), ElementsAre(HasSubstr("subscribe-response")));
 }
 
@@ -426,7 +415,7 @@ TEST_F(SubscribedLists, With80211vTheListIsTheOneForTransitions) {
   start_with_offices({ap2, ap3});
   drop(1);
   EXPECT_EQ(subscribing(7)[2],
-            with_switch("use-80211v", 1, with_switch("use-80211r", 0, success(7, {neighbour(ap3, 127)}))));
+            with_switch("use-80211v", 1, with_switch("use-80211r", 0, success(7, {told_office(ap3, 127)}))));
 }
 
 // What a known AP says anew
@@ -455,16 +444,16 @@ TEST_F(ListUpdates, AnotherPictureOfAnApMakesTheListsDueThatItHas) {
   const std::string links = "TRACE Planning update 802dot11r domain lab";
   const RadioJson guests = a_5ghz_radio().with_vap(3, "guests");
   const Case cases[] = {
-      {"channel, 802.11k", true, false, true, office(36), office(40), {plain}},
-      {"channel, 802.11v", true, true, true, office(36), office(40), {transition}},
+      {"channel, 802.11k", true, false, true, an_office_radio(36), an_office_radio(40), {plain}},
+      {"channel, 802.11v", true, true, true, an_office_radio(36), an_office_radio(40), {transition}},
       {"channel, 802.11v, but locked", true, true, true, locked_office(36), locked_office(40), {plain}},
-      {"channel, neither", false, false, true, office(36), office(40), {}},
+      {"channel, neither", false, false, true, an_office_radio(36), an_office_radio(40), {}},
       {"channel, no VAPs", true, true, true, a_5ghz_radio(36), a_5ghz_radio(40), {}},
-      {"VAPs, 802.11k", true, false, true, office(), guests, {plain, links}},
-      {"VAPs, 802.11v", true, true, true, office(), guests, {transition, links}},
-      {"VAPs, without 802.11r", true, true, false, office(), guests, {transition}},
-      {"VAPs, the last with 802.11k", true, false, true, office(), a_5ghz_radio(), {links}},
-      {"the same", true, true, true, office(), office(), {}},
+      {"VAPs, 802.11k", true, false, true, an_office_radio(), guests, {plain, links}},
+      {"VAPs, 802.11v", true, true, true, an_office_radio(), guests, {transition, links}},
+      {"VAPs, without 802.11r", true, true, false, an_office_radio(), guests, {transition}},
+      {"VAPs, the last with 802.11k", true, false, true, an_office_radio(), a_5ghz_radio(), {links}},
+      {"the same", true, true, true, an_office_radio(), an_office_radio(), {}},
   };
   settings.use_dca = false;
   for (const Case& test : cases) {
@@ -481,14 +470,14 @@ TEST_F(ListUpdates, AnotherPriorityAloneMakesTheListsOf80211vDue) {
   start_with_offices({ap1});
   for (int i = 0; i < 5; ++i)
     radio(ap1).assoc.add_client(MacAddr::parse("02:00:00:00:00:00").plus(i), -50, "x", false, false);
-  EXPECT_LINES(plans(office()), ({"TRACE Planning 802.11v optimization (timer restarted)"}));
-  EXPECT_THAT(plans(office()), IsEmpty());
+  EXPECT_LINES(plans(an_office_radio()), ({"TRACE Planning 802.11v optimization (timer restarted)"}));
+  EXPECT_THAT(plans(an_office_radio()), IsEmpty());
 }
 
 TEST_F(ListUpdates, AnotherWildcardSettingAloneMakesTheLinksDue) {
   settings.use_80211r = true;
   start_with_offices({ap1});
-  EXPECT_LINES(plans(office(), 1), ({"TRACE Planning update 802dot11r domain lab"}));
+  EXPECT_LINES(plans(an_office_radio(), 1), ({"TRACE Planning update 802dot11r domain lab"}));
 }
 
 // The new plan brings new lists anyway.
