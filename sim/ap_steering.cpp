@@ -204,11 +204,17 @@ void ApSteering::on_blacklist(const Json& message, Millis now) {
       const auto mac = Mac::parse(text_or(entry, "mac", ""));
       const std::string action = text_or(entry, "action", "");
       if (mac && action == "block") {
-        refusals_.block(id, *mac, now + seconds(int_or(entry, "timeout", 0)));
+        block(id, *mac, entry, now);
       } else if (mac && action == "unblock") {
         refusals_.unblock(id, *mac);
       }
     }
+  }
+}
+
+void ApSteering::block(int radio, const Mac& station, const Json& entry, Millis now) {
+  if (world_.radio(ap_, radio) != nullptr) {
+    refusals_.block(radio, station, now + seconds(int_or(entry, "timeout", 0)));
   }
 }
 
@@ -219,13 +225,11 @@ void ApSteering::on_disassoc_request(const Json& message, Millis now) {
     const int id = int_or(radio, "id", -1);
     for (const Json& entry : objects_of(radio, "diassoc-list")) {
       const auto mac = Mac::parse(text_or(entry, "mac", ""));
-      const Station* const station = mac ? stations_.find(*mac) : nullptr;
-      if (station == nullptr) {
+      if (!mac) {
         continue;
       }
-      refusals_.block(id, *mac, now + seconds(int_or(entry, "timeout", 0)));
-      if (station->association && station->association->place() == Place{ap_, id} &&
-          text_or(entry, "ssid", station->client->ssid) == station->client->ssid) {
+      block(id, *mac, entry, now);
+      if (serves(id, *mac, text_or(entry, "ssid", ""))) {
         leaving.push_back(*mac);
       }
     }
@@ -233,6 +237,12 @@ void ApSteering::on_disassoc_request(const Json& message, Millis now) {
   for (const Mac& mac : leaving) {
     stations_.dismiss(mac);
   }
+}
+
+bool ApSteering::serves(int radio, const Mac& mac, const std::string& ssid) const {
+  const Station* const station = stations_.find(mac);
+  return station != nullptr && station->association && station->association->place() == Place{ap_, radio} &&
+         station->client->ssid == ssid;
 }
 
 void ApSteering::on_overload(const Json& message, Millis now) {

@@ -95,6 +95,8 @@ class ApSteering {
   void on_client_assoc_ack(const Json& message, Millis now);
   void on_fbt_info(const Json& message, Millis now);
 
+  void block(int radio, const Mac& station, const Json& entry, Millis now);
+  bool serves(int radio, const Mac& station, const std::string& ssid) const;
   void remember_neighbours(const Json& holder);
   std::map<Mac, Listed> served_stations() const;
   void answer_probes(Millis now);

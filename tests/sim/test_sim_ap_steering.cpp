@@ -88,7 +88,7 @@ TEST_F(ApSteeringTest, AnUnblockedStationComesInAgain) {
 }
 
 TEST_F(ApSteeringTest, AnUnblockOfOneThatIsNotBlockedIsTolerated) {
-  say(1, "rrm-blacklist", radios({unblock(1), unblock(7)}));
+  say(1, "rrm-blacklist", radios({unblock(1)}));
   EXPECT_EQ(blacklist(1), Lines{});
   EXPECT_EQ(log_, Lines{});
 }
@@ -104,6 +104,12 @@ TEST_F(ApSteeringTest, AnActionOfAnotherKindAndAnEntryOfNobodyAreNothing) {
       radios({block(1, 30), radio(1, "blacklist", {{"action", "forgive"}}),
               radio(0, "blacklist", {{"action", "block"}, {"timeout", 30}, {"mac", "nobody"}})}));
   EXPECT_EQ(blacklist(1), (Lines{"1 02:c1:00:00:00:01 for 30000 ms"}));
+}
+
+TEST_F(ApSteeringTest, ARadioThatItHasNotRefusesNobody) {
+  say(1, "rrm-blacklist", radios({block(7, 30), unblock(7), block(2, 30)}));
+  say(1, "rrm-disassoc-request", radios({disassociate(7, 30)}));
+  EXPECT_EQ(blacklist(1), (Lines{"2 02:c1:00:00:00:01 for 30000 ms"}));
 }
 
 TEST_F(ApSteeringTest, ItsListOutlivesItsSession) {
@@ -478,8 +484,9 @@ TEST_F(OverloadTest, WhoIsHeldOrLeftAloneOrHasNoTransitionsIsNotAsked) {
   say(0, "rrm-blacklist", radios({block(1, 30), block(0, 30)}));
   say(1, "rrm-blacklist", radios({block(1, 30), block(0, 30)}));
   say(0, "rrm-disassoc-request",
-      radios({{{"id", 1}, {"diassoc-list", Json::array({{{"mac", client_mac}, {"timeout", 30}}})}},
-              {{"id", 1}, {"diassoc-list", Json::array({{{"mac", "02:c1:00:00:00:02"}, {"timeout", 0}}})}}}));
+      radios({{{"id", 1}, {"diassoc-list", Json::array({{{"mac", client_mac}, {"ssid", "staff"}, {"timeout", 30}}})}},
+              {{"id", 1},
+               {"diassoc-list", Json::array({{{"mac", "02:c1:00:00:00:02"}, {"ssid", "staff"}, {"timeout", 0}}})}}}));
   pass(4'000);
   ASSERT_EQ(association(), (Association{0, 1, true}));
   ASSERT_EQ(simulation_->stations().served_by(0, 1).size(), 2U);
