@@ -100,20 +100,13 @@ bool any_vap(const VapMap& vaps, Predicate predicate) {
 }
 
 auto find_link(const VapEntry& vap, const VapEntry& peer) {
-  return std::find_if(vap.fbt_links.begin(), vap.fbt_links.end(), [&](const FbtLink& link) {
-    return link.remote_r0_kh_id == peer.fbt_r0_keyholder && link.remote_r1_kh_key == peer.fbt_rrb_key &&
-           mac_equal_ignoring_local_bit(link.remote_r1_kh_id, peer.fbt_r1_keyholder);
+  return std::find_if(vap.fbt_links.begin(), vap.fbt_links.end(), [&](const SharedFbtLink& link) {
+    return link->remote_r0_kh_id == peer.fbt_r0_keyholder && link->remote_r1_kh_key == peer.fbt_rrb_key &&
+           mac_equal_ignoring_local_bit(link->remote_r1_kh_id, peer.fbt_r1_keyholder);
   });
 }
 
 }  // namespace
-
-void FbtLink::write(JsonWriter& array) const {
-  JsonWriter object = JsonWriter::object(array, nullptr);
-  object.add_string("remote-r0-kh-id", remote_r0_kh_id);
-  object.add_string("remote-r1-kh-id", remote_r1_kh_id);
-  object.add_string("remote-r1-kh-key", remote_r1_kh_key);
-}
 
 // A CRC with generator 0x8005 over the SSID's bits, without the closing zero bits and inversions of the usual ones.
 std::uint16_t VapEntry::mobility_domain() const {
@@ -154,8 +147,8 @@ bool VapEntry::unlink(const VapEntry& peer) {
 }
 
 bool VapEntry::link_broadcast_802dot11r() {
-  const bool linked = std::any_of(fbt_links.begin(), fbt_links.end(), [](const FbtLink& link) {
-    return link.remote_r1_kh_id == VapMap::broadcast_r1_kh_id;
+  const bool linked = std::any_of(fbt_links.begin(), fbt_links.end(), [](const SharedFbtLink& link) {
+    return link->remote_r1_kh_id == VapMap::broadcast_r1_kh_id;
   });
   if (linked) return false;
   fbt_links.push_back({"*", VapMap::broadcast_r1_kh_id, broadcast_fbt_key()});
@@ -220,7 +213,7 @@ void VapMap::dump_json(JsonWriter& array) const {
     write_vap(object, vap);
     if (!links_shown(vap)) continue;
     JsonWriter links = JsonWriter::array(object, "fbt-links");
-    for (const FbtLink& link : vap.fbt_links) links.add_string(nullptr, link.remote_r1_kh_id);
+    for (const SharedFbtLink& link : vap.fbt_links) links.add_string(nullptr, link->remote_r1_kh_id);
   }
 }
 
@@ -233,7 +226,7 @@ void VapMap::dump_json_full(JsonWriter& array) const {
     object.add_string("fbt-rrb-key", vap.fbt_rrb_key);
     if (!links_shown(vap)) continue;
     JsonWriter links = JsonWriter::array(object, "fbt-links");
-    for (const FbtLink& link : vap.fbt_links) link.write(links);
+    for (const SharedFbtLink& link : vap.fbt_links) link->write(links);
   }
 }
 

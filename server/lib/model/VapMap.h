@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <vector>
 
+#include "model/FbtLinks.h"
 #include "model/MacAddr.h"
 
 namespace rrm {
@@ -16,17 +16,6 @@ namespace rrm {
 class JsonReader;
 class JsonWriter;
 struct Radio;
-
-// A peer of fast transition: the ids of its key holders and the key shared with it.
-struct FbtLink {
-  std::string remote_r0_kh_id;
-  std::string remote_r1_kh_id;
-  std::string remote_r1_kh_key;
-
-  bool operator==(const FbtLink&) const = default;
-  // Adds its object to an array, keys and all.
-  void write(JsonWriter& array) const;
-};
 
 struct VapEntry {
   std::int32_t id = 0;  // number on the radio, and offset in the radio's MAC pool
@@ -38,7 +27,7 @@ struct VapEntry {
   std::string fbt_r0_keyholder;
   std::string fbt_r1_keyholder;
   std::string fbt_rrb_key;
-  std::vector<FbtLink> fbt_links;
+  FbtLinks fbt_links;
 
   // The mobility domain that all VAPs of one SSID share, a 16-bit CRC of its bytes.
   std::uint16_t mobility_domain() const;

@@ -1,6 +1,7 @@
 #include "planning/fbt_links.h"
 
 #include <algorithm>
+#include <deque>
 #include <map>
 #include <string>
 #include <unordered_map>
@@ -13,8 +14,8 @@
 namespace rrm {
 namespace {
 
-// A VAP with 802.11r as the others of its SSID see it, with what every pair would otherwise compute anew.
-struct Peer {
+// A VAP with 802.11r, with what every pair of them would otherwise compute anew.
+struct KeyHolder {
   ApEntry* ap = nullptr;
   const Radio* radio = nullptr;
   VapEntry* vap = nullptr;
@@ -40,57 +41,63 @@ void for_each_vap_with_11r(ApEntry& ap, Visit visit) {
   }
 }
 
-// All VAPs with 802.11r of one SSID, in the order of the APs and of their radios.
-class SsidPeers {
- public:
-  void add(Peer peer) {
-    by_r1_.emplace(peer.r1, peers_.size());
-    peers_.push_back(std::move(peer));
-  }
-  const std::vector<Peer>& all() const { return peers_; }
+KeyHolder key_holder(ApEntry& ap, const Radio& radio, VapEntry& vap) {
+  return {&ap, &radio, &vap, r1_number(vap.fbt_r1_keyholder), vap.mac.to_string()};
+}
 
-  // Some VAP of another AP is what the link names.
-  template <class Allowed>
-  bool has_end_of(const FbtLink& link, const ApEntry& own, Allowed allowed) const {
-    const auto [first, last] = by_r1_.equal_range(r1_number(link.remote_r1_kh_id));
-    return std::any_of(first, last, [&](const auto& item) {
-      const Peer& peer = peers_[item.second];
-      return peer.ap != &own && peer.vap->fbt_rrb_key == link.remote_r1_kh_key && allowed(*peer.radio);
-    });
-  }
-
- private:
-  std::vector<Peer> peers_;
-  std::unordered_multimap<std::uint64_t, std::size_t> by_r1_;
+// A VAP as a peer of the others of its SSID.
+struct Peer {
+  KeyHolder holder;
+  std::size_t name = 0;  // the same number for all peers that the same links name
+  SharedFbtLink link;    // that names it by its own R1 key holder
 };
 
-// The links of one VAP by the R1 key holder they name, so that looking for one of thousands costs the same as for one
-// of ten.
-class LinkFinder {
+// All VAPs with 802.11r of one SSID, in the order of the APs and of their radios, and what links say of them. What a
+// link says is looked up once, however many VAPs have it.
+class SsidPeers {
  public:
-  explicit LinkFinder(const std::vector<FbtLink>& links) : links_(links) { build(); }
+  static constexpr std::size_t no_name = static_cast<std::size_t>(-1);
 
-  bool names(const VapEntry& peer, std::uint64_t r1) const {
-    const auto [first, last] = places_.equal_range(r1);
-    return std::any_of(first, last, [&](const auto& item) {
-      const FbtLink& link = links_[item.second];
-      return link.remote_r0_kh_id == peer.fbt_r0_keyholder && link.remote_r1_kh_key == peer.fbt_rrb_key;
-    });
+  struct LinkEnds {
+    std::vector<const Peer*> peers;  // with the R1 key holder and the key of the link
+    std::size_t name = no_name;      // of the peers that the link names by all it says
+  };
+
+  void add(KeyHolder holder) {
+    const VapEntry& vap = *holder.vap;
+    std::vector<const Peer*>& equals = by_end_[{holder.r1, vap.fbt_rrb_key}];
+    const std::size_t known = name_among(equals, vap.fbt_r0_keyholder);
+    const SharedFbtLink link = share_link({vap.fbt_r0_keyholder, vap.fbt_r1_keyholder, vap.fbt_rrb_key});
+    equals.push_back(&peers_.emplace_back(Peer{std::move(holder), known == no_name ? names_++ : known, link}));
   }
-  void added() { places_.emplace(r1_number(links_.back().remote_r1_kh_id), links_.size() - 1); }
-  void removed() {
-    places_.clear();
-    build();
+
+  const std::deque<Peer>& all() const { return peers_; }
+  std::size_t names() const { return names_; }
+
+  const LinkEnds& ends_of(const SharedFbtLink& link) {
+    const auto [place, is_new] = ends_.try_emplace(link);
+    if (is_new) place->second = look_up(*link);
+    return place->second;
   }
 
  private:
-  void build() {
-    places_.reserve(links_.size());
-    for (std::size_t i = 0; i < links_.size(); ++i) places_.emplace(r1_number(links_[i].remote_r1_kh_id), i);
+  static std::size_t name_among(const std::vector<const Peer*>& peers, const std::string& r0_keyholder) {
+    const auto same = std::find_if(peers.begin(), peers.end(), [&](const Peer* peer) {
+      return peer->holder.vap->fbt_r0_keyholder == r0_keyholder;
+    });
+    return same == peers.end() ? no_name : (*same)->name;
   }
 
-  const std::vector<FbtLink>& links_;
-  std::unordered_multimap<std::uint64_t, std::size_t> places_;
+  LinkEnds look_up(const FbtLink& link) const {
+    const auto place = by_end_.find({r1_number(link.remote_r1_kh_id), link.remote_r1_kh_key});
+    if (place == by_end_.end()) return {};
+    return {place->second, name_among(place->second, link.remote_r0_kh_id)};
+  }
+
+  std::deque<Peer> peers_;
+  std::size_t names_ = 0;
+  std::map<std::pair<std::uint64_t, std::string>, std::vector<const Peer*>> by_end_;
+  std::unordered_map<SharedFbtLink, LinkEnds> ends_;
 };
 
 // How one AP hears the radios of the others: of each the first address it heard.
@@ -104,8 +111,8 @@ class HeardRadios {
   }
 
   // Null for a radio that is not heard.
-  const MacAddr* find(const Peer& peer) const {
-    const auto place = heard_.find({peer.ap, peer.radio->id});
+  const MacAddr* find(const KeyHolder& holder) const {
+    const auto place = heard_.find({holder.ap, holder.radio->id});
     return place == heard_.end() ? nullptr : &place->second;
   }
 
@@ -113,10 +120,114 @@ class HeardRadios {
   std::map<std::pair<const ApEntry*, std::int32_t>, MacAddr> heard_;
 };
 
+// The update of one VAP's links.
+class VapUpdate {
+ public:
+  VapUpdate(const KeyHolder& own, SsidPeers& peers, const HeardRadios& heard, const DomainConfig& config, bool wildcard)
+      : own_(own),
+        peers_(peers),
+        heard_(heard),
+        config_(config),
+        wildcard_(wildcard && own.ap->use_wildcard_80211r),
+        held_(peers.names()) {}
+
+  void run() {
+    own_.vap->fbt_links.erase_if([&](const SharedFbtLink& link) { return !keeps(link); });
+    for (const Peer& peer : peers_.all()) {
+      if (peer.holder.ap != own_.ap) settle(peer);
+    }
+    if (wildcard_ && own_.vap->link_broadcast_802dot11r()) own_.ap->fbt_changed = true;
+  }
+
+ private:
+  bool may_link(const KeyHolder& other) const {
+    const std::int32_t own_band = own_.radio->band;
+    return own_band == other.radio->band || link_allowed(own_band, other.radio->band, config_);
+  }
+
+  // Whether the other end of a link is still there; what is kept counts as held.
+  bool keeps(const SharedFbtLink& link) {
+    const SsidPeers::LinkEnds& ends = peers_.ends_of(link);
+    if (wildcard_ && link->remote_r1_kh_id == VapMap::broadcast_r1_kh_id) {
+      RRM_LOG(LOG_TRACE, "skip wildcarg keyholder");
+    } else if (!any_end(ends)) {
+      RRM_LOG(LOG_DUMP, "%s (%s) erase broken link with %s", own_.ap->mac.to_string().c_str(),
+              platform_name(own_.ap->platform), link->remote_r1_kh_id.c_str());
+      own_.ap->fbt_changed = true;
+      return false;
+    }
+    if (ends.name != SsidPeers::no_name) ++held_[ends.name];
+    return true;
+  }
+
+  bool any_end(const SsidPeers::LinkEnds& ends) const {
+    return std::any_of(ends.peers.begin(), ends.peers.end(),
+                       [&](const Peer* peer) { return peer->holder.ap != own_.ap && may_link(peer->holder); });
+  }
+
+  // Whether the VAP may hold a link to the peer, and whether it does.
+  void settle(const Peer& peer) {
+    const bool linked = held_[peer.name] != 0;
+    if (!may_link(peer.holder)) {
+      if (linked) unlink(peer);
+    } else if (own_.r1 == peer.holder.r1) {
+      if (linked) unlink_same_key_holder(peer);
+    } else {
+      RRM_LOG(LOG_DUMP, "remote ssid = %s", peer.holder.vap->ssid.c_str());
+      RRM_LOG(LOG_DUMP, "remote MAC  = %s", peer.holder.mac_text.c_str());
+      if (linked) {
+        RRM_LOG(LOG_DUMP, "already linked %s %s", own_.mac_text.c_str(), peer.holder.mac_text.c_str());
+      } else {
+        link(peer);
+      }
+    }
+  }
+
+  void unlink(const Peer& peer) {
+    own_.vap->unlink(*peer.holder.vap);
+    --held_[peer.name];
+    own_.ap->fbt_changed = true;
+  }
+
+  void unlink_same_key_holder(const Peer& peer) {
+    RRM_LOG(LOG_DUMP, "invalid link %s %s", own_.mac_text.c_str(), peer.holder.mac_text.c_str());
+    unlink(peer);
+    RRM_LOG(LOG_DUMP, "unlink %s %s", own_.mac_text.c_str(), peer.holder.mac_text.c_str());
+  }
+
+  // A peer whose radio the AP hears is named as the AP hears it.
+  void link(const Peer& peer) {
+    FbtLinks& links = own_.vap->fbt_links;
+    links.reserve(peers_.all().size());
+    const MacAddr* heard = heard_.find(peer.holder);
+    if (heard == nullptr) {
+      links.push_back(peer.link);
+    } else {
+      const MacAddr r1 = MacAddr::parse(peer.holder.vap->fbt_r1_keyholder.c_str());
+      own_.vap->link_to(*peer.holder.vap, as_heard(r1, peer.holder.radio->mac, *heard).to_string());
+    }
+    ++held_[peer.name];
+    own_.ap->fbt_changed = true;
+    RRM_LOG(LOG_DUMP, "now linked %s %s", own_.mac_text.c_str(), peer.holder.mac_text.c_str());
+  }
+
+  const KeyHolder& own_;
+  SsidPeers& peers_;
+  const HeardRadios& heard_;
+  const DomainConfig& config_;
+  const bool wildcard_;
+  std::vector<std::uint32_t> held_;  // the VAP's links by the name of the peers they name
+};
+
+// The update of a whole set.
 class LinkUpdate {
  public:
   LinkUpdate(ApMap& aps, const DomainConfig& config, bool wildcard) : aps_(aps), config_(config), wildcard_(wildcard) {
-    for (const auto& [mac, ap] : aps_) add_peers(*ap);
+    for (const auto& [mac, ap] : aps_) {
+      for_each_vap_with_11r(*ap, [&, &owner = *ap](const Radio& radio, VapEntry& vap) {
+        by_ssid_[vap.ssid].add(key_holder(owner, radio, vap));
+      });
+    }
   }
 
   bool run() {
@@ -125,30 +236,16 @@ class LinkUpdate {
   }
 
  private:
-  bool may_link(const Radio& a, const Radio& b) const {
-    return a.band == b.band || link_allowed(a.band, b.band, config_);
-  }
-
-  void add_peers(ApEntry& ap) {
-    for_each_vap_with_11r(ap, [&](const Radio& radio, VapEntry& vap) {
-      by_ssid_[vap.ssid].add({&ap, &radio, &vap, r1_number(vap.fbt_r1_keyholder), vap.mac.to_string()});
-    });
-  }
-
-  void mark_changed(ApEntry& ap) {
-    ap.fbt_changed = true;
-    changed_ = true;
-  }
-
   void update_ap(ApEntry& ap) {
     RRM_LOG(LOG_DUMP, "==================================");
-    RRM_LOG(LOG_DUMP, "Device %s (%s)", ap.mac.to_string().c_str(), ap.factory.serial.c_str());
+    RRM_LOG(LOG_DUMP, "Device %s (%s)", ap.mac.to_string().c_str(), platform_name(ap.platform));
     RRM_LOG(LOG_DUMP, "fbt_changed = %d", ap.fbt_changed);
     const HeardRadios heard(aps_, ap);
     for_each_vap_with_11r(ap, [&](const Radio& radio, VapEntry& vap) {
       log_vap(ap, radio, vap);
-      update_vap({&ap, &radio, &vap, r1_number(vap.fbt_r1_keyholder), vap.mac.to_string()}, heard);
+      VapUpdate(key_holder(ap, radio, vap), by_ssid_[vap.ssid], heard, config_, wildcard_).run();
       RRM_LOG(LOG_DUMP, "new remotes size = %zu", vap.fbt_links.size());
+      changed_ |= ap.fbt_changed;
     });
   }
 
@@ -161,76 +258,6 @@ class LinkUpdate {
     RRM_LOG(LOG_DUMP, "current r1 keyholder = %s", vap.fbt_r1_keyholder.c_str());
     RRM_LOG(LOG_DUMP, "use_wildcard_80211r = %d", ap.use_wildcard_80211r);
     RRM_LOG(LOG_DUMP, "remotes size = %zu", vap.fbt_links.size());
-  }
-
-  void update_vap(const Peer& own, const HeardRadios& heard) {
-    const SsidPeers& peers = by_ssid_[own.vap->ssid];
-    const bool wildcard = wildcard_ && own.ap->use_wildcard_80211r;
-    drop_broken_links(own, peers, wildcard);
-    changed_ |= own.ap->fbt_changed;
-    LinkFinder links(own.vap->fbt_links);
-    for (const Peer& peer : peers.all()) {
-      if (peer.ap != own.ap) settle(own, peer, links, heard);
-    }
-    if (wildcard && own.vap->link_broadcast_802dot11r()) mark_changed(*own.ap);
-  }
-
-  void drop_broken_links(const Peer& own, const SsidPeers& peers, bool wildcard) {
-    const auto allowed = [&](const Radio& other) { return may_link(*own.radio, other); };
-    std::erase_if(own.vap->fbt_links, [&](const FbtLink& link) {
-      if (wildcard && link.remote_r1_kh_id == VapMap::broadcast_r1_kh_id) {
-        RRM_LOG(LOG_TRACE, "skip wildcarg keyholder");
-        return false;
-      }
-      if (peers.has_end_of(link, *own.ap, allowed)) return false;
-      RRM_LOG(LOG_DUMP, "%s (%s) erase broken link with %s", own.ap->mac.to_string().c_str(),
-              own.ap->factory.serial.c_str(), link.remote_r1_kh_id.c_str());
-      own.ap->fbt_changed = true;
-      return true;
-    });
-  }
-
-  // Whether the one VAP may hold a link to the other, and whether it does.
-  void settle(const Peer& own, const Peer& peer, LinkFinder& links, const HeardRadios& heard) {
-    const bool linked = links.names(*peer.vap, peer.r1);
-    if (!may_link(*own.radio, *peer.radio)) {
-      if (linked) unlink(own, peer, links);
-    } else if (own.r1 == peer.r1) {
-      if (linked) unlink_same_key_holder(own, peer, links);
-    } else {
-      RRM_LOG(LOG_DUMP, "remote ssid = %s", peer.vap->ssid.c_str());
-      RRM_LOG(LOG_DUMP, "remote MAC  = %s", peer.mac_text.c_str());
-      if (linked) {
-        RRM_LOG(LOG_DUMP, "already linked %s %s", own.mac_text.c_str(), peer.mac_text.c_str());
-      } else {
-        link(own, peer, links, heard.find(peer));
-      }
-    }
-  }
-
-  void unlink(const Peer& own, const Peer& peer, LinkFinder& links) {
-    own.vap->unlink(*peer.vap);
-    links.removed();
-    mark_changed(*own.ap);
-  }
-
-  void unlink_same_key_holder(const Peer& own, const Peer& peer, LinkFinder& links) {
-    RRM_LOG(LOG_DUMP, "invalid link %s %s", own.mac_text.c_str(), peer.mac_text.c_str());
-    unlink(own, peer, links);
-    RRM_LOG(LOG_DUMP, "unlink %s %s", own.mac_text.c_str(), peer.mac_text.c_str());
-  }
-
-  // `heard` is the peer's radio as the AP hears it, null if it does not.
-  void link(const Peer& own, const Peer& peer, LinkFinder& links, const MacAddr* heard) {
-    const std::string& r1 = peer.vap->fbt_r1_keyholder;
-    if (heard == nullptr) {
-      own.vap->link_to(*peer.vap);
-    } else {
-      own.vap->link_to(*peer.vap, as_heard(MacAddr::parse(r1.c_str()), peer.radio->mac, *heard).to_string());
-    }
-    links.added();
-    mark_changed(*own.ap);
-    RRM_LOG(LOG_DUMP, "now linked %s %s", own.mac_text.c_str(), peer.mac_text.c_str());
   }
 
   ApMap& aps_;

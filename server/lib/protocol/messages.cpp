@@ -49,7 +49,7 @@ void write_fbt_vap(JsonWriter& array, const Radio& radio, const VapEntry& vap, c
   object.add_string(key::r0_key_holder_id, vap.fbt_r0_keyholder);
   object.add_string(key::r1_key_holder_id, as_heard(r1, radio.mac, heard).to_string());
   JsonWriter remotes = JsonWriter::array(object, key::remotes);
-  for (const FbtLink& link : vap.fbt_links) link.write(remotes);
+  for (const SharedFbtLink& link : vap.fbt_links) link->write(remotes);
 }
 
 }  // namespace
