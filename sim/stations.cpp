@@ -46,6 +46,7 @@ Stations::Stations(const World& world, StationObserver& observer) : world_(world
     Station& station = stations_.emplace_back();
     station.client = &client;
     station.position = client.position;
+    index_[client.mac] = stations_.size() - 1;
   }
 }
 
@@ -335,13 +336,13 @@ std::optional<Mac> Stations::propose(const Mac& mac, const std::vector<Transitio
 }
 
 const Station* Stations::find(const Mac& station) const {
-  const auto found = std::find_if(stations_.begin(), stations_.end(),
-                                  [&](const Station& candidate) { return candidate.client->mac == station; });
-  return found == stations_.end() ? nullptr : &*found;
+  const auto found = index_.find(station);
+  return found == index_.end() ? nullptr : &stations_[found->second];
 }
 
 Station* Stations::find_mutable(const Mac& station) {
-  return const_cast<Station*>(find(station));
+  const auto found = index_.find(station);
+  return found == index_.end() ? nullptr : &stations_[found->second];
 }
 
 std::vector<const Station*> Stations::served_by(std::size_t ap, int radio) const {

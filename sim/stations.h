@@ -148,6 +148,7 @@ class Stations {
   const World& world_;
   StationObserver& observer_;
   std::vector<Station> stations_;
+  std::map<Mac, std::size_t> index_;
   std::uint64_t steps_ = 0;
 };
 

@@ -136,8 +136,24 @@ TEST_F(ApSteeringTest, OneThatKeepsKnockingIsLetInForGood) {
             "02:c1:00:00:00:01 joined A1 to A1: sent away, full, held, for good, refused 4 times, after 3000 ms");
 }
 
+TEST(RefusalsTest, CountsKnocksAtAllRadiosAndForgetsThemWithTheLastEntry) {
+  using Answer = StationObserver::Answer;
+  constexpr int patience = 2;
+  const Mac client{1};
+  Refusals refusals;
+  refusals.block(0, client, 1'000);
+  refusals.block(1, client, 2'000);
+  EXPECT_EQ(refusals.answer(0, client, patience, 0), Answer::refuses);
+  EXPECT_EQ(refusals.answer(1, client, patience, 999), Answer::refuses);
+  EXPECT_EQ(refusals.answer(0, client, patience, 999), Answer::accepts_for_good);
+  EXPECT_EQ(refusals.answer(0, client, patience, 1'000), Answer::accepts);
+  EXPECT_EQ(refusals.answer(1, client, patience, 1'999), Answer::accepts_for_good);
+  EXPECT_EQ(refusals.answer(1, client, patience, 2'000), Answer::accepts);
+  refusals.block(1, client, 3'000);
+  EXPECT_EQ(refusals.answer(1, client, patience, 2'001), Answer::refuses);
+}
+
 TEST_F(ApSteeringTest, TheControllerSaysHowOftenOneMustKnock) {
-  begin(two_aps);
   say(0, "rrm-info", radios({{{"id", 1}, {"dunva-try-no-balance", 4}}}));
   say(0, "rrm-blacklist", radios({block(0, 30)}));
   say(1, "rrm-blacklist", radios({block(0, 30), block(1, 30)}));
