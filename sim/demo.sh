@@ -5,10 +5,12 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 usage() {
   cat <<'TEXT'
-usage: ./run demo [--once] [--build DIR] [SITE]
-  --once       end after the first cycle, with status 0 only if the site was planned
-  --build DIR  take the programs of this build; otherwise build/release is built first
-  SITE         a site file, its setup beside it as NAME-setup.json (default: sim/sites/office.json)
+usage: ./run demo [--scene NAME] [--once] [--build DIR] [SITE]
+  --scene NAME  plan (the default): an office whose channels and power are planned
+                steering: a meeting room that fills, its clients spread over the access points, and somebody who walks by
+  --once        end after the first plan, or at the end of the scene, with status 0 only if it shows what the site expects
+  --build DIR   take the programs of this build; otherwise build/release is built first
+  SITE          a site file of your own, its setup beside it as NAME-setup.json
 TEXT
 }
 
@@ -21,12 +23,18 @@ complain() {
 once=()
 build=
 site=
+scene=plan
 while [ $# -gt 0 ]; do
   case $1 in
     --once) once=(--once) ;;
     --build)
       [ $# -gt 1 ] || complain "--build wants a directory"
       build=$2
+      shift
+      ;;
+    --scene)
+      [ $# -gt 1 ] || complain "--scene wants a name"
+      scene=$2
       shift
       ;;
     -h | --help)
@@ -41,10 +49,15 @@ while [ $# -gt 0 ]; do
   esac
   shift
 done
+case $scene in
+  plan) default_site=sim/sites/office.json duration="a cycle takes about a minute" ;;
+  steering) default_site=sim/sites/meeting.json duration="the scene takes about three minutes" ;;
+  *) complain "no scene '$scene'; there are plan and steering" ;;
+esac
 for program in controller/zal_controller daemon/zal_rrm sim/zal_apsim; do
   [ -z "$build" ] || [ -x "$build/$program" ] || complain "no $program in $build"
 done
-site=${site:-sim/sites/office.json}
+site=${site:-$default_site}
 setup=${site%.json}-setup.json
 for file in "$site" "$setup"; do
   [ -r "$file" ] || complain "cannot read $file; a site needs $site and $setup"
@@ -110,6 +123,7 @@ finish() {
   [ -z "$prefix" ] || wait "$prefix" || true
   show_reports || echo "demo: the report cannot be shown" >&2
   [ ! -e "$state/plan/plan.json" ] || echo "demo: plan and floor plans are in $state/plan"
+  [ ! -e "$state/steering/steering.json" ] || echo "demo: the figures are in $state/steering/steering.json"
   exit "$status"
 }
 
@@ -152,9 +166,9 @@ for _ in {1..600}; do
 done
 
 if kill -0 "$controller" 2>/dev/null; then
-  echo "demo: the access points of $site subscribe; a cycle takes about a minute"
-  setsid "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --out "$state/plan" \
-    "${once[@]}" 8>&- &
+  echo "demo: the access points of $site subscribe; $duration"
+  setsid "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --scene "$scene" \
+    --out "$state/$scene" "${once[@]}" 8>&- &
   simulation=$!
 fi
 
