@@ -35,6 +35,14 @@ bool matches(const PlatformModels& models, std::string_view board) {
                      [&](std::string_view prefix) { return starts_with_ignoring_case(board, prefix); });
 }
 
+std::size_t count_links(const Radios& radios) {
+  std::size_t count = 0;
+  for (const Radio& radio : radios.list) {
+    for (const auto& [ssid, vap] : radio.vaps) count += vap.fbt_links.size();
+  }
+  return count;
+}
+
 }  // namespace
 
 // The first list that matches decides. A board with "-SX" carries another chipset than its namesake.
@@ -83,6 +91,12 @@ MacAddr ApEntry::get_radio_mac(std::int32_t radio_id) const {
   RRM_LOG(LOG_WARNING, "get_radio_mac fallback to base_mac=%s for invalid/disabled radio_id=%d",
           mac.to_string().c_str(), radio_id);
   return mac;
+}
+
+void ApEntry::read_radios(const JsonReader& json, ChannelPools& channels, bool apply_vaps, bool list_flag) {
+  const std::size_t links = count_links(radios);
+  radios.from_json(json, channels, apply_vaps, list_flag);
+  if (count_links(radios) < links) fbt_changed = true;
 }
 
 void ApEntry::dump_json(JsonWriter& object) const {

@@ -465,7 +465,7 @@ void RrmWorker::process_exists_ap(Command command, const JsonReader& json, const
   if (!json.get_array(key::radios).empty()) ap.radios.set_validate_power(scratch);
   const bool settings_same = scratch.all_settings_equal(ap.radios);
   if (!vaps_same || !settings_same) raise_domain_changed();
-  ap.radios.from_json(json, channel_pools_, !vaps_same, !channels_same);
+  ap.read_radios(json, channel_pools_, !vaps_same, !channels_same);
   if (force || !settings_same) {
     replan_without_neighbours(ap, force);
   } else {

@@ -391,7 +391,7 @@ void TpcDcaSubworker::read_radios(const JsonReader& json, const std::shared_ptr<
   Radios reported = ap->radios;
   reported.from_json(json, pools, true, false);
   const bool channels_differ = !ap->radios.channels_equal(reported);
-  ap->radios.from_json(json, pools, true, channels_differ);
+  ap->read_radios(json, pools, true, channels_differ);
   aps_.reindex(ap);
 }
 

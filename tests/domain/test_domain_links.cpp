@@ -200,6 +200,17 @@ TEST_F(Links, AnApThatHasLeftIsTakenOutOfTheLinksOfTheOthers) {
   EXPECT_LINES(told(), ({told_links(1, ap1, {told_vap(1, 1, holder1, {})})}));
 }
 
+// Its VAP, read anew, has lost the record of the link that the AP holds, and there is nobody to link it with.
+TEST_F(Links, AnApWhoseRebuiltVapStaysAloneIsToldThatTheOtherHasLeft) {
+  start_linked();
+  drop(2);
+  receive(1, a_subscribe(ap1).with_radio(with_11r().with_raw("vaps", R"([{"id":2,"ssid":"office","802dot11r":1}])")));
+  journal.take();
+  advance(20);
+  const LinkText given{"SN44:00", "00:11:22:33:44:12", vap(ap1).fbt_rrb_key};
+  EXPECT_THAT(told(), Contains(told_links(1, ap1, {told_vap(2, 1, given, {})})));
+}
+
 TEST_F(Links, WhatIsToldWaitsForTheEndOfThePass) {
   start_linked();
   vap(ap2).fbt_rrb_key = "another key";
