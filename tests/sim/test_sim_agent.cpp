@@ -104,6 +104,24 @@ TEST_F(AgentTest, WhatChangedWhileTheSubscriptionWasAnsweredIsToldAfterIt) {
       "ssid": "staff", "no-balance": 0, "need-ack": 0})"));
 }
 
+// The list of a subscription cannot say who is to be left alone.
+TEST_F(AgentTest, WhomTheApLetInForGoodIsToldAgainAfterASubscription) {
+  subscribe_all();
+  const Json entry = {{"mac", "02:c1:00:00:00:01"}, {"ssid", "staff"}, {"timeout", 30}};
+  say(0, "rrm-info", {{"radios", Json::array({{{"id", 1}, {"dunva-try-no-balance", 0}}})}});
+  say(0, "rrm-disassoc-request", {{"radios", Json::array({{{"id", 1}, {"diassoc-list", Json::array({entry})}}})}});
+  pass(0);
+  pass(2'000);
+  ASSERT_EQ(simulation_->stations().all()[0].association, (Association{0, 1, true}));
+  simulation_->disconnected(0);
+  simulation_->connected(0, now_);
+  sent(0);
+  accept(0);
+  EXPECT_EQ(only(0), Json::parse(R"({"service": "rrm", "version": "2.4", "cmd": "rrm-client-assoc",
+      "ap-mac": "02:00:5e:00:01:00", "domain": "lab", "radio": 1, "rssi": -35, "sta-mac": "02:c1:00:00:00:01",
+      "ssid": "staff", "no-balance": 1, "need-ack": 0})"));
+}
+
 TEST_F(AgentTest, UnsubscribedItSaysNoMoreUntilItsNextSession) {
   subscribe(0);
   simulation_->unsubscribe(0);

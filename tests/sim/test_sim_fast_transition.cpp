@@ -210,6 +210,20 @@ TEST_F(FastTransitionTest, IsFullWhereSomethingDoesNotFit) {
   }
 }
 
+// All links are right, but the client's keys are those of a holder with another name.
+TEST_F(FastTransitionTest, AHolderThatWasRenamedKnowsNoOldKeys) {
+  link_all();
+  appear();
+  tell_links(0, {1}, {{"r0-key-holder-id", "SN9"}});
+  Json renamed = link_to(0);
+  renamed["remote-r0-kh-id"] = "SN9";
+  tell_links(1, {}, {{"remotes", Json::array({renamed})}});
+  go(1);
+  go(0);
+  EXPECT_EQ(events(), (Lines{"02:c1:00:00:00:01 moved A1 to B1: own choice, full",
+                             "02:c1:00:00:00:01 moved B1 to A1: own choice, fast"}));
+}
+
 TEST_F(FastTransitionTest, IsFullWhereTheSsidOfTheTargetHasNone) {
   link_all();
   appear();

@@ -191,6 +191,20 @@ TEST_F(StationsTest, OneWithServiceLetsARefusingRadioAloneForHalfAMinute) {
   EXPECT_EQ(story(), (Story{"turned away A1 to B1: own choice", "turned away A1 to B0: own choice"}));
 }
 
+TEST_F(StationsTest, OnAnotherRadioItForgetsWhoRefusedIt) {
+  start();
+  steps(1);
+  doors_.closed = {b1};
+  teleport(14);
+  steps(5);
+  ASSERT_EQ(place(), b0);
+  doors_.closed.clear();
+  set_level(b0, -75);
+  story();
+  steps(5);
+  EXPECT_EQ(story(), (Story{"moved B0 to B1: own choice, full"}));
+}
+
 TEST_F(StationsTest, DismissedItListensForASecondAndLooksElsewhere) {
   start();
   steps(1);
