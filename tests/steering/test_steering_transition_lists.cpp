@@ -637,6 +637,7 @@ TEST_F(Steering, AnApNeedsLoadBalanceWithARadioOf80211vAndARadioAboveTheLowMark)
       {"above it, but disabled", with_clients(office(), 6).disabled(), plain, false},
       {"above it, without 802.11v", a_radio().channel(36), with_clients(plain, 6), false},
       {"above it, with 802.11v on another radio", office(), with_clients(plain, 6), true},
+      {"above it, but disabled, with 802.11v on another radio", office(), with_clients(plain, 6).disabled(), false},
       {"above it, with 802.11v on a locked other", office().locked_80211v(), with_clients(plain, 6), false},
   };
   for (const Case& test : cases) {
