@@ -39,7 +39,7 @@ std::string fullest_text(const Site& site, const SteeringFigures& figures, int R
 }
 
 Check check_fullest(const Site& site, const SteeringFigures& figures, int falls_by) {
-  return {"the fullest radio has " + std::to_string(falls_by) + " clients fewer, or more than that",
+  return {"the load of the fullest radio falls by " + std::to_string(falls_by) + " or more",
           fullest_text(site, figures, &RadioLoad::before) + " -> " + fullest_text(site, figures, &RadioLoad::now),
           fullest(figures, &RadioLoad::before) - fullest(figures, &RadioLoad::now) >= falls_by};
 }
@@ -70,7 +70,7 @@ Check check_spread(const Site& site, const SteeringFigures& figures, const Sprea
   const Range before = loads_in(site, figures, spread, &RadioLoad::before);
   const Range now = loads_in(site, figures, spread, &RadioLoad::now);
   return {"the loads at " + band_name(spread.band) + " in " + spread.room + " come closer by " +
-              std::to_string(spread.shrinks_by) + " clients or more",
+              std::to_string(spread.shrinks_by) + " or more",
           before.text() + " -> " + now.text(), before.width() - now.width() >= spread.shrinks_by};
 }
 

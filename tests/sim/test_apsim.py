@@ -209,6 +209,46 @@ class ProgramTest(unittest.IsolatedAsyncioTestCase):
         self.assertIn("B: ignored an unknown message: ", err)
         self.assertRegex(out, r"A +Hall +5 GHz +52/80 -> 36/80 +23 -> 15")
 
+    def write_steering_site(self, expectations, **client):
+        self.write_site({**SITE, "steering": {"before": 1, "after": 3}, "expectations": {"steering": expectations},
+                         "clients": [{"mac": "02:c1:00:00:00:01", "ssid": "staff", "bands": [5], "position": [5, 5],
+                                      **client}]})
+
+    async def test_a_scene_of_steering_as_expected_ends_with_status_0_and_its_file(self):
+        self.write_steering_site({"fullest_radio_falls_by": 1}, until=2)
+        status, out, err = await self.play(KeepsSilent(GOOD_PLAN), "--scene", "steering", "--once", "--out",
+                                           self.path("out"))
+        self.assertEqual((status, err), (0, ""))
+        self.assertRegex(out, r"\nlab: the clients after \d+ s\n")
+        self.assertIn("\nok      the load of the fullest radio falls by 1 or more: 1 on A at 5 GHz -> 0 on A at "
+                      "5 GHz\nwritten: " + self.path("out") + "/steering.json\n", out)
+        figures = json.loads(self.read("out", "steering.json"))
+        self.assertEqual([(radio["before"], radio["now"]) for radio in figures["radios"]], [(1, 0), (0, 0)])
+        self.assertEqual(os.listdir(self.path("out")), ["steering.json"])
+
+    async def test_a_scene_of_steering_that_disappoints_ends_with_status_1_and_the_reason(self):
+        self.write_steering_site({"fullest_radio_falls_by": 1, "ordered_moves_succeed": 0.5})
+        status, out, err = await self.play(KeepsSilent(GOOD_PLAN), "--scene", "steering", "--once")
+        self.assertEqual(status, 1)
+        self.assertEqual(out.count("\nFAILED  "), 2)
+        self.assertEqual(err, "not as expected: the load of the fullest radio falls by 1 or more: 1 on A at 5 GHz "
+                              "-> 1 on A at 5 GHz\nnot as expected: 50 % of the ordered moves or more succeed: 0 of 0\n")
+
+    async def test_a_scene_of_steering_goes_on_after_its_window(self):
+        self.write_steering_site({"fullest_radio_falls_by": 1})
+        controller = KeepsSilent(GOOD_PLAN)
+        async with websockets.serve(controller.serve, "127.0.0.1", 0, subprotocols=["websock-rrm"]) as server:
+            port = server.sockets[0].getsockname()[1]
+            process = await self.start(f"ws://127.0.0.1:{port}/apb/rrm", "--scene", "steering")
+            out = ""
+            while "\nFAILED  " not in out:
+                out += (await asyncio.wait_for(process.stdout.readline(), 60)).decode()
+            process.send_signal(signal.SIGTERM)
+            status, rest, err = await self.finish(process)
+        self.assertEqual((status, err), (0, ""))
+        self.assertIn("\nlab: the clients after ", rest)
+        self.assertNotIn("FAILED", rest)
+
     async def test_terminated_it_ends_politely(self):
         controller = KeepsSilent(GOOD_PLAN)
         async with websockets.serve(controller.serve, "127.0.0.1", 0, subprotocols=["websock-rrm"]) as server:
@@ -220,6 +260,12 @@ class ProgramTest(unittest.IsolatedAsyncioTestCase):
             status, _, err = await self.finish(process)
         self.assertEqual((status, err), (0, ""))
         self.assertEqual(controller.closed_with, [1000, 1000])
+
+    async def test_a_scene_that_there_is_not_ends_with_status_2(self):
+        for scene, complaint in (("dance", 'zal_apsim: no scene "dance"; there are plan and steering\n'),
+                                 ("steering", f'zal_apsim: no scene of steering in {self.site}: it has no "steering"\n')):
+            status, out, err = await self.finish(await self.start("ws://127.0.0.1:1/x", "--scene", scene, "--once"))
+            self.assertEqual((status, out, err), (2, "", complaint))
 
     async def test_a_bad_site_or_address_ends_with_status_2(self):
         for site, url, complaint in (

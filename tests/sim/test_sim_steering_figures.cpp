@@ -380,8 +380,8 @@ OrderedMoves failed(int declined, int turned_away, int back_at_once, int lost) {
 }
 
 TEST_F(SteeringFiguresTest, ChecksWhatTheSiteExpects) {
-  const char* const fullest = "the fullest radio has 6 clients fewer, or more than that";
-  const char* const spread = "the loads at 5 GHz in West come closer by 6 clients or more";
+  const char* const fullest = "the load of the fullest radio falls by 6 or more";
+  const char* const spread = "the loads at 5 GHz in West come closer by 6 or more";
   const char* const walkers =
       "each client that walks has 2 fast transitions or more, and none full after its first association";
   const char* const orders = "75 % of the ordered moves or more succeed";
