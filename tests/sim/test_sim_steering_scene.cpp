@@ -1,7 +1,12 @@
 // What a site file may say about a scene of steering, and what is refused with which words.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
+#include <set>
+
 #include "sim/site.h"
+#include "sim/stations.h"
 #include "sites.h"
 
 namespace sim {
@@ -110,6 +115,47 @@ TEST(SteeringScene, IsRefusedWithItsPlaceAndReason) {
       EXPECT_STREQ(error.what(), c.complaint);
     }
   }
+}
+
+// Left to themselves, its people crowd one radio, although each of them hears every AP of the room well. Somebody walks
+// along the corridor after most have come.
+TEST(SteeringScene, TheMeetingIsAsItsStorySays) {
+  const Site site = load_site(MEETING_SITE);
+  const World world(site);
+  ASSERT_TRUE(site.steering);
+  std::map<Place, int> liked_best;
+  int in_room = 0;
+  for (const Client& client : site.clients) {
+    const Room* const room = site.room_at(client.position);
+    ASSERT_NE(room, nullptr);
+    const auto radios = candidates(world, client, client.position);
+    ASSERT_FALSE(radios.empty());
+    if (room->name != "Meeting room") {
+      continue;
+    }
+    ++in_room;
+    ++liked_best[radios.front().place()];
+    std::set<std::size_t> heard_well;
+    for (const Candidate& candidate : radios) {
+      const double level =
+          world.downlink_dbm(candidate.ap, *world.radio(candidate.ap, candidate.radio), client.position, client.mac);
+      if (level >= weakest_good_dbm && site.room_at(site.access_points[candidate.ap].position) == room) {
+        heard_well.insert(candidate.ap);
+      }
+    }
+    EXPECT_EQ(heard_well.size(), 4U) << client.mac.text();
+  }
+  EXPECT_EQ(in_room, 36);
+  const auto fewer = [](const auto& a, const auto& b) { return a.second < b.second; };
+  const auto fullest = std::max_element(liked_best.begin(), liked_best.end(), fewer);
+  EXPECT_EQ(site.access_points[fullest->first.ap].name, "Hall-2");
+  EXPECT_GE(fullest->second, in_room / 2);
+  EXPECT_EQ(std::count_if(site.clients.begin(), site.clients.end(),
+                          [&](const Client& client) {
+                            return !client.path.empty() && client.from >= site.steering->before_s &&
+                                   site.room_at(client.position)->name == "Corridor";
+                          }),
+            1);
 }
 
 }  // namespace
