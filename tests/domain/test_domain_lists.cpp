@@ -168,6 +168,19 @@ TEST_F(Lists, FromAForcedPlanToItsEndPlainListsAreRefused) {
   EXPECT_FALSE(journal.has("TRACE Process update 802dot11k domain lab"));
 }
 
+TEST_F(Lists, AForcedPlanMakesPlannedUpdatesNeedless) {
+  settings.use_80211r = true;
+  start_with_offices({ap1});
+  pipeline().planning_update_802dot11k();
+  pipeline().planning_update_802dot11r();
+  advance(5);
+  pipeline().planning_request_modes(true);
+  told();
+  advance(19);
+  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_EQ(pipeline().fbt_status(), 0);
+}
+
 TEST_F(Lists, ACycleMakesAPlannedUpdateNeedless) {
   settings.use_optimization_time = true;
   settings.optimization_time_seconds = static_cast<std::int32_t>((*clock.wall_seconds() + 10) % 86400);
@@ -312,6 +325,15 @@ TEST_F(TransitionLists, EveryResultThatIsSentToAllCommitsThePriorities) {
                            "TRACE AP(00:11:22:33:44:00): no radios need load balance",
                            "TRACE AP(00:11:22:33:55:00): no radios need load balance",
                        }));
+}
+
+TEST_F(TransitionLists, AResultIsSentToAllWhetherItIsNewsOrNot) {
+  start_with_offices({ap1, ap2});
+  balancer().commit_priorities();
+  pipeline().planning_update_802dot11k();
+  advance(20);
+  EXPECT_THAT(sent(), ElementsAre("SEND 1 " + info(ap1, {told_office(ap2, 127)}),
+                                  "SEND 2 " + info(ap2, {told_office(ap1, 127)})));
 }
 
 TEST_F(TransitionLists, WhatASingleApIsToldCommitsNothing) {
