@@ -354,6 +354,51 @@ TEST_F(VapMapTest, LinksAreAppendedAndTheFirstThatFitsIsRemoved) {
             (std::vector<FbtLink>{{"SN2", "A0:11:22:33:44:66", "KEY"}, {"SN1", "A2:11:22:33:44:55", "key"}}));
 }
 
+// An AP that reports no key material still has what the server gave it.
+TEST_F(VapMapTest, AVapThatIsNamedAgainWithoutAKeyKeepsWhatItWasGiven) {
+  const char* const given =
+      R"([{"id":1,"ssid":"a","802dot11r":1,"fbt-r0-keyholder":"r0","fbt-r1-keyholder":"r1","fbt-rrb-key":"key",)"
+      R"("fbt-links":[{"remote-r0-kh-id":"a","remote-r1-kh-id":"b","remote-r1-kh-key":"c"}]}])";
+  struct Case {
+    const char* label;
+    const char* again;
+    bool kept;
+  };
+  const Case cases[] = {
+      {"the same", R"([{"id":1,"ssid":"a","802dot11r":1}])", true},
+      {"with other switches", R"([{"id":1,"ssid":"a","802dot11k":1}])", true},
+      {"among others", R"([{"id":2,"ssid":"b"},{"id":1,"ssid":"a"}])", true},
+      {"with its address in words", R"([{"id":7,"ssid":"a","mac":"00:11:22:00:00:11"}])", true},
+      {"of another id, and so of another address", R"([{"id":2,"ssid":"a"}])", false},
+      {"of another address", R"([{"id":1,"ssid":"a","mac":"00:11:22:00:00:12"}])", false},
+      {"with an empty key", R"([{"id":1,"ssid":"a","fbt-rrb-key":""}])", false},
+  };
+  for (const Case& test : cases) {
+    read(given);
+    read(test.again);
+    const VapEntry& vap = *vaps.find("a");
+    EXPECT_EQ(vap.fbt_r0_keyholder, test.kept ? "r0" : "") << test.label;
+    EXPECT_EQ(vap.fbt_r1_keyholder, test.kept ? "r1" : "") << test.label;
+    EXPECT_EQ(vap.fbt_rrb_key, test.kept ? "key" : "") << test.label;
+    EXPECT_EQ(vap.fbt_links.size(), test.kept ? 1U : 0U) << test.label;
+  }
+}
+
+TEST_F(VapMapTest, AVapThatWasGoneMeanwhileHasNothingLeft) {
+  read(R"([{"id":1,"ssid":"a","fbt-r0-keyholder":"r0","fbt-rrb-key":"key"}])");
+  read("[]");
+  read(R"([{"id":1,"ssid":"a"}])");
+  EXPECT_EQ(vaps.find("a")->fbt_rrb_key, "");
+}
+
+TEST_F(VapMapTest, AKeyThatIsReportedReplacesAllThatWasGiven) {
+  read(R"([{"id":1,"ssid":"a","fbt-r0-keyholder":"r0","fbt-rrb-key":"key","fbt-links":[{"remote-r0-kh-id":"a"}]}])");
+  read(R"([{"id":1,"ssid":"a","fbt-rrb-key":"another"}])");
+  EXPECT_EQ(vaps.find("a")->fbt_rrb_key, "another");
+  EXPECT_EQ(vaps.find("a")->fbt_r0_keyholder, "");
+  EXPECT_TRUE(vaps.find("a")->fbt_links.empty());
+}
+
 bool is_letter(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }

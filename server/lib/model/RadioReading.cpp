@@ -162,8 +162,9 @@ void Radio::read_mac_pool(const JsonReader& json, bool first_message) {
 }
 
 void Radio::read_vaps(const JsonReader& json) {
-  vaps.clear();
-  vaps.from_json(json.get("vaps"), *this, false);
+  const JsonReader array = json.get("vaps");
+  if (array.empty()) vaps.clear();
+  vaps.from_json(array, *this, false);
   RRM_LOG(LOG_DUMP, "%s", dashes);
   RRM_LOG(LOG_DUMP, "wlan_id = %d, mac = %s , channel = %d, band = %d, power = %d", id, mac.to_string().c_str(),
           channel, band, power);

@@ -55,16 +55,21 @@ FbtLink read_link(const JsonReader& json) {
   return {json.get_string("remote-r0-kh-id"), json.get_string("remote-r1-kh-id"), json.get_string("remote-r1-kh-key")};
 }
 
-// The key is what says that the AP knows 802.11r at all.
-void read_fbt(const JsonReader& json, VapEntry& vap) {
-  if (!json.has("fbt-rrb-key")) return;
+// The key is what says that the AP speaks of 802.11r at all. One that does not, still has what it was given, as long as
+// it has the VAP.
+void read_fbt(const JsonReader& json, const VapEntry* old, VapEntry& vap) {
+  if (!json.has("fbt-rrb-key")) {
+    if (old != nullptr && old->mac == vap.mac) vap.take_fbt(*old);
+    return;
+  }
   vap.fbt_r0_keyholder = json.get_string("fbt-r0-keyholder");
   vap.fbt_r1_keyholder = json.get_string("fbt-r1-keyholder");
   vap.fbt_rrb_key = json.get_string("fbt-rrb-key");
   for_each_element(json.get("fbt-links"), [&](const JsonReader& link) { vap.fbt_links.push_back(read_link(link)); });
 }
 
-std::optional<VapEntry> read_vap(const JsonReader& json, const Radio& radio, bool restore) {
+// `old` are the VAPs of the radio that were known before.
+std::optional<VapEntry> read_vap(const JsonReader& json, const Radio& radio, bool restore, const VapMap& old) {
   VapEntry vap;
   vap.id = json.get_int("id");
   vap.use_802dot11k = get_flag(json, key_of(field::use_802dot11k, restore));
@@ -75,7 +80,7 @@ std::optional<VapEntry> read_vap(const JsonReader& json, const Radio& radio, boo
   const std::optional<MacAddr> mac = choose_mac(json, radio, vap.id, vap.ssid.c_str());
   if (!mac) return std::nullopt;
   vap.mac = *mac;
-  read_fbt(json, vap);
+  read_fbt(json, old.find(vap.ssid), vap);
   return vap;
 }
 
@@ -127,6 +132,13 @@ bool VapEntry::same_settings(const VapEntry& other) const {
          use_802dot11v == other.use_802dot11v;
 }
 
+void VapEntry::take_fbt(const VapEntry& old) {
+  fbt_r0_keyholder = old.fbt_r0_keyholder;
+  fbt_r1_keyholder = old.fbt_r1_keyholder;
+  fbt_rrb_key = old.fbt_rrb_key;
+  fbt_links = old.fbt_links;
+}
+
 bool VapEntry::has_link(const VapEntry& peer) const {
   return find_link(*this, peer) != fbt_links.end();
 }
@@ -171,9 +183,9 @@ bool VapMap::insert(const VapEntry& vap) {
 
 void VapMap::from_json(const JsonReader& array, const Radio& radio, bool restore) {
   if (array.empty()) return;
-  vaps_.clear();
+  const VapMap old = std::exchange(*this, VapMap());
   for_each_element(array, [&](const JsonReader& element) {
-    if (std::optional<VapEntry> vap = read_vap(element, radio, restore)) insert(*vap);
+    if (std::optional<VapEntry> vap = read_vap(element, radio, restore, old)) insert(*vap);
   });
 }
 

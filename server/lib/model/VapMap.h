@@ -32,6 +32,8 @@ struct VapEntry {
   // The mobility domain that all VAPs of one SSID share, a 16-bit CRC of its bytes.
   std::uint16_t mobility_domain() const;
   bool same_settings(const VapEntry& other) const;
+  // The key holders, the key and the links of the same VAP as it was known before.
+  void take_fbt(const VapEntry& old);
 
   // Links name a peer by its two key holders and its key; R1 holders are compared up to the local bit.
   bool has_link(const VapEntry& peer) const;
@@ -64,7 +66,8 @@ class VapMap {
   void clear() { vaps_.clear(); }
 
   // Replaces the VAPs by those of an array, read by the keys of a message, or of a backup with `restore`; a null array
-  // changes nothing. A VAP whose address cannot be placed in the radio's pool is dropped with an error and event 11.
+  // changes nothing. A VAP of the same SSID and address that comes without a key keeps its key holders, key and links.
+  // A VAP whose address cannot be placed in the radio's pool is dropped with an error and event 11.
   void from_json(const JsonReader& array, const Radio& radio, bool restore);
 
   bool contains_with_11k(const std::string& ssid) const;
