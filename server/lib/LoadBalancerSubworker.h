@@ -3,7 +3,8 @@
 // the choice is made. A client that moves is blacklisted around its destination and ordered off the radio it is on. A
 // client that stays is acknowledged, which its AP has waited for: exactly once, on every road out of a query.
 //
-// Works only with balancing on. On the domain worker's thread, like all sub-workers.
+// Works only with balancing on; while that is paused, nobody new is asked about and nobody moves. On the domain
+// worker's thread, like all sub-workers.
 #pragma once
 
 #include <cstdint>

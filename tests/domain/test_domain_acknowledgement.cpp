@@ -161,7 +161,7 @@ const Road roads[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Roads, Acknowledgement, ::testing::ValuesIn(roads),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& road) { return road.param.name; });
 
 }  // namespace
 }  // namespace rrm::testing

@@ -117,6 +117,18 @@ TEST_F(AssocMapTest, ClientsGoOneByOneOrAllTogether) {
   EXPECT_EQ(clients.load(), 0);
 }
 
+TEST_F(AssocMapTest, AnAcknowledgementIsTakenOnceByTheNetworkThatTheClientIsOn) {
+  clients.add_client(alice, -60, "office", false, true);
+  clients.add_client(bob, -60, "office", false, false);
+  EXPECT_FALSE(clients.take_ack(alice, "guest"));
+  EXPECT_TRUE(clients.take_ack(alice, "office"));
+  EXPECT_FALSE(clients.take_ack(alice, "office"));
+  EXPECT_FALSE(clients.take_ack(bob, "office"));
+  EXPECT_FALSE(clients.take_ack(ap, "office"));
+  clients.add_client(alice, -60, "office", false, true);
+  EXPECT_TRUE(clients.take_ack(alice, "office")) << "it came anew";
+}
+
 TEST_F(AssocMapTest, AListReplacesTheClientsAndLosesTheirFlags) {
   clients.add_client(alice, -60, "office", true, true);
   clients.add_expected(bob, {ap, 1, 5});
