@@ -91,9 +91,10 @@ void ApSteering::subscription_answered() {
   listed_.clear();
 }
 
-// Nobody asks any more, and nobody is left who could let a held station send.
+// Nobody asks any more, and nobody is left who could take a refusal back or let a held station send.
 void ApSteering::controller_gone(Millis now) {
   probe_answers_.clear();
+  refusals_.clear();
   for (const Mac& station : held_.all()) {
     end_hold(station, HoldEnd::session_lost, now);
   }

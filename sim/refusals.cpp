@@ -17,6 +17,11 @@ StationObserver::Answer Refusals::answer(int radio, const Mac& client, int patie
   return StationObserver::Answer::refuses;
 }
 
+void Refusals::clear() {
+  until_.clear();
+  knocks_.clear();
+}
+
 std::vector<Refusal> Refusals::present(Millis now) const {
   std::vector<Refusal> result;
   for (const auto& [key, until] : until_) {

@@ -25,6 +25,7 @@ class Refusals {
   // A new time replaces the old one.
   void block(int radio, const Mac& client, Millis until) { until_[{radio, client}] = until; }
   void unblock(int radio, const Mac& client) { until_.erase({radio, client}); }
+  void clear();
 
   // Answers a client that knocks; `patience` is how often it is refused before it is let in for good.
   StationObserver::Answer answer(int radio, const Mac& client, int patience, Millis now);
