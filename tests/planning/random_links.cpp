@@ -131,6 +131,8 @@ void RandomLinks::disturb(ApMap& aps) {
     if (percent(6)) vap.fbt_rrb_key = "key" + std::to_string(pick(1000));
     if (percent(6)) give_odd_texts(aps, vap);
     if (percent(10)) add_odd_link(aps, vap);
+    // It becomes what a peer of it is already.
+    if (percent(3) && !vap.fbt_links.empty()) vap.fbt_r1_keyholder = vap.fbt_links[0]->remote_r1_kh_id;
     if (percent(4) && !vap.fbt_links.empty()) {
       vap.fbt_links.erase(vap.fbt_links.begin() +
                           static_cast<std::ptrdiff_t>(pick(static_cast<std::uint32_t>(vap.fbt_links.size()))));

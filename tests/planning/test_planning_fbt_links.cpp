@@ -85,7 +85,7 @@ void clear_changed(ApMap& aps) {
 TEST(FbtLinksEquivalence, EveryUpdateOfAChangingDomainGivesWhatThePlainVersionGives) {
   set_log_hook(discard);
   Counts counts;
-  for (std::uint32_t seed = 1; seed <= 60 && !HasFailure(); ++seed) {
+  for (std::uint32_t seed = 1; seed <= 30 && !HasFailure(); ++seed) {
     Both both(seed);
     for (int pass = 0; pass < 6 && !HasFailure(); ++pass) {
       SCOPED_TRACE("seed " + std::to_string(seed) + " pass " + std::to_string(pass));
@@ -105,17 +105,19 @@ TEST(FbtLinksEquivalence, EveryUpdateOfAChangingDomainGivesWhatThePlainVersionGi
     }
   }
   // The domains are worth the comparison.
-  EXPECT_GT(counts.links, 100000u);
-  EXPECT_GT(counts.changed_aps, 1000u);
-  EXPECT_GT(counts.quiet_passes, 30u);
+  EXPECT_GT(counts.links, 50000u);
+  EXPECT_GT(counts.changed_aps, 500u);
+  EXPECT_GT(counts.quiet_passes, 15u);
 }
 
 TEST(FbtLinksEquivalence, TheSameLinesAreLogged) {
   std::set<std::string> kinds;
-  for (std::uint32_t seed = 1001; seed <= 1012 && !HasFailure(); ++seed) {
+  for (std::uint32_t seed = 1001; seed <= 1006 && !HasFailure(); ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     set_log_hook(discard);
     Both both(seed);
+    update_fbt_links(both.ours, both.config, both.wildcard);
+    both.disturb();
     Capture capture;
     plain_update_fbt_links(both.plain, both.config, both.wildcard);
     const std::vector<LogLine> expected = capture.lines();

@@ -19,6 +19,7 @@ struct KeyHolder {
   ApEntry* ap = nullptr;
   const Radio* radio = nullptr;
   VapEntry* vap = nullptr;
+  std::int32_t band = 0;
   std::uint64_t r1 = 0;  // its R1 key holder, local bit cleared
   std::string mac_text;
 };
@@ -42,7 +43,7 @@ void for_each_vap_with_11r(ApEntry& ap, Visit visit) {
 }
 
 KeyHolder key_holder(ApEntry& ap, const Radio& radio, VapEntry& vap) {
-  return {&ap, &radio, &vap, r1_number(vap.fbt_r1_keyholder), vap.mac.to_string()};
+  return {&ap, &radio, &vap, radio.band, r1_number(vap.fbt_r1_keyholder), vap.mac.to_string()};
 }
 
 // A VAP as a peer of the others of its SSID.
@@ -58,9 +59,13 @@ class SsidPeers {
  public:
   static constexpr std::size_t no_name = static_cast<std::size_t>(-1);
 
+  struct Place {
+    const ApEntry* ap;
+    std::int32_t band;
+  };
   struct LinkEnds {
-    std::vector<const Peer*> peers;  // with the R1 key holder and the key of the link
-    std::size_t name = no_name;      // of the peers that the link names by all it says
+    std::vector<Place> places;   // of the peers with the R1 key holder and the key of the link
+    std::size_t name = no_name;  // of those that the link names by all it says
   };
 
   void add(KeyHolder holder) {
@@ -91,7 +96,10 @@ class SsidPeers {
   LinkEnds look_up(const FbtLink& link) const {
     const auto place = by_end_.find({r1_number(link.remote_r1_kh_id), link.remote_r1_kh_key});
     if (place == by_end_.end()) return {};
-    return {place->second, name_among(place->second, link.remote_r0_kh_id)};
+    LinkEnds ends;
+    for (const Peer* peer : place->second) ends.places.push_back({peer->holder.ap, peer->holder.band});
+    ends.name = name_among(place->second, link.remote_r0_kh_id);
+    return ends;
   }
 
   std::deque<Peer> peers_;
@@ -140,10 +148,7 @@ class VapUpdate {
   }
 
  private:
-  bool may_link(const KeyHolder& other) const {
-    const std::int32_t own_band = own_.radio->band;
-    return own_band == other.radio->band || link_allowed(own_band, other.radio->band, config_);
-  }
+  bool may_link(std::int32_t band) const { return own_.band == band || link_allowed(own_.band, band, config_); }
 
   // Whether the other end of a link is still there; what is kept counts as held.
   bool keeps(const SharedFbtLink& link) {
@@ -161,19 +166,19 @@ class VapUpdate {
   }
 
   bool any_end(const SsidPeers::LinkEnds& ends) const {
-    return std::any_of(ends.peers.begin(), ends.peers.end(),
-                       [&](const Peer* peer) { return peer->holder.ap != own_.ap && may_link(peer->holder); });
+    return std::any_of(ends.places.begin(), ends.places.end(),
+                       [&](const SsidPeers::Place& place) { return place.ap != own_.ap && may_link(place.band); });
   }
 
   // Whether the VAP may hold a link to the peer, and whether it does.
   void settle(const Peer& peer) {
     const bool linked = held_[peer.name] != 0;
-    if (!may_link(peer.holder)) {
+    if (!may_link(peer.holder.band)) {
       if (linked) unlink(peer);
     } else if (own_.r1 == peer.holder.r1) {
       if (linked) unlink_same_key_holder(peer);
     } else {
-      RRM_LOG(LOG_DUMP, "remote ssid = %s", peer.holder.vap->ssid.c_str());
+      RRM_LOG(LOG_DUMP, "remote ssid = %s", own_.vap->ssid.c_str());
       RRM_LOG(LOG_DUMP, "remote MAC  = %s", peer.holder.mac_text.c_str());
       if (linked) {
         RRM_LOG(LOG_DUMP, "already linked %s %s", own_.mac_text.c_str(), peer.holder.mac_text.c_str());
