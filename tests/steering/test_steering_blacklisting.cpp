@@ -267,6 +267,7 @@ TEST_F(Blacklisting, AClientIsOrderedOffEveryRadioAroundThatItIsOn) {
 }
 
 TEST_F(Blacklisting, TheDestinationItselfIsLeftAlone) {
+  config.use_all_ap_balance = true;
   radio(ap_a, 0).assoc.add_client(client, -60, "office", false, false);
   order_off();
   EXPECT_THAT(lists(aps), IsEmpty());
