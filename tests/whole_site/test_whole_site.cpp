@@ -223,7 +223,7 @@ TEST_P(WholeSite, KeepsItsPromisesThroughRandomEvents) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, WholeSite, ::testing::ValuesIn(runs),
-                         [](const auto& info) { return std::to_string(info.param.seed); });
+                         [](const auto& test) { return std::to_string(test.param.seed); });
 
 }  // namespace
 }  // namespace whole_site
