@@ -99,6 +99,10 @@ void ListWatch::commit(const std::set<const rrm::ApEntry*>& except) {
       radio.sent = radio.priority;
       radio.stale = false;
     }
+    const auto& radios = ap->radios.list;
+    if (std::any_of(radios.begin(), radios.end(), [](const rrm::Radio& radio) { return radio.lists_stale; })) {
+      fault(name(*ap) + " stays stale, though all have heard of it");
+    }
   }
 }
 
