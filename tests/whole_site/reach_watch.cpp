@@ -4,6 +4,12 @@
 
 namespace whole_site {
 
+void ReachWatch::happened(const sim::SteeringEvent& event) {
+  if (event.what == sim::Happening::left && event.cause == sim::Cause::radio_gone) {
+    lost_their_radio_.insert(event.client);
+  }
+}
+
 void ReachWatch::second_over() {
   std::map<sim::Mac, std::set<sim::Place>> refusing;
   const sim::Simulation& simulation = site_->simulation();
@@ -19,6 +25,7 @@ void ReachWatch::second_over() {
       clients_.erase(station.client->mac);
     }
   }
+  lost_their_radio_.clear();
 }
 
 // Whoever serves it admits it.
@@ -52,10 +59,11 @@ void ReachWatch::strand(const sim::Station& station, Client& client, const std::
   if (client.stranded_for == 0) {
     ++stranded_;
     const bool came_here_now = client.in_reach.empty();
+    const bool has_lost_its_radio = lost_their_radio_.count(station.client->mac) != 0;
     const bool has_lost_one = std::any_of(client.in_reach.begin(), client.in_reach.end(), [&](const sim::Place& place) {
       return in_reach.count(place) == 0 && refusing.count(place) == 0;
     });
-    if (!came_here_now && !has_lost_one) {
+    if (!came_here_now && !has_lost_its_radio && !has_lost_one) {
       findings_.add(site_->seconds(), name + " is refused by all, though nobody has gone");
     }
   }

@@ -16,6 +16,7 @@ class ReachWatch final : public Watcher {
  public:
   void look_at(ControlledSite& site) { site_ = &site; }
 
+  void happened(const sim::SteeringEvent& event) override;
   void second_over() override;
 
   const Findings& findings() const { return findings_; }
@@ -35,6 +36,7 @@ class ReachWatch final : public Watcher {
 
   ControlledSite* site_ = nullptr;
   std::map<sim::Mac, Client> clients_;
+  std::set<sim::Mac> lost_their_radio_;  // in this second, since it was switched off or started anew
   Findings findings_;
   int refused_seconds_ = 0;
   int stranded_ = 0;
