@@ -1,6 +1,6 @@
 #include "model/FbtLinks.h"
 
-#include <atomic>
+#include <algorithm>
 #include <functional>
 #include <unordered_map>
 #include <utility>
@@ -62,37 +62,9 @@ SharedFbtLink share_link(const FbtLink& link) {
   return table.share(link);
 }
 
-void FbtLinks::reserve(std::size_t count) {
-  if (list().capacity() < count) own().reserve(count);
-}
-
-void FbtLinks::erase(const_iterator place) {
-  const auto index = place - begin();
-  List& links = own();
-  links.erase(links.begin() + index);
-}
-
 bool operator==(const FbtLinks& links, const std::vector<FbtLink>& texts) {
   return std::equal(links.begin(), links.end(), texts.begin(), texts.end(),
                     [](const SharedFbtLink& link, const FbtLink& text) { return *link == text; });
-}
-
-const FbtLinks::List& FbtLinks::list() const {
-  static const List nothing;
-  return list_ == nullptr ? nothing : *list_;
-}
-
-// A copy on another thread may be let go while this looks; the fence orders all that the thread did with it before what
-// is done here next.
-FbtLinks::List& FbtLinks::own() {
-  if (list_ == nullptr) {
-    list_ = std::make_shared<List>();
-  } else if (list_.use_count() > 1) {
-    list_ = std::make_shared<List>(*list_);
-  } else {
-    std::atomic_thread_fence(std::memory_order_acquire);
-  }
-  return *list_;
 }
 
 }  // namespace rrm

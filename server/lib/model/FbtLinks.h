@@ -1,14 +1,11 @@
 // The 802.11r links of one VAP, in order, held so that a large domain fits into memory. All VAPs of an SSID on
 // different APs are linked with each other, tens of millions of links in a domain of a thousand APs, but they all name
-// the same few thousand peers: equal links are one object, whichever lists they stand in. And a copied list is shared
-// with the original until one of the two is changed, so that copying a whole domain does not copy its links.
+// the same few thousand peers: equal links are one object, whichever lists they stand in.
 //
-// A link never changes. A list belongs to one thread; what it shares with lists of other threads is safe to share.
+// A link never changes, and is safe to share between threads. A list belongs to one thread.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -39,19 +36,19 @@ class FbtLinks {
   using List = std::vector<SharedFbtLink>;
   using const_iterator = List::const_iterator;
 
-  bool empty() const { return size() == 0; }
-  std::size_t size() const { return list().size(); }
-  const_iterator begin() const { return list().begin(); }
-  const_iterator end() const { return list().end(); }
-  const SharedFbtLink& operator[](std::size_t index) const { return list()[index]; }
+  bool empty() const { return links_.empty(); }
+  std::size_t size() const { return links_.size(); }
+  const_iterator begin() const { return links_.begin(); }
+  const_iterator end() const { return links_.end(); }
+  const SharedFbtLink& operator[](std::size_t index) const { return links_[index]; }
 
+  void clear() { links_.clear(); }
+  void reserve(std::size_t count) { links_.reserve(count); }
   void push_back(const FbtLink& link) { push_back(share_link(link)); }
-  void push_back(SharedFbtLink link) { own().push_back(std::move(link)); }
-  // Room for so many links in all, and no more.
-  void reserve(std::size_t count);
+  void push_back(SharedFbtLink link) { links_.push_back(std::move(link)); }
   // The others keep their order.
-  void erase(const_iterator place);
-  // Erases the links that fit; each is asked about once, in order.
+  void erase(const_iterator place) { links_.erase(place); }
+  // Erases the links that fit; each is asked about once, in order. If that throws, the list stays as it was.
   template <class Predicate>
   void erase_if(Predicate fits);
 
@@ -59,21 +56,21 @@ class FbtLinks {
   friend bool operator==(const FbtLinks& links, const std::vector<FbtLink>& texts);
 
  private:
-  const List& list() const;
-  List& own();  // this list, no longer shared with any copy
-
-  std::shared_ptr<List> list_;  // null for an empty list that never held anything
+  List links_;
 };
 
 template <class Predicate>
 void FbtLinks::erase_if(Predicate fits) {
-  const auto found = std::find_if(begin(), end(), std::ref(fits));
-  if (found == end()) return;
-  const auto kept = found - begin();
-  List& links = own();
-  const auto first = links.begin() + kept;
-  links.erase(std::remove_if(first + 1, links.end(), std::ref(fits)), links.end());
-  links.erase(links.begin() + kept);
+  std::vector<std::size_t> kept;
+  kept.reserve(links_.size());
+  for (std::size_t i = 0; i < links_.size(); ++i) {
+    if (!fits(links_[i])) kept.push_back(i);
+  }
+  if (kept.size() == links_.size()) return;
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    if (kept[i] != i) links_[i] = std::move(links_[kept[i]]);
+  }
+  links_.resize(kept.size());
 }
 
 }  // namespace rrm
