@@ -146,11 +146,13 @@ void RrmWorker::after_messages() {
     MutexLock lock(mutex);
     outbound.swap(broadcast_buffer_);
   }
-  for (const auto& message : outbound) {
-    if (message->serialized.empty()) {
-      owner->send_message(message->json.to_string(), message->session);
+  // One by one out of the buffer: the texts of a whole domain may be large.
+  for (; !outbound.empty(); outbound.pop_front()) {
+    QueueMessage& message = *outbound.front();
+    if (message.serialized.empty()) {
+      owner->send_message(message.json.to_string(), message.session);
     } else {
-      owner->send_text(message->serialized.c_str(), message->session);
+      owner->send_text(std::move(message.serialized), message.session);
     }
   }
 }
