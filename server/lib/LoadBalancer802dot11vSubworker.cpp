@@ -203,7 +203,7 @@ void LoadBalancer802dot11vSubworker::process_client_disassoc(const ClientEvent& 
 
 void LoadBalancer802dot11vSubworker::process_client_roam(const ClientEvent& event, const MacAddr& target,
                                                          const ApEntry& ap) {
-  const auto target_ap = aps_.find_by_any_mac(target);
+  const auto target_ap = aps_.storage().find(target);
   if (target_ap == nullptr) {
     RRM_LOG(LOG_ERROR, "No target ap with mac %s", target.to_string().c_str());
     return;
