@@ -89,10 +89,11 @@ void Stations::walk(Station& station) const {
 }
 
 void Stations::act(Station& station, bool may_choose) {
-  if (const auto target = std::exchange(station.goes_to, std::nullopt); target && hears(station, *target)) {
-    knock(station, *target, Cause::transition);
+  if (station.goes_to && hears(station, *station.goes_to)) {
+    knock(station, *std::exchange(station.goes_to, std::nullopt), Cause::transition);
     return;
   }
+  give_up_transition(station);
   const bool searches = !station.association && steps_ >= station.searches_from;
   if (searches || (station.association && (may_choose || station.sent_from))) {
     choose(station);
@@ -216,10 +217,24 @@ void Stations::join(Station& station, const Association& association, Cause caus
   observer_.happened(event);
 }
 
+// Its AP was told that it would go, so it counts as one that was asked in vain.
+void Stations::give_up_transition(Station& station) {
+  if (!station.goes_to) {
+    return;
+  }
+  SteeringEvent event;
+  event.client = station.client->mac;
+  event.what = Happening::gave_up;
+  event.cause = Cause::transition;
+  event.from = station.association->place();
+  event.to = std::exchange(station.goes_to, std::nullopt);
+  observer_.happened(event);
+}
+
 void Stations::end_association(Station& station, Cause cause) {
+  give_up_transition(station);
   const Association from = *std::exchange(station.association, std::nullopt);
   station.keys.reset();
-  station.goes_to.reset();
   station.content = false;
   observer_.left(station, from, cause);
 }
@@ -323,6 +338,7 @@ std::optional<Mac> Stations::propose(const Mac& mac, const std::vector<Transitio
   }
   const auto best = station->client->temper == Temper::refuses ? std::nullopt : best_of(*station, list);
   if (best && (best->priority > 0 || serving_level(*station) < weakest_good_dbm)) {
+    give_up_transition(*station);  // the one that it had not made yet
     station->goes_to = world_.find_bssid(best->bssid);
     return best->bssid;
   }

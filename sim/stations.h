@@ -140,6 +140,7 @@ class Stations {
   std::optional<TransitionCandidate> best_of(const Station& station,
                                              const std::vector<TransitionCandidate>& list) const;
   void join(Station& station, const Association& association, Cause cause);
+  void give_up_transition(Station& station);
   void end_association(Station& station, Cause cause);
   void lose(Station& station, Cause cause);
   void depart(Station& station);

@@ -14,6 +14,8 @@ std::string name_of(Happening what) {
       return "turned away";
     case Happening::declined:
       return "declined";
+    case Happening::gave_up:
+      return "gave up";
     case Happening::released:
       return "released";
   }

@@ -28,6 +28,7 @@ enum class Happening {
   left,         // served by `from` before, by nobody now
   turned_away,  // `to` refused it
   declined,     // it refused the transition that `from` asked it to make
+  gave_up,      // it had agreed to a transition from `from` to `to`, but `to` fell silent or `from` lost it first
   released,     // `to` holds it back no longer: see hold_end
 };
 
@@ -60,7 +61,8 @@ struct SteeringEvent {
   Happening what = Happening::joined;
   // Of `joined` and `moved`, why it is where it is now; of `left`, why it is not there any more; of `turned_away`, why
   // it wanted to go there. `joined` after `left` repeats the cause of `left`, unless the client found no radio for a
-  // while: that makes it an arrival. `declined` is always a transition; `released` has the cause of the association.
+  // while: that makes it an arrival. `declined` and `gave_up` are always of a transition; `released` has the cause of
+  // the association.
   Cause cause = Cause::arrival;
   // Of `joined`: the place that it was sent away from or lost, if that is why it looked for another.
   std::optional<Place> from;

@@ -172,6 +172,9 @@ void SteeringLedger::take(const SteeringEvent& event) {
     case Happening::declined:
       ++figures_.by_transition.declined;
       break;
+    case Happening::gave_up:
+      ++figures_.by_transition.given_up;
+      break;
     case Happening::released:
       take_release(event);
       break;

@@ -26,11 +26,12 @@ struct RadioLoad {
 struct OrderedMoves {
   int succeeded = 0;     // on another radio, without a time in which it heard none
   int declined = 0;      // transitions only: the client stayed
+  int given_up = 0;      // transitions only: it had agreed, but the other radio fell silent or its own lost it first
   int turned_away = 0;   // transitions only: the other radio did not let it in
   int back_at_once = 0;  // sent away only: it joined the same radio again
   int lost = 0;          // sent away only: it has found no radio, or only after a while
 
-  int given() const { return succeeded + declined + turned_away + back_at_once + lost; }
+  int given() const { return succeeded + declined + given_up + turned_away + back_at_once + lost; }
 };
 
 // How a client's associations after its first were authenticated.

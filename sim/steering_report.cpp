@@ -69,8 +69,8 @@ std::string ordered_lines(const SteeringFigures& figures) {
   const OrderedMoves& sent = figures.by_sending_away;
   return line("ordered moves       %d of %d succeeded; %d undone within a minute\n", figures.succeeded(),
               figures.ordered(), figures.bounced) +
-         line("  transition        %d of %d; %d declined, %d turned away at the other radio\n", asked.succeeded,
-              asked.given(), asked.declined, asked.turned_away) +
+         line("  transition        %d of %d; %d declined, %d given up, %d turned away at the other radio\n",
+              asked.succeeded, asked.given(), asked.declined, asked.given_up, asked.turned_away) +
          line("  sent away         %d of %d; %d back on the same radio at once, %d found none; longest gap %.1f s\n",
               sent.succeeded, sent.given(), sent.back_at_once, sent.lost, seconds(figures.longest_without_radio));
 }
@@ -141,6 +141,7 @@ Json ordered_json_of(const SteeringFigures& figures) {
            {{"given", asked.given()},
             {"succeeded", asked.succeeded},
             {"declined", asked.declined},
+            {"given_up", asked.given_up},
             {"turned_away", asked.turned_away}}},
           {"sent_away",
            {{"given", sent.given()},

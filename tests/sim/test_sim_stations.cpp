@@ -444,23 +444,39 @@ TEST_F(TransitionTest, ARefusingTargetLeavesItWhereItIs) {
   EXPECT_EQ(place(), a1);
 }
 
-TEST_F(TransitionTest, ATargetThatHasGoneSilentIsForgotten) {
+TEST_F(TransitionTest, ATargetThatHasGoneSilentIsGivenUp) {
   start_at(8);
   ASSERT_EQ(stations_->propose(mac_, {{bssid_of_b1, 255}}), bssid_of_b1);
   Radio off = *world_->radio(1, 1);
   off.enabled = false;
   ASSERT_EQ(world_->reconfigure(1, off), "");
   steps(2);
-  EXPECT_EQ(story(), Story{});
+  EXPECT_EQ(story(), (Story{"gave up A1 to B1: transition"}));
   EXPECT_EQ(place(), a1);
 }
 
-TEST_F(TransitionTest, SentAwayBeforeItsNextStepItForgetsTheTransition) {
+TEST_F(TransitionTest, SentAwayBeforeItsNextStepItGivesTheTransitionUp) {
   start_at(8);
   ASSERT_EQ(stations_->propose(mac_, {{bssid_of_b1, 255}}), bssid_of_b1);
   stations_->dismiss(mac_);
   steps(2);
-  EXPECT_EQ(story(), (Story{"left A1: sent away", "joined A1 to A1: sent away, full"}));
+  EXPECT_EQ(story(), (Story{"gave up A1 to B1: transition", "left A1: sent away", "joined A1 to A1: sent away, full"}));
+}
+
+TEST_F(TransitionTest, LeavingTheSiteBeforeItsNextStepItGivesTheTransitionUp) {
+  start_at(8);
+  ASSERT_EQ(stations_->propose(mac_, {{bssid_of_b1, 255}}), bssid_of_b1);
+  stations_->leave(mac_);
+  steps(2);
+  EXPECT_EQ(story(), (Story{"gave up A1 to B1: transition", "left A1: departure"}));
+}
+
+TEST_F(TransitionTest, ASecondTransitionReplacesTheOneThatItHasNotMadeYet) {
+  start_at(8);
+  ASSERT_EQ(stations_->propose(mac_, {{bssid_of_b1, 255}}), bssid_of_b1);
+  ASSERT_EQ(stations_->propose(mac_, {{bssid_of_b0, 255}}), bssid_of_b0);
+  steps(1);
+  EXPECT_EQ(story(), (Story{"gave up A1 to B1: transition", "moved A1 to B0: transition, full"}));
 }
 
 // --- 802.11r

@@ -65,6 +65,13 @@ SteeringEvent declined(Millis at, const Mac& client, const Place& from) {
   return result;
 }
 
+SteeringEvent gave_up(Millis at, const Mac& client, const Place& from, const Place& to) {
+  SteeringEvent result = event(at, client, Happening::gave_up, Cause::transition);
+  result.from = from;
+  result.to = to;
+  return result;
+}
+
 SteeringEvent held(SteeringEvent association) {
   association.held = true;
   return association;
@@ -162,13 +169,14 @@ TEST_F(SteeringFiguresTest, AClientThatDepartedAndComesAgainIsNew) {
 TEST_F(SteeringFiguresTest, TellsWhatBecameOfTransitions) {
   take({joined(0, ann, a5), moved(1'000, ann, a5, b5, Cause::transition), joined(0, bob, a5),
         turned_away(2'000, bob, b5, Cause::transition), declined(3'000, bob, a5), declined(4'000, bob, a5),
-        turned_away(5'000, bob, b5, Cause::own_choice)});
+        turned_away(5'000, bob, b5, Cause::own_choice), gave_up(6'000, bob, a5, b5)});
   const SteeringFigures all = figures();
   EXPECT_EQ(all.by_transition.succeeded, 1);
   EXPECT_EQ(all.by_transition.turned_away, 1);
   EXPECT_EQ(all.by_transition.declined, 2);
-  EXPECT_EQ(all.by_transition.given(), 4);
-  EXPECT_EQ(all.ordered(), 4);
+  EXPECT_EQ(all.by_transition.given_up, 1);
+  EXPECT_EQ(all.by_transition.given(), 5);
+  EXPECT_EQ(all.ordered(), 5);
   EXPECT_EQ(all.succeeded(), 1);
   EXPECT_EQ(all.turned_away, 2);
 }
@@ -375,8 +383,8 @@ OrderedMoves succeeded(int times) {
   return moves;
 }
 
-OrderedMoves failed(int declined, int turned_away, int back_at_once, int lost) {
-  return {0, declined, turned_away, back_at_once, lost};
+OrderedMoves failed(int declined, int given_up, int turned_away, int back_at_once, int lost) {
+  return {0, declined, given_up, turned_away, back_at_once, lost};
 }
 
 TEST_F(SteeringFiguresTest, ChecksWhatTheSiteExpects) {
@@ -409,19 +417,21 @@ TEST_F(SteeringFiguresTest, ChecksWhatTheSiteExpects) {
             "02:c1:00:00:00:09 1 fast and 0 full, 02:c1:00:00:00:01 5 fast and 0 full"},
            {"all four orders", orders_succeed(0.75), moved(succeeded(3), succeeded(1)), true, orders, "4 of 4"},
            {"no order at all", orders_succeed(0.75), moved(none, none), false, orders, "0 of 0"},
-           {"three of four, one declined", orders_succeed(0.75), moved(failed(1, 0, 0, 0), succeeded(3)), true, orders,
-            "3 of 4"},
-           {"two of three, one declined", orders_succeed(0.75), moved(failed(1, 0, 0, 0), succeeded(2)), false, orders,
-            "2 of 3"},
-           {"two of three, one turned away", orders_succeed(0.75), moved(failed(0, 1, 0, 0), succeeded(2)), false,
+           {"three of four, one declined", orders_succeed(0.75), moved(failed(1, 0, 0, 0, 0), succeeded(3)), true,
+            orders, "3 of 4"},
+           {"two of three, one declined", orders_succeed(0.75), moved(failed(1, 0, 0, 0, 0), succeeded(2)), false,
             orders, "2 of 3"},
-           {"two of three, one back at once", orders_succeed(0.75), moved(succeeded(2), failed(0, 0, 1, 0)), false,
+           {"two of three, one given up", orders_succeed(0.75), moved(failed(0, 1, 0, 0, 0), succeeded(2)), false,
             orders, "2 of 3"},
-           {"two of three, one lost", orders_succeed(0.75), moved(succeeded(2), failed(0, 0, 0, 1)), false, orders,
+           {"two of three, one turned away", orders_succeed(0.75), moved(failed(0, 0, 1, 0, 0), succeeded(2)), false,
+            orders, "2 of 3"},
+           {"two of three, one back at once", orders_succeed(0.75), moved(succeeded(2), failed(0, 0, 0, 1, 0)), false,
+            orders, "2 of 3"},
+           {"two of three, one lost", orders_succeed(0.75), moved(succeeded(2), failed(0, 0, 0, 0, 1)), false, orders,
             "2 of 3"},
            {"one of four undone", undone_at_most(0.25), moved(succeeded(2), succeeded(2), 1), true, undone, "1 of 4"},
            {"one of three undone", undone_at_most(0.25), moved(succeeded(3), none, 1), false, undone, "1 of 3"},
-           {"nothing that could be undone", undone_at_most(0.25), moved(failed(3, 0, 0, 0), none), false, undone,
+           {"nothing that could be undone", undone_at_most(0.25), moved(failed(3, 0, 0, 0, 0), none), false, undone,
             "0 of 0"},
            {"nine of ten decided, whatever those do who leave", held_answered(0.9),
             held_until({{HoldEnd::acknowledged, 7},
@@ -485,7 +495,7 @@ B            West               5 GHz                    1         3     3
 
 moves by cause      own choice 2, transition 1, sent away 1
 ordered moves       2 of 2 succeeded; 0 undone within a minute
-  transition        1 of 1; 0 declined, 0 turned away at the other radio
+  transition        1 of 1; 0 declined, 0 given up, 0 turned away at the other radio
   sent away         1 of 1; 0 back on the same radio at once, 0 found none; longest gap 1.2 s
 transitions         3 fast, 1 full
   02:c1:00:00:00:09 walks: 2 fast, 0 full
@@ -510,7 +520,7 @@ A                               5 GHz                    -         1     1
 
 moves by cause      none
 ordered moves       0 of 0 succeeded; 0 undone within a minute
-  transition        0 of 0; 0 declined, 0 turned away at the other radio
+  transition        0 of 0; 0 declined, 0 given up, 0 turned away at the other radio
   sent away         0 of 0; 0 back on the same radio at once, 0 found none; longest gap 0.0 s
 transitions         0 fast, 0 full
   02:c1:00:00:00:09 walks: 0 fast, 0 full
@@ -570,6 +580,7 @@ TEST_F(SteeringReportTest, WritesTheFiguresAsJson) {
       "given": 1,
       "succeeded": 1,
       "declined": 0,
+      "given_up": 0,
       "turned_away": 0
     },
     "sent_away": {
