@@ -47,7 +47,7 @@ class Acknowledgement : public SteeringTest, public ::testing::WithParamInterfac
   using SteeringTest::tell;
 };
 
-TEST_P(Acknowledgement, ComesOnceForAClientThatStays) {
+TEST_P(Acknowledgement, ComesAsOftenAsItShould) {
   GetParam().walk(*this);
   advance(40);
   EXPECT_EQ(sent("rrm-client-assoc-ack"), GetParam().expected);

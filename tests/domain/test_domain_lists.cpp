@@ -1,4 +1,4 @@
-// The neighbour lists and links that a domain sends: to whom, when, and in what order.
+// The neighbour lists that a domain sends: to whom, when, and in what order with the links.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -168,17 +168,14 @@ TEST_F(Lists, FromAForcedPlanToItsEndPlainListsAreRefused) {
   EXPECT_FALSE(journal.has("TRACE Process update 802dot11k domain lab"));
 }
 
-TEST_F(Lists, AForcedPlanMakesPlannedUpdatesNeedless) {
-  settings.use_80211r = true;
+TEST_F(Lists, AForcedPlanMakesAPlannedUpdateNeedless) {
   start_with_offices({ap1});
   pipeline().planning_update_802dot11k();
-  pipeline().planning_update_802dot11r();
   advance(5);
   pipeline().planning_request_modes(true);
   told();
   advance(19);
   EXPECT_THAT(told(), IsEmpty());
-  EXPECT_EQ(pipeline().fbt_status(), 0);
 }
 
 TEST_F(Lists, ACycleMakesAPlannedUpdateNeedless) {
@@ -554,34 +551,34 @@ TEST_F(Lists, ADomainWithoutAnythingToDoPlansItsLinksOnly) {
 
 // The end of a cycle
 
-TEST_F(Lists, AtTheEndOfACycleAllAreToldTheirListsAndThenTheirLinks) {
-  settings.use_80211v = true;
-  settings.use_80211r = true;
-  start();
-  subscribe(1, a_subscribe(ap1).with_radio(fast_office()));
+TEST_F(TransitionLists, AtTheEndOfACycleAllAreToldThemAndThePrioritiesCountAsSent) {
+  start_with_offices({ap1, ap2});
   pipeline().planning_request_modes(true);
   to_mode_requests();
-  answer_mode(1, ap1, fast_office());
+  answer_mode(1, ap1, an_office_radio());
+  answer_mode(2, ap2, an_office_radio());
   to_scan();
-  answer_scan(1, ap1, fast_office());
+  answer_scan(1, ap1, an_office_radio());
+  answer_scan(2, ap2, an_office_radio());
   told();
   finish_computing();
-  EXPECT_LINES(
-      told(),
-      ({
-          "TRACE Post tpc-results",
-          "TRACE 802.11kv list has changed (or has no actual lists after reboot) on "
-          "00:11:22:33:44:00, sending new 802.11kv list",
-          "TRACE Update 802dot11r domain lab",
-          "TRACE morvane use_wildcard_80211r=0",
-          "TRACE FBT settings changed = 0",
-          status_event(0),
-          "EVENT 23 lab",
-          status_event(0),
-          "TRACE Optimization on domain lab finished",
-          "SEND 1 " + with_neighbours({}, with_switch("use-80211v", 1, told_info(ap1, {told_radio(1, 36, 5, 14)}))),
-      }));
-  EXPECT_EQ(radio(ap1).sent_priority, 255u);
+  const auto with_radios = [](const std::string& session, const char* mac, const char* neighbour) {
+    return "SEND " + session + " " +
+           with_neighbours({told_office(neighbour, 127)},
+                           with_switch("use-80211v", 1, told_info(mac, {told_radio(1, 36, 5, 14)})));
+  };
+  EXPECT_LINES(told(), ({
+                           "TRACE Post tpc-results",
+                           news(ap1),
+                           news(ap2),
+                           status_event(0),
+                           "EVENT 23 lab",
+                           status_event(0),
+                           "TRACE Optimization on domain lab finished",
+                           with_radios("1", ap1, ap2),
+                           with_radios("2", ap2, ap1),
+                       }));
+  for (const char* mac : {ap1, ap2}) EXPECT_EQ(radio(mac).sent_priority, 255u) << mac;
 }
 
 TEST_F(Lists, ACycleThatFailedTellsNothing) {
@@ -595,31 +592,6 @@ TEST_F(Lists, ACycleThatFailedTellsNothing) {
   EXPECT_THAT(journal.lines("SEND"), IsEmpty());
   EXPECT_FALSE(journal.has("TRACE Update 802dot11r domain lab"));
   EXPECT_EQ(radio(ap1).sent_priority, 0u);
-}
-
-// After a restore
-
-TEST_F(Lists, ARestoredDomainPlansItsLinksAfterTheDelay) {
-  struct Case {
-    std::int32_t fbt_status;
-    bool use_80211r;
-    std::vector<std::string> plans;
-  };
-  const Case cases[] = {
-      {0, false, {}},
-      {0, true, {"TRACE Planning update 802dot11r domain lab"}},
-      {1, false, {"TRACE NOT Planning update 802dot11r domain lab"}},
-      {1, true, {"TRACE Planning update 802dot11r domain lab"}},
-      {2, true, {}},
-  };
-  for (const Case& test : cases) {
-    settings.use_80211r = test.use_80211r;
-    start();
-    pipeline().restore(0, test.fbt_status, 30);
-    told();
-    advance(30);
-    EXPECT_EQ(told(), test.plans) << test.fbt_status << test.use_80211r;
-  }
 }
 
 }  // namespace

@@ -118,16 +118,5 @@ TEST_F(Pause, ATickLongerThanThePauseEndsIt) {
   EXPECT_FALSE(paused());
 }
 
-TEST_F(Pause, ThePlanPausesBalancingFromTheQuestionForTheModeToItsEnd) {
-  settings.force_delay = 20;
-  start();
-  subscribe_site();
-  advance(19);
-  EXPECT_FALSE(paused());
-  advance(1);
-  EXPECT_EQ(rrm_status(), 2);
-  EXPECT_TRUE(paused());
-}
-
 }  // namespace
 }  // namespace rrm::testing

@@ -439,12 +439,10 @@ TEST_F(FbtLinksTest, AVapThatChangedItsKeyIsLinkedAnewByAllItsPeers) {
   make({ap(1).with_radio(radio5()), ap(2).with_radio(radio5()), ap(3).with_radio(radio5())});
   update();
   clear_changed();
-  const FbtLink old = link_to(2);
   vap_of(2).fbt_rrb_key = "another key";
   EXPECT_TRUE(update());
   EXPECT_THAT(links_of(1), ElementsAre(link_to(3), FbtLink{"SN2", "00:11:22:33:02:01", "another key"}));
   EXPECT_THAT(links_of(3), ElementsAre(link_to(1), FbtLink{"SN2", "00:11:22:33:02:01", "another key"}));
-  EXPECT_NE(links_of(1).back(), old);
   EXPECT_TRUE(of(1).fbt_changed);
   EXPECT_FALSE(of(2).fbt_changed) << "its own links are what they were";
   EXPECT_TRUE(of(3).fbt_changed);
@@ -463,7 +461,7 @@ TEST_F(FbtLinksTest, ALinkToAnApThatHasLeftIsErasedAndTheOthersKeepTheirOrder) {
   EXPECT_THAT(ends_of(4), ElementsAre("00:11:22:33:01:01", "00:11:22:33:02:01"));
 }
 
-TEST_F(FbtLinksTest, ALinkToWhatHasNo80211rAnyMoreIsErased) {
+TEST_F(FbtLinksTest, ALinkWhoseOtherEndIsNoLongerTheOneItNamesIsErased) {
   const std::function<void(Radio&)> changes[] = {
       [](Radio& radio) { radio.status = false; },
       [](Radio& radio) { radio.vaps.find("office")->use_802dot11r = false; },
