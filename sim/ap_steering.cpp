@@ -20,6 +20,17 @@ Millis seconds(int value) {
   return Millis{value} * 1000;
 }
 
+HoldEnd hold_end_of(Cause departure) {
+  switch (departure) {
+    case Cause::sent_away:
+      return HoldEnd::sent_away;
+    case Cause::radio_gone:
+      return HoldEnd::radio_gone;
+    default:
+      return HoldEnd::client_left;
+  }
+}
+
 }  // namespace
 
 ApSteering::ApSteering(const World& world, Stations& stations, std::size_t ap, Uplink& uplink, SteeringFeed feed)
@@ -207,7 +218,7 @@ void ApSteering::on_blacklist(const Json& message, Millis now) {
       if (mac && action == "block") {
         block(id, *mac, entry, now);
       } else if (mac && action == "unblock") {
-        refusals_.unblock(id, *mac);
+        refusals_.unblock(id, *mac, now);
       }
     }
   }
@@ -215,7 +226,7 @@ void ApSteering::on_blacklist(const Json& message, Millis now) {
 
 void ApSteering::block(int radio, const Mac& station, const Json& entry, Millis now) {
   if (world_.radio(ap_, radio) != nullptr) {
-    refusals_.block(radio, station, now + seconds(int_or(entry, "timeout", 0)));
+    refusals_.block(radio, station, now + seconds(int_or(entry, "timeout", 0)), now);
   }
 }
 
@@ -355,8 +366,7 @@ void ApSteering::announce(const Station& station, bool held) {
 void ApSteering::station_left(const Station& station, const Association& from, Cause why, Millis now) {
   const Mac& mac = station.client->mac;
   reports_.erase(mac);
-  const bool ordered = why == Cause::sent_away || why == Cause::radio_gone;
-  end_hold(mac, ordered ? HoldEnd::sent_away : HoldEnd::client_left, now);
+  end_hold(mac, hold_end_of(why), now);
   if (uplink_.subscribed() && !restarting_) {
     announce_departure(mac, station.client->ssid, from.radio);
   }

@@ -13,6 +13,8 @@ int& count_of(HoldCounts& counts, HoldEnd how) {
       return counts.sent_away;
     case HoldEnd::client_left:
       return counts.client_left;
+    case HoldEnd::radio_gone:
+      return counts.radio_gone;
     case HoldEnd::timed_out:
       return counts.timed_out;
     case HoldEnd::session_lost:

@@ -17,6 +17,7 @@ struct HoldCounts {
   int acknowledged = 0;
   int sent_away = 0;
   int client_left = 0;
+  int radio_gone = 0;
   int timed_out = 0;
   int session_lost = 0;
   bool operator==(const HoldCounts&) const = default;

@@ -56,6 +56,8 @@ std::string name_of(HoldEnd end) {
       return "sent away";
     case HoldEnd::client_left:
       return "client left";
+    case HoldEnd::radio_gone:
+      return "radio gone";
     case HoldEnd::timed_out:
       return "timed out";
     case HoldEnd::session_lost:

@@ -49,8 +49,9 @@ enum class Authentication { full, fast };
 // How the time ended for which an AP let a client associate, but not send, until the controller acknowledged it.
 enum class HoldEnd {
   acknowledged,
-  sent_away,     // by its AP, mostly on the controller's order
+  sent_away,     // by its AP, on the controller's order
   client_left,   // by itself, or it walked out of reach
+  radio_gone,    // its radio or its SSID there was switched off or started anew
   timed_out,     // the AP waited long enough and let it send
   session_lost,  // the AP lost its controller and let it send
 };

@@ -98,7 +98,7 @@ Check check_bounces(const SteeringFigures& figures, double largest) {
           figures.succeeded() > 0 && figures.bounced <= largest * figures.succeeded()};
 }
 
-// A client that leaves by itself while it is held takes the decision out of everybody's hands.
+// A client that leaves by itself while it is held, or loses its radio, takes the decision out of everybody's hands.
 Check check_held(const SteeringFigures& figures, double least) {
   const HeldAssociations& held = figures.held;
   const int decided = held.of(HoldEnd::acknowledged) + held.of(HoldEnd::sent_away);

@@ -12,8 +12,8 @@ using Json = nlohmann::ordered_json;
 
 constexpr Cause causes_of_moves[] = {Cause::own_choice,   Cause::came_back,  Cause::transition, Cause::sent_away,
                                      Cause::out_of_reach, Cause::radio_gone, Cause::arrival};
-constexpr HoldEnd hold_ends[] = {HoldEnd::acknowledged, HoldEnd::sent_away, HoldEnd::client_left, HoldEnd::timed_out,
-                                 HoldEnd::session_lost};
+constexpr HoldEnd hold_ends[] = {HoldEnd::acknowledged, HoldEnd::sent_away, HoldEnd::client_left,
+                                 HoldEnd::radio_gone,   HoldEnd::timed_out, HoldEnd::session_lost};
 
 double seconds(Millis time) {
   return static_cast<double>(time) / 1000;

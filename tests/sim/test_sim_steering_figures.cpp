@@ -433,10 +433,11 @@ TEST_F(SteeringFiguresTest, ChecksWhatTheSiteExpects) {
            {"one of three undone", undone_at_most(0.25), moved(succeeded(3), none, 1), false, undone, "1 of 3"},
            {"nothing that could be undone", undone_at_most(0.25), moved(failed(3, 0, 0, 0, 0), none), false, undone,
             "0 of 0"},
-           {"nine of ten decided, whatever those do who leave", held_answered(0.9),
+           {"nine of ten decided, whatever becomes of those who leave or lose their radio", held_answered(0.9),
             held_until({{HoldEnd::acknowledged, 7},
                         {HoldEnd::sent_away, 2},
                         {HoldEnd::client_left, 5},
+                        {HoldEnd::radio_gone, 6},
                         {HoldEnd::timed_out, 1}}),
             true, answered, "9 of 10"},
            {"eight of nine decided, one waited for too long", held_answered(0.9),
@@ -499,7 +500,7 @@ ordered moves       2 of 2 succeeded; 0 undone within a minute
   sent away         1 of 1; 0 back on the same radio at once, 0 found none; longest gap 1.2 s
 transitions         3 fast, 1 full
   02:c1:00:00:00:09 walks: 2 fast, 0 full
-held associations   0 acknowledged, 1 sent away, 0 client left, 0 timed out, 0 session lost, 0 wait; longest 0.8 s
+held associations   0 acknowledged, 1 sent away, 0 client left, 0 radio gone, 0 timed out, 0 session lost, 0 wait; longest 0.8 s
 turned away         1; 0 let in for good since they kept trying
 
 ok      all is well: 1 of 1
@@ -524,7 +525,7 @@ ordered moves       0 of 0 succeeded; 0 undone within a minute
   sent away         0 of 0; 0 back on the same radio at once, 0 found none; longest gap 0.0 s
 transitions         0 fast, 0 full
   02:c1:00:00:00:09 walks: 0 fast, 0 full
-held associations   0 acknowledged, 0 sent away, 0 client left, 0 timed out, 0 session lost, 0 wait; longest 0.0 s
+held associations   0 acknowledged, 0 sent away, 0 client left, 0 radio gone, 0 timed out, 0 session lost, 0 wait; longest 0.0 s
 turned away         0; 0 let in for good since they kept trying
 )");
 }
@@ -606,6 +607,7 @@ TEST_F(SteeringReportTest, WritesTheFiguresAsJson) {
     "acknowledged": 0,
     "sent_away": 1,
     "client_left": 0,
+    "radio_gone": 0,
     "timed_out": 0,
     "session_lost": 0,
     "waiting": 0,
