@@ -169,6 +169,9 @@ std::unique_ptr<Scene> make_scene(const Site& site, const SceneOptions& options,
   if (options.scene == "steering" && !site.steering) {
     throw std::runtime_error("no scene of steering in " + options.site + ": it has no \"steering\"");
   }
+  if (options.scene == "steering" && options.once && site.expectations.steering == SteeringExpectations{}) {
+    throw std::runtime_error("nothing to judge in " + options.site + ": it expects nothing of steering");
+  }
   if (!options.out.empty()) {
     std::filesystem::create_directories(options.out);
   }

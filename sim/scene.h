@@ -32,7 +32,8 @@ class Scene {
 };
 
 // The site must outlive the scene; complaints go to the log. Throws std::runtime_error for a scene that is unknown or
-// that the site has not, and for an output directory that cannot be made.
+// that the site has not, for one of steering that `once` is to judge although the site expects nothing of it, and for
+// an output directory that cannot be made.
 std::unique_ptr<Scene> make_scene(const Site& site, const SceneOptions& options, Log log);
 
 }  // namespace sim

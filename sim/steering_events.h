@@ -61,9 +61,9 @@ struct SteeringEvent {
   Mac client;
   Happening what = Happening::joined;
   // Of `joined` and `moved`, why it is where it is now; of `left`, why it is not there any more; of `turned_away`, why
-  // it wanted to go there. `joined` after `left` repeats the cause of `left`, unless the client found no radio for a
-  // while: that makes it an arrival. `declined` and `gave_up` are always of a transition; `released` has the cause of
-  // the association.
+  // it wanted to go there. `joined` after `left` repeats the cause of `left`, unless the client went back to where it
+  // was sent away from, or found no radio for a while: that makes it an arrival. `declined` and `gave_up` are always of
+  // a transition; `released` has the cause of the association.
   Cause cause = Cause::arrival;
   // Of `joined`: the place that it was sent away from or lost, if that is why it looked for another.
   std::optional<Place> from;

@@ -1,6 +1,7 @@
 #include "sim/steering_figures.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 
 #include "sim/spectrum.h"
@@ -126,10 +127,14 @@ std::string name_of(const Site& site, const Place& place) {
 SteeringLedger::SteeringLedger(const Site& site, SteeringWindow window) : window_(window) {
   for (std::size_t ap = 0; ap < site.access_points.size(); ++ap) {
     for (const Radio& radio : site.access_points[ap].radios) {
-      const Place place{ap, radio.id};
-      index_of_load_[place] = figures_.loads.size();
-      figures_.loads.push_back({place});
+      if (radio.enabled) {
+        index_of_load_[{ap, radio.id}] = 0;
+      }
     }
+  }
+  for (auto& [place, index] : index_of_load_) {
+    index = figures_.loads.size();
+    figures_.loads.push_back({place});
   }
   for (const Client& client : site.clients) {
     if (!client.path.empty()) {
@@ -218,7 +223,8 @@ void SteeringLedger::take_end_of_order(const SteeringEvent& event, ClientRecord&
   }
   const Place from = *record.sent_from;
   record.sent_from.reset();
-  if (event.cause != Cause::sent_away) {
+  const bool went_back = event.cause == Cause::came_back && event.from;
+  if (event.cause != Cause::sent_away && !went_back) {
     return;  // it found nothing at first, so the order had lost it
   }
   --figures_.by_sending_away.lost;
@@ -263,11 +269,9 @@ SteeringFigures SteeringLedger::figures(Millis now) {
 }
 
 std::vector<Check> check_steering(const Site& site, const SteeringFigures& figures) {
+  assert(figures.has_before);
   const SteeringExpectations& expected = site.expectations.steering;
   std::vector<Check> checks;
-  if (!figures.has_before) {
-    return checks;
-  }
   if (expected.fullest_radio_falls_by) {
     checks.push_back(check_fullest(site, figures, *expected.fullest_radio_falls_by));
   }

@@ -28,7 +28,7 @@ struct OrderedMoves {
   int declined = 0;      // transitions only: the client stayed
   int given_up = 0;      // transitions only: it had agreed, but the other radio fell silent or its own lost it first
   int turned_away = 0;   // transitions only: the other radio did not let it in
-  int back_at_once = 0;  // sent away only: it joined the same radio again
+  int back_at_once = 0;  // sent away only: it joined the same radio again, however often it had to knock
   int lost = 0;          // sent away only: it has found no radio, or only after a while
 
   int given() const { return succeeded + declined + given_up + turned_away + back_at_once + lost; }
@@ -72,7 +72,7 @@ struct SteeringFigures {
   int succeeded() const { return by_transition.succeeded + by_sending_away.succeeded; }
 };
 
-// Takes the events of a simulation in their order. One thread.
+// Takes the events of a simulation in their order. No radio is switched on or off meanwhile. One thread.
 class SteeringLedger {
  public:
   SteeringLedger(const Site& site, SteeringWindow window);
@@ -113,7 +113,7 @@ class SteeringLedger {
 std::string name_of(const Site& site, const Place& place);
 const Radio& radio_at(const Site& site, const Place& place);
 
-// The checks that the site's expectations ask for; none where the figures are of a moment before the window's first.
+// The checks that the site's expectations ask for. The figures are of a moment in the window.
 std::vector<Check> check_steering(const Site& site, const SteeringFigures& figures);
 
 }  // namespace sim

@@ -20,6 +20,7 @@ struct SpreadExpectation {
   std::string room;
   int band = 0;
   int shrinks_by = 0;
+  bool operator==(const SpreadExpectation&) const = default;
 };
 
 // A check that the file does not ask for is not made.
@@ -30,6 +31,7 @@ struct SteeringExpectations {
   std::optional<double> ordered_moves_succeed;  // least share
   std::optional<double> moves_bounce_at_most;   // largest share of the moves that succeeded
   std::optional<double> held_are_answered;      // least share of the held associations that the controller decided
+  bool operator==(const SteeringExpectations&) const = default;
 };
 
 // Both throw SiteError for what cannot be used; the rooms, APs and clients of the site must have been read.

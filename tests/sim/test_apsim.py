@@ -267,6 +267,13 @@ class ProgramTest(unittest.IsolatedAsyncioTestCase):
             status, out, err = await self.finish(await self.start("ws://127.0.0.1:1/x", "--scene", scene, "--once"))
             self.assertEqual((status, out, err), (2, "", complaint))
 
+    async def test_a_scene_of_steering_without_expectations_cannot_be_judged(self):
+        self.write_steering_site({})
+        status, out, err = await self.finish(
+            await self.start("ws://127.0.0.1:1/x", "--scene", "steering", "--once"))
+        self.assertEqual((status, out, err), (
+            2, "", f"zal_apsim: nothing to judge in {self.site}: it expects nothing of steering\n"))
+
     async def test_a_bad_site_or_address_ends_with_status_2(self):
         for site, url, complaint in (
                 ({**SITE, "floor": 3}, "ws://127.0.0.1:1/x", "zal_apsim: site.floor must be an object\n"),

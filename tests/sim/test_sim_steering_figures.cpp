@@ -181,6 +181,14 @@ TEST_F(SteeringFiguresTest, TellsWhatBecameOfTransitions) {
   EXPECT_EQ(all.turned_away, 2);
 }
 
+// Ann, at a radio that had sent her away and that she looked for at once.
+SteeringEvent came_back(Millis at, const Place& to) {
+  SteeringEvent result = joined(at, ann, to, Cause::came_back);
+  result.from = to;
+  result.unserved = 1'000;
+  return result;
+}
+
 struct SentAwayCase {
   const char* label;
   std::vector<SteeringEvent> afterwards;
@@ -199,7 +207,17 @@ TEST_F(SteeringFiguresTest, TellsWhatBecameOfThoseWhoWereSentAway) {
             1,
             0,
             0},
+           {"back by its own will, after a refusal",
+            {turned_away(2'500, ann, a5, Cause::came_back), came_back(3'000, a5)},
+            0,
+            1,
+            0},
            {"nowhere", {}, 0, 0, 1},
+           {"back by its own will, but it had found nothing for a while",
+            {joined(30'000, ann, a5, Cause::came_back)},
+            0,
+            0,
+            1},
            {"elsewhere, but it had found nothing for a while", {joined(30'000, ann, b5)}, 0, 0, 1},
        }) {
     SteeringLedger ledger(site_, *site_.steering);
@@ -225,6 +243,12 @@ TEST_F(SteeringFiguresTest, KeepsTheLongestTimeThatOneSentAwayWasWithoutARadio) 
           left(at + 6'000, ann, b5, Cause::departure)});
   }
   EXPECT_EQ(figures().longest_without_radio, 2'300);
+}
+
+TEST_F(SteeringFiguresTest, MeasuresTheGapOfWhoComesBackToo) {
+  take({joined(0, ann, a5), left(2'000, ann, a5, Cause::sent_away), came_back(3'000, a5)});
+  EXPECT_EQ(figures().longest_without_radio, 1'000);
+  EXPECT_EQ(figures().moves, (std::map<Cause, int>{{Cause::came_back, 1}}));
 }
 
 struct BounceCase {
@@ -462,11 +486,28 @@ TEST_F(SteeringFiguresTest, ChecksNothingThatTheSiteDoesNotAskFor) {
   EXPECT_TRUE(check_steering(site_, figures()).empty());
 }
 
-TEST_F(SteeringFiguresTest, ChecksNothingBeforeThereIsSomethingToCompareWith) {
+// A third AP hangs in the room, whose radio at 5 GHz is off, and its radios are not in the order of their ids.
+TEST_F(SteeringFiguresTest, ARadioThatIsOffHasNoLoad) {
   Site site = site_;
-  site.expectations.steering = fullest_falls_by(1);
-  EXPECT_TRUE(check_steering(site, figures(39'999)).empty());
-  EXPECT_EQ(check_steering(site, figures(40'000)).size(), 1U);
+  site.access_points.push_back(site.access_points[0]);
+  std::vector<Radio>& radios = site.access_points[2].radios;
+  radios[1].enabled = false;
+  std::swap(radios[0], radios[2]);
+  site.expectations.steering = spread_shrinks_by(1);
+  SteeringLedger ledger(site, *site.steering);
+  for (const SteeringEvent& each :
+       {joined(0, ann, a5), joined(0, bob, a5), joined(0, walker, b5), moved(50'000, bob, a5, b5, Cause::transition)}) {
+    ledger.take(each);
+  }
+  const SteeringFigures all = ledger.figures(160'000);
+  std::vector<Place> places;
+  for (const RadioLoad& each : all.loads) {
+    places.push_back(each.place);
+  }
+  EXPECT_EQ(places, (std::vector<Place>{{0, 0}, a5, {0, 2}, {1, 0}, b5, b6, {2, 0}, {2, 2}}));
+  const auto checks = check_steering(site, all);
+  ASSERT_EQ(checks.size(), 1U);
+  EXPECT_EQ(checks[0].measured, "1 to 2 -> 1 to 2");
 }
 
 class SteeringReportTest : public SteeringFiguresTest {
