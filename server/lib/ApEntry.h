@@ -60,8 +60,8 @@ class ApEntry {
   // The MAC of a radio, enabled or not; with a warning the AP's own where no radio has the id.
   MacAddr get_radio_mac(std::int32_t radio_id) const;
 
-  // What a message says of the radios. VAPs that are read anew lose their 802.11r links; the AP, which still holds
-  // them, must then be told.
+  // What a message says of the radios. 802.11r links are lost with a VAP that goes, changes its address or comes with
+  // key holders of its own; the AP, which still holds them, must then be told.
   void read_radios(const JsonReader& json, ChannelPools& channels, bool apply_vaps, bool list_flag);
 
   // The form of the backup and of the AP query.

@@ -54,16 +54,15 @@ void LoadBalancer802dot11vSubworker::set_timer(std::int32_t delay) {
 
 bool LoadBalancer802dot11vSubworker::process_message(const JsonReader& json, protocol::Command command,
                                                      const std::shared_ptr<ApEntry>& ap) {
-  const ClientEvent event = protocol::read_client_event(json);
   switch (command) {
     case protocol::Command::rrm_client_assoc:
-      process_client_assoc(event, *ap);
+      process_client_assoc(protocol::read_client_event(json), *ap);
       return true;
     case protocol::Command::rrm_client_disassoc:
-      process_client_disassoc(event, *ap);
+      process_client_disassoc(protocol::read_client_event(json), *ap);
       return true;
     case protocol::Command::rrm_sta_roam:
-      process_client_roam(event, get_mac(json, key::target_mac), *ap);
+      process_client_roam(protocol::read_client_event(json), get_mac(json, key::target_mac), *ap);
       return true;
     default:
       return false;
@@ -179,7 +178,7 @@ void LoadBalancer802dot11vSubworker::finish_roam(const MacAddr& client, Radio& r
   const std::string client_text = client.to_string();
   RRM_LOG(LOG_TRACE, "Assoc: client(%s) was roamed by 802.11v, removing from expected list", client_text.c_str());
   radio.assoc.remove_expected(client);
-  const auto source = aps_.find_by_any_mac(expected.source_ap);
+  const auto source = aps_.find_by_any_mac(expected.source);
   Radio* const source_radio = source != nullptr ? source->radios.find(expected.radio) : nullptr;
   if (source_radio == nullptr || source_radio == &radio) return;
   RRM_LOG(LOG_TRACE, "Assoc: removing client(%s) from AP(%s) assoc clients list", client_text.c_str(),

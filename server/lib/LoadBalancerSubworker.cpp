@@ -120,17 +120,21 @@ void LoadBalancerSubworker::process_client_disassoc(const ClientEvent& event, Ap
 
 void LoadBalancerSubworker::process_client_disassoc_all(ApEntry& ap) {
   RRM_LOG(LOG_TRACE, "Disassocc all clients");
-  std::vector<AssocMap::Clients> gone;
+  struct Gone {
+    MacAddr client;
+    std::string ssid;
+    Radio* radio;
+  };
+  // All radios are empty before the first query ends: a client on two of them would else be acknowledged on the other.
+  std::vector<Gone> all_gone;
   for (Radio& radio : ap.radios.list) {
-    gone.push_back(radio.assoc.clients());
+    for (const auto& [client, record] : radio.assoc.clients()) all_gone.push_back({client, record.ssid, &radio});
     radio.assoc.clear();
   }
-  for (Radio& radio : ap.radios.list) {
-    for (const auto& [client, record] : gone[static_cast<std::size_t>(radio.id)]) {
-      end_query(client);
-      radio.problist.remove(client);
-      worker_.blacklist().assoc_changed(client, 0, ap, record.ssid, radio.id);
-    }
+  for (const Gone& gone : all_gone) {
+    end_query(gone.client);
+    gone.radio->problist.remove(gone.client);
+    worker_.blacklist().assoc_changed(gone.client, 0, ap, gone.ssid, gone.radio->id);
   }
 }
 

@@ -115,6 +115,13 @@ const Road roads[] = {
     {"PausedWhenOutOfTime", [](Walk& on) { on.asks(), on.lock_balancing(true); }, once},
     {"LeftInBetween", [](Walk& on) { on.asks(), on.tell(left(ap_a, 1)); }, never},
     {"AllLeftInBetween", [](Walk& on) { on.asks(), on.tell(all_left(ap_a)); }, never},
+    {"AllLeftWhileItStoodOnTwoRadios",
+     [](Walk& on) {
+       on.asks();
+       on.radio(ap_a, 0).assoc.add_client(mac(phone), -60, "office", false, false);
+       on.tell(all_left(ap_a));
+     },
+     never},
     {"ItsApIsGone", [](Walk& on) { on.asks(), on.drop(1); }, never},
     {"ItsApIsSilent", [](Walk& on) { on.asks(), on.fall_silent(ap_a), on.answer(-50, -90); }, once},
     {"ItsApWasSilentBefore", [](Walk& on) { on.start_site(), on.fall_silent(ap_a), on.tell(associated(ap_a, 1, -80)); },

@@ -24,9 +24,11 @@ struct AssocClient {
 };
 
 struct ExpectedClient {
-  MacAddr source_ap;       // who ordered the roam
-  std::int32_t radio = 0;  // radio id on the target
-  std::int32_t ttl = 0;    // seconds left
+  // Moved off a radio for a better one: that radio's address and id. Moved by 802.11v: the address of the AP that sends
+  // it, and the id of the radio it is sent to, which counts for the one it leaves too.
+  MacAddr source;
+  std::int32_t radio = 0;
+  std::int32_t ttl = 0;  // seconds left
 
   bool operator==(const ExpectedClient&) const = default;
 };

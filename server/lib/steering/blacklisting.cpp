@@ -15,13 +15,14 @@ bool is_touched(const Radio& radio, const std::string& ssid, std::int32_t client
   return radio.id != client_radio;
 }
 
-void mark_ap(ApEntry& ap, const MacAddr& client, const std::string& ssid, std::int32_t client_radio, bool block) {
+void mark_ap(ApEntry& ap, const DomainConfig& config, const MacAddr& client, const std::string& ssid,
+             std::int32_t client_radio, bool block) {
   for (Radio& radio : ap.radios.list) {
     if (!is_touched(radio, ssid, client_radio)) continue;
     if (!block) {
       radio.problist.release(client);
     } else if (radio.assoc.find_client(client) == nullptr) {
-      radio.problist.add(client, radio.config->blacklist_timeout);
+      radio.problist.add(client, config.blacklist_timeout);
     }
   }
 }
@@ -33,9 +34,9 @@ void mark_around(ApMap& aps, const DomainConfig& config, const MacAddr& client, 
   if (!config.use_balance || ssid.empty()) return;
   for (const auto& [mac, other] : aps) {
     if (other.get() == &ap) {
-      mark_ap(*other, client, ssid, radio, block);
+      mark_ap(*other, config, client, ssid, radio, block);
     } else if (is_around(*other, ap, config)) {
-      mark_ap(*other, client, ssid, no_radio, block);
+      mark_ap(*other, config, client, ssid, no_radio, block);
     }
   }
 }

@@ -18,7 +18,8 @@ bool is_better(const SteeringChoice& candidate, const SteeringChoice& present) {
   return candidate.rssi > present.rssi;
 }
 
-SteeringChoice already_there(SteeringChoice choice) {
+// The radio that the client is on, which does not count there.
+SteeringChoice choose_present(SteeringChoice choice) {
   RRM_LOG(LOG_TRACE, "LoadBalancer: exist_ap %s size %d rssi %d", choice.mac.to_string().c_str(), choice.load,
           choice.rssi);
   choice.is_there = true;
@@ -35,7 +36,7 @@ std::optional<SteeringChoice> choose_destination(const ApMap& aps, const DomainC
     const auto [ap, radio] = aps.find_radio(mac);
     if (radio == nullptr) continue;
     SteeringChoice candidate{ap, radio, mac, radio->assoc.load(), rssi, false};
-    if (serves_well(*radio, client, rssi, config)) return already_there(std::move(candidate));
+    if (serves_well(*radio, client, rssi, config)) return choose_present(std::move(candidate));
     candidate.load = std::max(candidate.load, config.load_balance_sta_low - 1);
     if (!best || is_better(candidate, *best)) best = std::move(candidate);
   }
