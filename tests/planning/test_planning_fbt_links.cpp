@@ -30,8 +30,8 @@ void discard(const char*, int, const char*, int, const char*, va_list) {}
 
 // Against the plain version, over random domains
 
-// Both versions over copies of one domain, which share their lists of links until an update changes one. They are
-// copies of a third, so that an address that two APs claim has the same owner in both.
+// Both versions over copies of one domain. They are copies of a third, so that an address that two APs claim has the
+// same owner in both.
 struct Both {
   explicit Both(std::uint32_t seed) : random(seed), config(random_config(seed)), ours(random_domain(config, seed)) {
     std::srand(seed);

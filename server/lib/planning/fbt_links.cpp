@@ -46,38 +46,44 @@ KeyHolder key_holder(ApEntry& ap, const Radio& radio, VapEntry& vap) {
   return {&ap, &radio, &vap, radio.band, r1_number(vap.fbt_r1_keyholder), vap.mac.to_string()};
 }
 
-// A VAP as a peer of the others of its SSID.
+// A VAP as a peer of the others of its SSID. Peers that no link can tell apart, with equal key holders and key, have
+// one id together.
 struct Peer {
   KeyHolder holder;
-  std::size_t name = 0;  // the same number for all peers that the same links name
-  SharedFbtLink link;    // that names it by its own R1 key holder
+  std::size_t id = 0;
+  SharedFbtLink link;  // that names it by its own R1 key holder
 };
 
-// All VAPs with 802.11r of one SSID, in the order of the APs and of their radios, and what links say of them. What a
-// link says is looked up once, however many VAPs have it.
+// All VAPs with 802.11r of one SSID, in the order of the APs and of their radios. Which of them a link means is looked
+// up once, however many VAPs hold the link.
 class SsidPeers {
  public:
-  static constexpr std::size_t no_name = static_cast<std::size_t>(-1);
+  static constexpr std::size_t no_id = static_cast<std::size_t>(-1);
 
-  struct Place {
+  // A peer with the R1 key holder and the key of a link.
+  struct CandidateEnd {
     const ApEntry* ap;
     std::int32_t band;
   };
   struct LinkEnds {
-    std::vector<Place> places;   // of the peers with the R1 key holder and the key of the link
-    std::size_t name = no_name;  // of those that the link names by all it says
+    std::vector<CandidateEnd> candidates;
+    std::size_t peer_id = no_id;  // of those that have the R0 key holder of the link too
   };
 
-  void add(KeyHolder holder) {
+  // What it returns stays where it is.
+  const Peer& add(KeyHolder holder) {
     const VapEntry& vap = *holder.vap;
     std::vector<const Peer*>& equals = by_end_[{holder.r1, vap.fbt_rrb_key}];
-    const std::size_t known = name_among(equals, vap.fbt_r0_keyholder);
+    const std::size_t known = id_among(equals, vap.fbt_r0_keyholder);
     const SharedFbtLink link = share_link({vap.fbt_r0_keyholder, vap.fbt_r1_keyholder, vap.fbt_rrb_key});
-    equals.push_back(&peers_.emplace_back(Peer{std::move(holder), known == no_name ? names_++ : known, link}));
+    const Peer& peer = peers_.emplace_back(Peer{std::move(holder), known == no_id ? ids_++ : known, link});
+    equals.push_back(&peer);
+    return peer;
   }
 
   const std::deque<Peer>& all() const { return peers_; }
-  std::size_t names() const { return names_; }
+  // Ids are below this number.
+  std::size_t id_count() const { return ids_; }
 
   const LinkEnds& ends_of(const SharedFbtLink& link) {
     const auto [place, is_new] = ends_.try_emplace(link);
@@ -86,24 +92,24 @@ class SsidPeers {
   }
 
  private:
-  static std::size_t name_among(const std::vector<const Peer*>& peers, const std::string& r0_keyholder) {
+  static std::size_t id_among(const std::vector<const Peer*>& peers, const std::string& r0_keyholder) {
     const auto same = std::find_if(peers.begin(), peers.end(), [&](const Peer* peer) {
       return peer->holder.vap->fbt_r0_keyholder == r0_keyholder;
     });
-    return same == peers.end() ? no_name : (*same)->name;
+    return same == peers.end() ? no_id : (*same)->id;
   }
 
   LinkEnds look_up(const FbtLink& link) const {
     const auto place = by_end_.find({r1_number(link.remote_r1_kh_id), link.remote_r1_kh_key});
     if (place == by_end_.end()) return {};
     LinkEnds ends;
-    for (const Peer* peer : place->second) ends.places.push_back({peer->holder.ap, peer->holder.band});
-    ends.name = name_among(place->second, link.remote_r0_kh_id);
+    for (const Peer* peer : place->second) ends.candidates.push_back({peer->holder.ap, peer->holder.band});
+    ends.peer_id = id_among(place->second, link.remote_r0_kh_id);
     return ends;
   }
 
   std::deque<Peer> peers_;
-  std::size_t names_ = 0;
+  std::size_t ids_ = 0;
   std::map<std::pair<std::uint64_t, std::string>, std::vector<const Peer*>> by_end_;
   std::unordered_map<SharedFbtLink, LinkEnds> ends_;
 };
@@ -131,18 +137,18 @@ class HeardRadios {
 // The update of one VAP's links.
 class VapUpdate {
  public:
-  VapUpdate(const KeyHolder& own, SsidPeers& peers, const HeardRadios& heard, const DomainConfig& config, bool wildcard)
-      : own_(own),
+  VapUpdate(const Peer& own, SsidPeers& peers, const HeardRadios& heard, const DomainConfig& config, bool wildcard)
+      : own_(own.holder),
         peers_(peers),
         heard_(heard),
         config_(config),
-        wildcard_(wildcard && own.ap->use_wildcard_80211r),
-        held_(peers.names()) {}
+        wildcard_(wildcard && own_.ap->use_wildcard_80211r),
+        held_(peers.id_count()) {}
 
   void run() {
     own_.vap->fbt_links.erase_if([&](const SharedFbtLink& link) { return !keeps(link); });
     for (const Peer& peer : peers_.all()) {
-      if (peer.holder.ap != own_.ap) settle(peer);
+      if (peer.holder.ap != own_.ap) link_or_unlink(peer);
     }
     if (wildcard_ && own_.vap->link_broadcast_802dot11r()) own_.ap->fbt_changed = true;
   }
@@ -161,18 +167,17 @@ class VapUpdate {
       own_.ap->fbt_changed = true;
       return false;
     }
-    if (ends.name != SsidPeers::no_name) ++held_[ends.name];
+    if (ends.peer_id != SsidPeers::no_id) ++held_[ends.peer_id];
     return true;
   }
 
   bool any_end(const SsidPeers::LinkEnds& ends) const {
-    return std::any_of(ends.places.begin(), ends.places.end(),
-                       [&](const SsidPeers::Place& place) { return place.ap != own_.ap && may_link(place.band); });
+    return std::any_of(ends.candidates.begin(), ends.candidates.end(),
+                       [&](const SsidPeers::CandidateEnd& end) { return end.ap != own_.ap && may_link(end.band); });
   }
 
-  // Whether the VAP may hold a link to the peer, and whether it does.
-  void settle(const Peer& peer) {
-    const bool linked = held_[peer.name] != 0;
+  void link_or_unlink(const Peer& peer) {
+    const bool linked = held_[peer.id] != 0;
     if (!may_link(peer.holder.band)) {
       if (linked) unlink(peer);
     } else if (own_.r1 == peer.holder.r1) {
@@ -190,7 +195,7 @@ class VapUpdate {
 
   void unlink(const Peer& peer) {
     own_.vap->unlink(*peer.holder.vap);
-    --held_[peer.name];
+    --held_[peer.id];
     own_.ap->fbt_changed = true;
   }
 
@@ -211,7 +216,7 @@ class VapUpdate {
       const MacAddr r1 = MacAddr::parse(peer.holder.vap->fbt_r1_keyholder.c_str());
       own_.vap->link_to(*peer.holder.vap, as_heard(r1, peer.holder.radio->mac, *heard).to_string());
     }
-    ++held_[peer.name];
+    ++held_[peer.id];
     own_.ap->fbt_changed = true;
     RRM_LOG(LOG_DUMP, "now linked %s %s", own_.mac_text.c_str(), peer.holder.mac_text.c_str());
   }
@@ -221,37 +226,49 @@ class VapUpdate {
   const HeardRadios& heard_;
   const DomainConfig& config_;
   const bool wildcard_;
-  std::vector<std::uint32_t> held_;  // the VAP's links by the name of the peers they name
+  std::vector<std::uint32_t> held_;  // how many links the VAP has to the peers of each id
 };
 
 // The update of a whole set.
 class LinkUpdate {
  public:
-  LinkUpdate(ApMap& aps, const DomainConfig& config, bool wildcard) : aps_(aps), config_(config), wildcard_(wildcard) {
-    for (const auto& [mac, ap] : aps_) {
+  LinkUpdate(ApMap& aps, const DomainConfig& config, bool wildcard) : site_(aps), config_(config), wildcard_(wildcard) {
+    for (const auto& [mac, ap] : aps) {
+      ApVaps& own = aps_.emplace_back(ApVaps{*ap, {}});
       for_each_vap_with_11r(*ap, [&, &owner = *ap](const Radio& radio, VapEntry& vap) {
-        by_ssid_[vap.ssid].add(key_holder(owner, radio, vap));
+        SsidPeers& peers = by_ssid_[vap.ssid];
+        own.vaps.push_back({peers.add(key_holder(owner, radio, vap)), peers});
       });
     }
   }
 
   bool run() {
-    for (const auto& [mac, ap] : aps_) update_ap(*ap);
+    for (const ApVaps& own : aps_) update_ap(own.ap, own.vaps);
     return changed_;
   }
 
  private:
-  void update_ap(ApEntry& ap) {
+  struct LinkedVap {
+    const Peer& own;
+    SsidPeers& peers;
+  };
+  struct ApVaps {
+    ApEntry& ap;
+    std::vector<LinkedVap> vaps;
+  };
+
+  void update_ap(const ApEntry& ap, const std::vector<LinkedVap>& vaps) {
     RRM_LOG(LOG_DUMP, "==================================");
     RRM_LOG(LOG_DUMP, "Device %s (%s)", ap.mac.to_string().c_str(), platform_name(ap.platform));
     RRM_LOG(LOG_DUMP, "fbt_changed = %d", ap.fbt_changed);
-    const HeardRadios heard(aps_, ap);
-    for_each_vap_with_11r(ap, [&](const Radio& radio, VapEntry& vap) {
-      log_vap(ap, radio, vap);
-      VapUpdate(key_holder(ap, radio, vap), by_ssid_[vap.ssid], heard, config_, wildcard_).run();
+    const HeardRadios heard(site_, ap);
+    for (const auto& [own, peers] : vaps) {
+      const VapEntry& vap = *own.holder.vap;
+      log_vap(ap, *own.holder.radio, vap);
+      VapUpdate(own, peers, heard, config_, wildcard_).run();
       RRM_LOG(LOG_DUMP, "new remotes size = %zu", vap.fbt_links.size());
       changed_ |= ap.fbt_changed;
-    });
+    }
   }
 
   static void log_vap(const ApEntry& ap, const Radio& radio, const VapEntry& vap) {
@@ -265,10 +282,11 @@ class LinkUpdate {
     RRM_LOG(LOG_DUMP, "remotes size = %zu", vap.fbt_links.size());
   }
 
-  ApMap& aps_;
+  const ApMap& site_;
   const DomainConfig& config_;
   const bool wildcard_;
   std::map<std::string, SsidPeers> by_ssid_;
+  std::vector<ApVaps> aps_;  // in the order of the site
   bool changed_ = false;
 };
 

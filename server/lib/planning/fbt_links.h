@@ -20,7 +20,8 @@ void fill_key_holders(ApMap& aps, bool wildcard);
 bool link_allowed(std::int32_t band_a, std::int32_t band_b, const DomainConfig& config);
 
 // Drops the links whose other end is gone or has other keys, and adds those that are missing, both in one pass. An AP
-// whose links changed has `fbt_changed` set. True if any AP has to be told.
+// whose links changed has `fbt_changed` set. True if some AP with an enabled 802.11r VAP has it set now, from this pass
+// or from before.
 bool update_fbt_links(ApMap& aps, const DomainConfig& config, bool wildcard);
 
 }  // namespace rrm
