@@ -481,10 +481,10 @@ void TpcDcaSubworker::post_tpc_results(bool with_radios) {
 
 void TpcDcaSubworker::post_tpc_results_ap(const ApEntry& ap, bool direct, bool with_radios, bool only_if_changed) {
   JsonWriter message = protocol::rrm_info(ap, config_, with_radios);
-  const std::optional<bool> list_changed = add_neighbour_list(ap, message);
-  if (list_changed) {
+  const AddedList added = add_neighbour_list(ap, message);
+  if (added != AddedList::none_or_plain) {
     const std::string mac = ap.mac.to_string();
-    if (!*list_changed && only_if_changed) {
+    if (added == AddedList::unchanged && only_if_changed) {
       RRM_LOG(LOG_TRACE, "802.11kv list has not changed on %s, no need to send new one", mac.c_str());
       return;
     }
@@ -506,17 +506,17 @@ void TpcDcaSubworker::post(const JsonWriter& message, const ApEntry& ap, bool di
 // Lists and links
 
 // APs that have just gone stay in the plain lists until they are dropped.
-std::optional<bool> TpcDcaSubworker::add_neighbour_list(const ApEntry& ap, JsonWriter& message) const {
+AddedList TpcDcaSubworker::add_neighbour_list(const ApEntry& ap, JsonWriter& message) const {
   if (config_.use_80211v && ap.radios.any_11kv()) {
     JsonWriter list = JsonWriter::array(message, protocol::key::neighbour_list);
-    return worker_.load_balancer_802dot11v().fill_lists(ap, list);
+    return worker_.load_balancer_802dot11v().fill_lists(ap, list) ? AddedList::changed : AddedList::unchanged;
   }
   if (config_.use_80211k && ap.radios.any_11k()) {
     JsonWriter list = JsonWriter::array(message, protocol::key::neighbour_list);
     aps_.write_802dot11k(ap, list, ap.visible_members);
     deleted_aps_.write_802dot11k(ap, list, ap.visible_members);
   }
-  return std::nullopt;
+  return AddedList::none_or_plain;
 }
 
 bool TpcDcaSubworker::between_cycles() const {

@@ -9,7 +9,6 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <optional>
 
 #include "IRrmSubworker.h"
 #include "OptimizationThread.h"
@@ -26,6 +25,10 @@ enum class RrmStatus : std::int32_t {
   DELAY_BEFORE_OPT_FORCE = 4,  // waiting after a forced request
   TPC_COMPUTING = 5,           // thread running
 };
+
+// Which neighbour list a message got, and whether an 802.11v list is another than was sent last. Of a plain 802.11k
+// list nobody remembers what was sent.
+enum class AddedList { none_or_plain, unchanged, changed };
 
 class TpcDcaSubworker final : public IRrmSubworker {
  public:
@@ -53,9 +56,8 @@ class TpcDcaSubworker final : public IRrmSubworker {
   // rrm-info for one AP, with its neighbour list: at once with `direct`, else at the end of the worker's pass. With
   // `only_if_changed` nothing is sent, radios included, while the 802.11v list stays as it is.
   void post_tpc_results_ap(const ApEntry& ap, bool direct, bool with_radios, bool only_if_changed);
-  // Adds to a message the neighbour list that the AP gets. Empty if it gets none, or a plain 802.11k one, else whether
-  // the 802.11v list differs from what was sent last.
-  std::optional<bool> add_neighbour_list(const ApEntry& ap, JsonWriter& message) const;
+  // Adds to a message the neighbour list that the AP gets.
+  AddedList add_neighbour_list(const ApEntry& ap, JsonWriter& message) const;
 
   // Sends new 802.11k lists `force_delay` from now. Refused during a cycle, whose results bring new lists anyway.
   void planning_update_802dot11k();
