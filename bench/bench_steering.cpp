@@ -1,14 +1,17 @@
 // How what steering tells the APs grows with the site: 802.11k lists, 802.11v lists and 802.11r links, one pass over
 // all APs each.
 //
-// The campus of campus.h with 802.11k, r and v on in all four networks. A heard list concerns an AP's 60 neighbours,
-// so a pass should double with the site. The lists of all APs and the links concern every pair of APs: what should
-// stay the same is the time for each radio looked at and for each link. A link costs its place in its VAP's list and
-// its share of what links have in common; the copy is the one that every optimisation makes of the domain.
+// The campus of campus.h with 802.11k, r and v on in all four networks. A heard list concerns the 60 radios that an AP
+// hears, so a pass should double with the site. The lists of all APs and the links concern every pair of APs: what
+// should stay the same is the time for each radio looked at and for each link. A link costs its place in its VAP's list
+// and its share of what links have in common; the copy is the one that every optimisation makes of the domain. The
+// messages are fbt-info for all APs, as a cycle that changed all links sends them: their length is what would wait for
+// the sockets then.
 //
 // Grows along one dimension, the number of APs. Before any time is taken the links of a small site are compared with
-// those of the plain version. Times are CPU time of the thread, the median of several rounds; the growth is the median
-// of the ratios within each round. The links of 1000 APs are some 36 million, so there is one linked site at a time.
+// those of the plain version, and the neighbours of all lists are counted. Times are CPU time of the thread, the median
+// of several rounds; the growth is the median of the ratios within each round. The links of 1000 APs are some 36
+// million, so there is one linked site at a time.
 #include <malloc.h>
 
 #include <cstdint>
@@ -19,6 +22,7 @@
 #include <vector>
 
 #include "campus.h"
+#include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 #include "planning/fbt_links.h"
 #include "protocol/messages.h"
@@ -53,31 +57,51 @@ DomainConfig settings(bool use_80211k, bool use_80211v) {
 
 // Lists
 
+constexpr int heard_radios = 60;
+
 struct Lists {
   const char* name;
   int rounds;
   DomainConfig config;
   std::function<void(const ApMap&, const ApEntry&, JsonWriter&)> write;
+  bool all = false;           // other APs, heard or not
+  int listed = heard_radios;  // neighbours in each list
 };
+
+double radios_looked_at(const Lists& lists, int count) {
+  return static_cast<double>(count) * (lists.all ? 3.0 * (count - 1) : heard_radios);
+}
+
+JsonWriter list_of(const Lists& lists, const ApMap& site, const ApEntry& ap) {
+  JsonWriter message;
+  JsonWriter array = JsonWriter::array(message, "802dot11k");
+  lists.write(site, ap, array);
+  return message;
+}
+
+void check_lists(const Lists& lists, const ApMap& site) {
+  for (const auto& [mac, ap] : site) {
+    const int listed = JsonReader(list_of(lists, site, *ap).to_string()).get_array("802dot11k").size();
+    if (listed == lists.listed) continue;
+    std::fprintf(stderr, "%s: a list of %d neighbours instead of %d\n", lists.name, listed, lists.listed);
+    std::exit(EXIT_FAILURE);
+  }
+}
 
 // CPU milliseconds for the lists of all APs, as texts; `bytes` is their length.
 double time_lists(const Lists& lists, const ApMap& site, std::size_t& bytes) {
   StopWatch watch;
   bytes = 0;
-  for (const auto& [mac, ap] : site) {
-    JsonWriter message;
-    {
-      JsonWriter array = JsonWriter::array(message, "802dot11k");
-      lists.write(site, *ap, array);
-    }
-    bytes += std::string_view(message.to_string()).size();
-  }
+  for (const auto& [mac, ap] : site) bytes += std::string_view(list_of(lists, site, *ap).to_string()).size();
   return watch.lap();
 }
 
 void bench_lists(const Lists& lists) {
   std::vector<ApMap> sites;
-  for (const int count : sizes) sites.push_back(make_steered_campus(lists.config, count));
+  for (const int count : sizes) {
+    sites.push_back(make_steered_campus(lists.config, count));
+    check_lists(lists, sites.back());
+  }
   std::vector<std::vector<double>> times(sites.size());
   std::vector<std::size_t> bytes(sites.size());
   for (int round = 0; round < lists.rounds; ++round) {
@@ -85,9 +109,8 @@ void bench_lists(const Lists& lists) {
   }
   for (std::size_t i = 0; i < sites.size(); ++i) {
     const double time = median(times[i]);
-    const double others = 3.0 * sizes[i] * (sizes[i] - 1);
-    std::printf("%-16s %5d %10.2f %12.1f %12.1f", lists.name, sizes[i], time, 1e6 * time / others,
-                static_cast<double>(bytes[i]) / 1024 / sizes[i]);
+    std::printf("%-16s %5d %8d %10.2f %13.1f %12.1f", lists.name, sizes[i], lists.listed, time,
+                1e6 * time / radios_looked_at(lists, sizes[i]), static_cast<double>(bytes[i]) / 1024 / sizes[i]);
     if (i > 0) {
       std::vector<double> ratios;
       for (std::size_t round = 0; round < times[i].size(); ++round) {
@@ -119,7 +142,7 @@ double allocated_bytes() {
 struct LinkRun {
   double first = 0;
   double steady = 0;
-  double message = 0;
+  double messages = 0;
   double message_bytes = 0;
   double copy = 0;
   double bytes = 0;
@@ -152,9 +175,11 @@ LinkRun run_links(const DomainConfig& config, int count) {
   run.copy = watch.lap();
   run.copy_bytes = allocated_bytes() - linked_bytes;
   watch.lap();
-  const JsonWriter message = protocol::fbt_info(*site.begin()->second, site, config);
-  run.message_bytes = static_cast<double>(std::string_view(message.to_string()).size());
-  run.message = watch.lap();
+  for (const auto& [mac, ap] : site) {
+    const JsonWriter message = protocol::fbt_info(*ap, site, config);
+    run.message_bytes += static_cast<double>(std::string_view(message.to_string()).size());
+  }
+  run.messages = watch.lap();
   return run;
 }
 
@@ -172,10 +197,10 @@ void bench_links(const DomainConfig& config) {
     const double first = median_of(runs, &LinkRun::first);
     const double steady = median_of(runs, &LinkRun::steady);
     const double bytes = median_of(runs, &LinkRun::bytes);
-    std::printf("%5d %11.0f %9.0f %8.1f %10.0f %9.1f %8.1f %9.1f %9.1f %9.1f %10.1f %10.2f\n", count, links, first,
+    std::printf("%5d %11.0f %9.0f %8.1f %10.0f %9.1f %8.1f %9.1f %9.1f %9.1f %11.0f %8.1f\n", count, links, first,
                 1e6 * first / links, steady, 1e6 * steady / links, bytes / links, bytes / 1048576,
                 median_of(runs, &LinkRun::copy), median_of(runs, &LinkRun::copy_bytes) / 1048576,
-                median_of(runs, &LinkRun::message), median_of(runs, &LinkRun::message_bytes) / 1048576);
+                median_of(runs, &LinkRun::messages), median_of(runs, &LinkRun::message_bytes) / 1048576);
   }
 }
 
@@ -203,14 +228,16 @@ int main() {
   const auto write_11v = [](const ApMap& aps, const ApEntry& ap, JsonWriter& array) {
     write_transition_list(aps, ap, *ap.config, array);
   };
-  std::printf("lists              APs         ms ns per other  KiB per AP   growth\n");
+  std::printf("lists              APs   listed         ms  ns per radio   KiB per AP   growth\n");
   bench_lists({"802.11k heard", 9, settings(true, false), write_11k});
   bench_lists({"802.11v heard", 9, settings(false, true), write_11v});
-  bench_lists({"802.11v all", 3, settings(true, true), write_11v});
+  // Of each network and radio number a list takes so many.
+  bench_lists({"802.11v all", 3, settings(true, true), write_11v, true, 3 * transition_list_limit});
   std::printf("\n");
   std::printf(
-      "  APs       links  first ms  ns each  steady ms   ns each   B each       MiB   copy ms  copy MiB message ms     "
-      "   MiB\n");
+      "  APs       links  first ms  ns each  steady ms   ns each   B each       MiB   copy ms  copy MiB messages ms    "
+      " "
+      " MiB\n");
   bench_links(settings(true, true));
   return EXIT_SUCCESS;
 }
