@@ -13,7 +13,7 @@
 
 #include "sim/geometry.h"
 #include "sim/mac.h"
-#include "sim/steering_scene.h"
+#include "sim/steering_expectations.h"
 
 namespace sim {
 

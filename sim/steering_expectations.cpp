@@ -1,4 +1,4 @@
-#include "sim/steering_scene.h"
+#include "sim/steering_expectations.h"
 
 #include <algorithm>
 

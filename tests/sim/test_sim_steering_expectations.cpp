@@ -26,7 +26,7 @@ std::string expecting(const std::string& site, const std::string& expectations) 
   return with(site, R"("clients")", R"("expectations": {"steering": )" + expectations + R"(}, "clients")");
 }
 
-TEST(SteeringScene, IsReadWhole) {
+TEST(SteeringExpectations, IsReadWhole) {
   const Site site = parse_site(expecting(with_steering(R"({"before": 40, "after": 165.5})"), R"({
       "fullest_radio_falls_by": 6, "spread_shrinks": {"room": "West", "band": 5, "by": 4},
       "walker_fast_transitions": 3, "ordered_moves_succeed": 0.8, "moves_bounce_at_most": 0.1,
@@ -46,7 +46,7 @@ TEST(SteeringScene, IsReadWhole) {
   EXPECT_EQ(expected.held_are_answered, 1);
 }
 
-TEST(SteeringScene, IsNoneAndExpectsNothingUnlessTheFileSaysSo) {
+TEST(SteeringExpectations, IsNoneAndExpectsNothingUnlessTheFileSaysSo) {
   EXPECT_FALSE(parse_site(two_aps).steering);
   const SteeringExpectations expected = parse_site(expecting(two_aps, "{}")).expectations.steering;
   EXPECT_FALSE(expected.fullest_radio_falls_by);
@@ -57,7 +57,7 @@ TEST(SteeringScene, IsNoneAndExpectsNothingUnlessTheFileSaysSo) {
   EXPECT_FALSE(expected.held_are_answered);
 }
 
-TEST(SteeringScene, AcceptsTheEndsOfItsRanges) {
+TEST(SteeringExpectations, AcceptsTheEndsOfItsRanges) {
   for (const char* const window : {R"({"before": 0.1, "after": 0.2})", R"({"before": 1, "after": 100000})"}) {
     EXPECT_TRUE(parse_site(with_steering(window)).steering) << window;
   }
@@ -74,7 +74,7 @@ struct Refused {
   const char* complaint;
 };
 
-TEST(SteeringScene, IsRefusedWithItsPlaceAndReason) {
+TEST(SteeringExpectations, IsRefusedWithItsPlaceAndReason) {
   for (const Refused& c : {
            Refused{with_steering("7"), "site.steering must be an object"},
            {with_steering(R"({"before": 40})"), "site.steering.after is missing"},
@@ -119,7 +119,7 @@ TEST(SteeringScene, IsRefusedWithItsPlaceAndReason) {
 
 // Left to themselves, its people crowd one radio, although each of them hears every AP of the room well. Somebody walks
 // along the corridor after most have come.
-TEST(SteeringScene, TheMeetingIsAsItsStorySays) {
+TEST(SteeringExpectations, TheMeetingIsAsItsStorySays) {
   const Site site = load_site(MEETING_SITE);
   const World world(site);
   ASSERT_TRUE(site.steering);
