@@ -554,9 +554,9 @@ TEST_F(Links, AfterTheRestoreAPendingUpdateIsMadeUpFor) {
     bool use_80211r;
     std::vector<std::string> expected;
   };
-  const std::vector<std::string> planned = {"TRACE Planning update 802dot11r domain lab"};
+  const std::vector<std::string> plans = {"TRACE Planning update 802dot11r domain lab"};
   const std::vector<std::string> refused = {"TRACE NOT Planning update 802dot11r domain lab"};
-  for (const Case& one : {Case{1, true, planned}, Case{1, false, refused}, Case{0, true, planned}, Case{0, false, {}},
+  for (const Case& one : {Case{1, true, plans}, Case{1, false, refused}, Case{0, true, plans}, Case{0, false, {}},
                           Case{2, true, {}}, Case{-1, true, {}}}) {
     settings.use_80211r = one.use_80211r;
     start();
