@@ -218,7 +218,7 @@ void ApSteering::on_blacklist(const Json& message, Millis now) {
       if (mac && action == "block") {
         block(id, *mac, entry, now);
       } else if (mac && action == "unblock") {
-        refusals_.unblock(id, *mac, now);
+        refusals_.unblock(id, *mac);
       }
     }
   }
@@ -226,7 +226,7 @@ void ApSteering::on_blacklist(const Json& message, Millis now) {
 
 void ApSteering::block(int radio, const Mac& station, const Json& entry, Millis now) {
   if (world_.radio(ap_, radio) != nullptr) {
-    refusals_.block(radio, station, now + seconds(int_or(entry, "timeout", 0)), now);
+    refusals_.block(radio, station, now + seconds(int_or(entry, "timeout", 0)));
   }
 }
 

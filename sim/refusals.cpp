@@ -4,16 +4,6 @@
 
 namespace sim {
 
-void Refusals::block(int radio, const Mac& client, Millis until, Millis now) {
-  forget_what_is_over(now);
-  until_[{radio, client}] = until;
-}
-
-void Refusals::unblock(int radio, const Mac& client, Millis now) {
-  until_.erase({radio, client});
-  forget_what_is_over(now);
-}
-
 StationObserver::Answer Refusals::answer(int radio, const Mac& client, int patience, Millis now) {
   forget_what_is_over(now);
   if (until_.count({radio, client}) == 0) {

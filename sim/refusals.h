@@ -23,8 +23,8 @@ struct Refusal {
 class Refusals {
  public:
   // A new time replaces the old one.
-  void block(int radio, const Mac& client, Millis until, Millis now);
-  void unblock(int radio, const Mac& client, Millis now);
+  void block(int radio, const Mac& client, Millis until) { until_[{radio, client}] = until; }
+  void unblock(int radio, const Mac& client) { until_.erase({radio, client}); }
   void clear();
 
   // Answers a client that knocks; `patience` is how often it is refused before it is let in for good.

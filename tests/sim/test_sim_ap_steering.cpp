@@ -1,7 +1,5 @@
 // What an AP does when the controller steers clients: whom it refuses and sends away, what it hears of others' clients,
 // whom it holds back until it is told, and whom it asks to move.
-#include <functional>
-
 #include "scripted_controller.h"
 
 namespace sim {
@@ -145,49 +143,16 @@ TEST(RefusalsTest, CountsKnocksAtAllRadiosAndForgetsThemWithTheLastEntry) {
   constexpr int patience = 2;
   const Mac client{1};
   Refusals refusals;
-  refusals.block(0, client, 1'000, 0);
-  refusals.block(1, client, 2'000, 0);
+  refusals.block(0, client, 1'000);
+  refusals.block(1, client, 2'000);
   EXPECT_EQ(refusals.answer(0, client, patience, 0), Answer::refuses);
   EXPECT_EQ(refusals.answer(1, client, patience, 999), Answer::refuses);
   EXPECT_EQ(refusals.answer(0, client, patience, 999), Answer::accepts_for_good);
   EXPECT_EQ(refusals.answer(0, client, patience, 1'000), Answer::accepts);
   EXPECT_EQ(refusals.answer(1, client, patience, 1'999), Answer::accepts_for_good);
   EXPECT_EQ(refusals.answer(1, client, patience, 2'000), Answer::accepts);
-  refusals.block(1, client, 3'000, 2'001);
+  refusals.block(1, client, 3'000);
   EXPECT_EQ(refusals.answer(1, client, patience, 2'001), Answer::refuses);
-}
-
-// Nobody knocks between the end of the old entry and the new one.
-TEST(RefusalsTest, ANewBlockAfterTheEndOfTheLastOneCountsAnew) {
-  using Answer = StationObserver::Answer;
-  constexpr int patience = 1;
-  const Mac client{1};
-  struct Case {
-    const char* label;
-    std::function<void(Refusals&)> end;
-    Answer answer;
-  };
-  for (const Case& c :
-       {Case{"its time was over", [&](Refusals& old) { old.block(0, client, 3'000, 1'000); }, Answer::refuses},
-        {"a moment of it was left", [&](Refusals& old) { old.block(0, client, 3'000, 999); }, Answer::accepts_for_good},
-        {"it was taken back",
-         [&](Refusals& old) {
-           old.unblock(0, client, 500);
-           old.block(0, client, 3'000, 500);
-         },
-         Answer::refuses},
-        {"another was taken back",
-         [&](Refusals& old) {
-           old.unblock(1, client, 500);
-           old.block(0, client, 3'000, 500);
-         },
-         Answer::accepts_for_good}}) {
-    Refusals refusals;
-    refusals.block(0, client, 1'000, 0);
-    ASSERT_EQ(refusals.answer(0, client, patience, 0), Answer::refuses) << c.label;
-    c.end(refusals);
-    EXPECT_EQ(refusals.answer(0, client, patience, 1'000), c.answer) << c.label;
-  }
 }
 
 TEST_F(ApSteeringTest, TheControllerSaysHowOftenOneMustKnock) {
