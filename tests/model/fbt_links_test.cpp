@@ -135,7 +135,7 @@ TEST(FbtLinkLists, ALinkIsWrittenAsAnObject) {
 }
 
 // Domains are worked on by threads of their own, which hold the same links.
-TEST(FbtLinkLists, ThreadsShareLinksAndLists) {
+TEST(FbtLinkLists, ListsOfDifferentThreadsShareTheirLinks) {
   const std::vector<std::string> names = {"a", "b", "c", "d", "e", "f", "g", "h"};
   const FbtLinks common = links_named(names);
   std::vector<FbtLinks> results(4);
