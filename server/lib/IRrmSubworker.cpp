@@ -1,6 +1,8 @@
 #include "IRrmSubworker.h"
 
+#include "ApEntry.h"
 #include "RrmWorker.h"
+#include "core/log.h"
 
 namespace rrm {
 
@@ -13,5 +15,14 @@ IRrmSubworker::IRrmSubworker(RrmWorker& worker)
       unanswered_aps_(worker.unanswered_aps()) {}
 
 IRrmSubworker::~IRrmSubworker() = default;
+
+Radio* IRrmSubworker::find_radio(ApEntry& ap, std::int32_t radio_id, const char* what) {
+  Radio* const radio = ap.radios.find(radio_id);
+  if (radio == nullptr) {
+    RRM_LOG(LOG_WARNING, "Skip %s for invalid/disabled radio_id=%d (ap %s)", what, radio_id,
+            ap.mac.to_string().c_str());
+  }
+  return radio;
+}
 
 }  // namespace rrm

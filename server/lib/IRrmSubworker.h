@@ -3,6 +3,7 @@
 // and with it the settings and the three sets of APs that a sub-worker works on.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -16,6 +17,7 @@ class ApMap;
 class JsonReader;
 class RrmWorker;
 struct DomainConfig;
+struct Radio;
 
 class IRrmSubworker {
  public:
@@ -38,6 +40,9 @@ class IRrmSubworker {
 
  protected:
   explicit IRrmSubworker(RrmWorker& worker);
+
+  // The AP's radio of this number; null, with a warning that names what is skipped, if it has none.
+  static Radio* find_radio(ApEntry& ap, std::int32_t radio_id, const char* what);
 
   RrmWorker& worker_;
   const DomainConfig& config_;

@@ -158,12 +158,8 @@ void LoadBalancer802dot11vSubworker::process_client_assoc(const ClientEvent& eve
   RRM_LOG(LOG_TRACE, "Assocc client %s rssi %d radio_id %d ssid %s (ap %s)", event.station.c_str(), event.rssi,
           event.radio, event.ssid.c_str(), ap.mac.to_string().c_str());
   if (!event.complete()) return;
-  Radio* const radio = ap.radios.find(event.radio);
-  if (radio == nullptr) {
-    RRM_LOG(LOG_WARNING, "Skip 802.11v assoc for invalid/disabled radio_id=%d (ap %s)", event.radio,
-            ap.mac.to_string().c_str());
-    return;
-  }
+  Radio* const radio = find_radio(ap, event.radio, "802.11v assoc");
+  if (radio == nullptr) return;
   radio->assoc.add_client(event.client, event.rssi, event.ssid.c_str(), event.no_balance, false);
   finish_roam(event.client, *radio);
   update_priority(ap, *radio);
@@ -189,12 +185,8 @@ void LoadBalancer802dot11vSubworker::finish_roam(const MacAddr& client, Radio& r
 void LoadBalancer802dot11vSubworker::process_client_disassoc(const ClientEvent& event, ApEntry& ap) {
   RRM_LOG(LOG_TRACE, "Disassocc client %s (ap %s)", event.station.c_str(), ap.mac.to_string().c_str());
   if (!event.complete()) return;
-  Radio* const radio = ap.radios.find(event.radio);
-  if (radio == nullptr) {
-    RRM_LOG(LOG_WARNING, "Skip 802.11v disassoc for invalid/disabled radio_id=%d (ap %s)", event.radio,
-            ap.mac.to_string().c_str());
-    return;
-  }
+  Radio* const radio = find_radio(ap, event.radio, "802.11v disassoc");
+  if (radio == nullptr) return;
   const AssocClient* known = radio->assoc.find_client(event.client);
   if (known != nullptr && known->ssid == event.ssid) radio->assoc.remove_client(event.client);
   update_priority(ap, *radio);

@@ -59,12 +59,8 @@ void LoadBalancerSubworker::process_client_assoc(const ClientEvent& event, ApEnt
           event.station.c_str(), event.rssi, event.radio, event.ssid.c_str(), event.no_balance, event.need_ack, paused,
           ap.mac.to_string().c_str());
   if (!event.complete()) return;
-  Radio* const radio = ap.radios.find(event.radio);
-  if (radio == nullptr) {
-    RRM_LOG(LOG_WARNING, "Skip assoc for invalid/disabled radio_id=%d (ap %s)", event.radio,
-            ap.mac.to_string().c_str());
-    return;
-  }
+  Radio* const radio = find_radio(ap, event.radio, "assoc");
+  if (radio == nullptr) return;
   accept_client(event, ap, *radio, paused);
 }
 
@@ -99,12 +95,8 @@ void LoadBalancerSubworker::process_client_disassoc(const ClientEvent& event, Ap
   RRM_LOG(LOG_TRACE, "Disassocc client %s lock_balancer %d (ap %s)", event.station.c_str(), paused,
           ap.mac.to_string().c_str());
   if (!event.complete()) return;
-  Radio* const radio = ap.radios.find(event.radio);
-  if (radio == nullptr) {
-    RRM_LOG(LOG_WARNING, "Skip disassoc for invalid/disabled radio_id=%d (ap %s)", event.radio,
-            ap.mac.to_string().c_str());
-    return;
-  }
+  Radio* const radio = find_radio(ap, event.radio, "disassoc");
+  if (radio == nullptr) return;
   std::int32_t last_rssi = 0;
   const AssocClient* known = radio->assoc.find_client(event.client);
   if (known != nullptr && known->ssid == event.ssid) {
@@ -187,18 +179,12 @@ bool LoadBalancerSubworker::send_probe_request(const ApEntry& ap, const MacAddr&
   return true;
 }
 
-void LoadBalancerSubworker::process_probe_response(const JsonReader& json, const ApEntry& ap) {
+void LoadBalancerSubworker::process_probe_response(const JsonReader& json, ApEntry& ap) {
   const JsonReader radios = json.get_array(key::radios);
   for (int i = 0; i < radios.size(); ++i) {
     const JsonReader element = radios.at(i);
-    const std::int32_t radio_id = element.get_int(key::id);
-    const Radio* const radio = ap.radios.find(radio_id);
-    if (radio == nullptr) {
-      RRM_LOG(LOG_WARNING, "Skip probe-response for invalid/disabled radio_id=%d (ap %s)", radio_id,
-              ap.mac.to_string().c_str());
-    } else if (!take_probe_answers(element.get_array(key::probe_list), ap, *radio)) {
-      return;
-    }
+    const Radio* const radio = find_radio(ap, element.get_int(key::id), "probe-response");
+    if (radio != nullptr && !take_probe_answers(element.get_array(key::probe_list), ap, *radio)) return;
   }
 }
 

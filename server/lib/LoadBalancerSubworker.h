@@ -39,7 +39,7 @@ class LoadBalancerSubworker final : public IRrmSubworker {
   void process_client_assoc(const protocol::ClientEvent& event, ApEntry& ap);
   void process_client_disassoc(const protocol::ClientEvent& event, ApEntry& ap);
   void process_client_disassoc_all(ApEntry& ap);
-  void process_probe_response(const JsonReader& json, const ApEntry& ap);
+  void process_probe_response(const JsonReader& json, ApEntry& ap);
   bool take_probe_answers(const JsonReader& probe_list, const ApEntry& ap, const Radio& radio);
 
   void accept_client(const protocol::ClientEvent& event, ApEntry& ap, Radio& radio, bool paused);
