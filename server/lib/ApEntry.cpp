@@ -112,6 +112,16 @@ void ApEntry::dump_json(JsonWriter& object) const {
   visible_rogue.dump_json(rogues);
 }
 
+void ApEntry::dump_fbt_json(JsonWriter& object) const {
+  JsonWriter array = JsonWriter::array(object, "radios");
+  for (const Radio& radio : radios.list) {
+    JsonWriter entry = JsonWriter::object(array, nullptr);
+    entry.add_int("id", radio.id);
+    JsonWriter vaps = JsonWriter::array(entry, "vaps");
+    radio.vaps.dump_json_full(vaps);
+  }
+}
+
 void ApEntry::restore(const JsonReader& json, ChannelPools& channels) {
   ap_mac_count = static_cast<std::uint32_t>(get_int_or(json, "ap-mac-count", default_mac_count));
   use_wildcard_80211r = get_flag_or(json, "use-wildcard-80211r", false);

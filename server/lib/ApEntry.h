@@ -66,7 +66,9 @@ class ApEntry {
 
   // The form of the backup and of the AP query.
   void dump_json(JsonWriter& object) const;
-  // Reads that form, save for "mac" and "active": the caller knows the one, the other is not restored.
+  // The VAPs of each radio with their 802.11r keys and links.
+  void dump_fbt_json(JsonWriter& object) const;
+  // Reads the form of dump_json, save for "mac" and "active": the caller knows the one, the other is not restored.
   void restore(const JsonReader& json, ChannelPools& channels);
 
   // A deep copy with a blank session.

@@ -158,7 +158,11 @@ void RRM::restore_domain(JsonReader& domain) {
   const std::string name = domain.get_string("name");
   if (name.empty() || !config->enabled()) return;
   if (find_worker(name) != nullptr) return;
-  if (const auto worker = make_worker(name)) launch(worker);
+  const auto worker = make_worker(name);
+  if (worker == nullptr) return;
+  launch(worker, [&] {
+    if (auto* const domain_worker = dynamic_cast<RrmWorker*>(worker.get())) domain_worker->restore(domain);
+  });
 }
 
 // --- Routing.
@@ -314,12 +318,15 @@ std::shared_ptr<Worker> RRM::make_worker(const std::string& domain) {
 }
 
 // Puts a new worker into the map and starts it. Its mutex is held meanwhile, so that whoever removes it waits until the
-// thread runs. False if the name is taken by now or the server stops: the worker is then nobody's.
-bool RRM::launch(const std::shared_ptr<Worker>& worker) {
+// thread runs; so is it while `prepare` fills it, before it meets its first message. False if the name is taken by now
+// or the server stops: the worker is then nobody's.
+bool RRM::launch(const std::shared_ptr<Worker>& worker, const std::function<void()>& prepare) {
   bool inserted = false;
   worker->execute_locked([&] {
     inserted = insert(worker);
-    if (inserted) start_or_take_out(worker);
+    if (!inserted) return;
+    start_or_take_out(worker);
+    if (prepare) prepare();
   });
   return inserted;
 }

@@ -508,6 +508,45 @@ void RrmWorker::plan_list_updates(const ListUpdates& updates) {
   if (updates.links) tpc_dca_->planning_update_802dot11r();
 }
 
+// Restoring
+
+void RrmWorker::restore(const JsonReader& backup) {
+  mutex.assert_held();
+  tpc_dca_->restore(backup.get_int("rrm-status"), backup.get_int("fbt-status"), config_.away_timeout);
+  for (const char* set : {"aps", "unanswered-aps", "deleted-aps"}) {
+    const JsonReader array = backup.get(set);
+    if (array.empty()) return;  // a backup that has not got this far has no more
+    restore_ap_map(deleted_aps_, array);
+  }
+}
+
+void RrmWorker::restore_ap_map(ApMap& target, const JsonReader& array) {
+  for_each_element(array, [&](const JsonReader& json) {
+    mutex.assert_held();
+    restore_ap(target, json);
+  });
+}
+
+void RrmWorker::restore_ap(ApMap& target, const JsonReader& json) {
+  const MacAddr mac = get_mac(json, key::mac);
+  const ApFactory factory{json.get_string(key::board), json.get_string(key::hw), json.get_string(key::serial), mac};
+  const std::string mac_text = mac.to_string();
+  if (factory.board.empty() || factory.hw.empty() || factory.serial.empty()) {
+    RRM_LOG(LOG_WARNING, "Can't read factory settings from backup for ap '%s'", mac_text.c_str());
+    return;
+  }
+  RRM_LOG(LOG_TRACE, "Restore ap '%s' from backup", mac_text.c_str());
+  const auto ap = std::make_shared<ApEntry>(config_, mac, no_session, factory);
+  ap->restore(json, channel_pools_);
+  ap->delete_ttl = away_ticks(config_);
+  if (!check_mac_params(*ap)) {
+    RRM_LOG(LOG_ERROR, "Can't restore ap '%s' from backup due to invalid MAC parameters", mac_text.c_str());
+    emit_event_text(3, mac_text);
+    return;
+  }
+  target.insert(mac, ap);
+}
+
 // Time
 
 void RrmWorker::process_timer_message() {
@@ -583,6 +622,25 @@ std::vector<RrmWorker::ApSession> RrmWorker::ap_sessions() const {
     for (const auto& [mac, ap] : *set) sessions.push_back({ap->mac, ap->session});
   }
   return sessions;
+}
+
+bool RrmWorker::report_ap(const MacAddr& mac, ApForm form, JsonWriter& writer) const {
+  mutex.assert_held();
+  const std::pair<const ApMap*, const char*> sets[] = {
+      {&aps_, "active-ap"}, {&deleted_aps_, "deleted-ap"}, {&unanswered_aps_, "unanswered-ap"}};
+  for (const auto& [set, key] : sets) {
+    const auto ap = set->find_by_any_mac(mac);
+    if (ap == nullptr) continue;
+    JsonWriter object = JsonWriter::object(writer, key);
+    form == ApForm::links ? ap->dump_fbt_json(object) : ap->dump_json(object);
+    return true;
+  }
+  return false;
+}
+
+RrmWorker::ApCounts RrmWorker::ap_counts() const {
+  mutex.assert_held();
+  return {count_of(aps_), count_of(unanswered_aps_), count_of(deleted_aps_)};
 }
 
 void RrmWorker::report_status(JsonWriter& writer) {

@@ -52,8 +52,21 @@ class RrmWorker final : public Worker {
   // Entrances for other threads. Require: called in execute_locked.
   void report_status(JsonWriter& writer) override;
   void report_details(JsonWriter& writer) override;
+  // Takes over the APs of a backup as APs that are gone, to be recognised when they return. Requires: nothing has been
+  // received yet.
+  void restore(const JsonReader& backup);
   // An operator's request for an optimisation; true if one is planned now.
   bool force_optimization();
+  // Adds an AP that any of its addresses names: as "active-ap", "deleted-ap" or "unanswered-ap", whole or with its
+  // 802.11r keys and links alone. False if the domain does not know it.
+  enum class ApForm { whole, links };
+  bool report_ap(const MacAddr& mac, ApForm form, JsonWriter& writer) const;
+  struct ApCounts {
+    std::int32_t active = 0;
+    std::int32_t unanswered = 0;
+    std::int32_t deleted = 0;
+  };
+  ApCounts ap_counts() const;
   struct ApSession {
     MacAddr mac;
     BaseSession session;
@@ -137,6 +150,10 @@ class RrmWorker final : public Worker {
   void process_timer_balance() RRM_REQUIRES(mutex);
   void log_state() const RRM_REQUIRES(mutex);
   void replan_after_departure() RRM_REQUIRES(mutex);
+
+  // Adds the APs of a backup's array to a set; bad ones are reported and left out.
+  void restore_ap_map(ApMap& target, const JsonReader& array) RRM_REQUIRES(mutex);
+  void restore_ap(ApMap& target, const JsonReader& json) RRM_REQUIRES(mutex);
 
   void stop_if_empty() RRM_REQUIRES(mutex);
   void raise_domain_changed() const;

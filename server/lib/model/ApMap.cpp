@@ -260,13 +260,7 @@ void ApMap::dump_factory_json(JsonWriter& array) const {
     object.add_string("mac", ap->mac.to_string());
     object.add_string("serial", ap->factory.serial);
     object.add_string("hw", ap->factory.hw);
-    JsonWriter radio_array = JsonWriter::array(object, "radios");
-    for (const Radio& radio : ap->radios.list) {
-      JsonWriter entry = JsonWriter::object(radio_array, nullptr);
-      entry.add_int("id", radio.id);
-      JsonWriter vaps = JsonWriter::array(entry, "vaps");
-      radio.vaps.dump_json_full(vaps);
-    }
+    ap->dump_fbt_json(object);
   }
 }
 
