@@ -4,6 +4,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -287,17 +288,25 @@ void process_domain_request(const RRM& rrm, const JsonReader& request, JsonWrite
   process_domain_query(rrm, request, answer);
 }
 
+// One look at the table serves all numbers: an operator may name every session of a full server.
 void drop_sessions(RRM& rrm, const JsonReader& ids) {
   const auto websocket = std::dynamic_pointer_cast<WebsockServerWorker>(rrm.websocket());
-  if (websocket == nullptr) return;
+  if (websocket == nullptr || ids.size() == 0) return;
+  std::unordered_multimap<std::uint32_t, BaseSession> sessions;
+  for (const auto& session : websocket->sessions_snapshot())
+    sessions.emplace(session->id, static_cast<const BaseSession&>(*session));
   for (int i = 0; i < ids.size(); ++i) {
-    const auto id = static_cast<std::uint32_t>(ids.get_int(i));
-    for (const auto& session : websocket->sessions_snapshot()) {
-      if (session->id != id) continue;
-      rrm.drop_session_at_websock_worker(*session, true);
-      rrm.drop_session_at_rrm_workers(*session);
+    const auto [first, last] = sessions.equal_range(static_cast<std::uint32_t>(ids.get_int(i)));
+    for (auto named = first; named != last; ++named) {
+      rrm.drop_session_at_websock_worker(named->second, true);
+      rrm.drop_session_at_rrm_workers(named->second);
     }
   }
+}
+
+void write_sessions(const RRM& rrm, JsonWriter& answer) {
+  Worker& websocket = *rrm.websocket();
+  websocket.execute_locked([&] { websocket.report_details(answer); });
 }
 
 void write_domain_counts(const RRM& rrm, const RrmWorker& worker, JsonWriter& domain) {
@@ -341,7 +350,7 @@ Api::Answer Api::process_rrm_command(RRM& rrm, const JsonReader& request) {
   } else if (request.has("drop_session")) {
     drop_sessions(rrm, request.get_array("ids"));
   } else if (request.has("sessions")) {
-    if (get_flag(request, "sessions")) rrm.websocket()->report_details(answer);
+    if (get_flag(request, "sessions")) write_sessions(rrm, answer);
   } else {
     write_overview(rrm, answer);
   }

@@ -25,7 +25,7 @@ class Api {
   virtual ~Api() = default;
 
   virtual Answer process_cfg_command(RRM& rrm, const JsonReader& request);
-  // Throws std::invalid_argument for a report without a name or a period.
+  // What a query throws passes through.
   virtual Answer process_rrm_command(RRM& rrm, const JsonReader& request);
   virtual Answer process_vrrp_command(RRM& rrm, const JsonReader& request);
 };

@@ -325,25 +325,25 @@ bool RRM::launch(const std::shared_ptr<Worker>& worker, const std::function<void
   worker->execute_locked([&] {
     inserted = insert(worker);
     if (!inserted) return;
-    start_or_take_out(worker);
-    if (prepare) prepare();
+    if (start_or_take_out(worker) && prepare) prepare();
   });
   return inserted;
 }
 
-void RRM::start_or_take_out(const std::shared_ptr<Worker>& worker) {
+bool RRM::start_or_take_out(const std::shared_ptr<Worker>& worker) {
   try {
     worker->start();
   } catch (const std::exception& error) {
     log_exception(worker->name, error);
     MutexLock lock(workers.mutex);
     take_out(worker->name, worker.get());
-    return;
+    return false;
   }
   const auto* rrm_worker = dynamic_cast<const RrmWorker*>(worker.get());
   const bool common = rrm_worker != nullptr && rrm_worker->config() == config->common();
   RRM_LOG(LOG_TRACE, common ? "Created new worker '%s' with common config." : "Created new worker '%s'.",
           worker->name.c_str());
+  return true;
 }
 
 bool RRM::insert(const std::shared_ptr<Worker>& worker) {

@@ -130,7 +130,7 @@ class RRM {
   std::shared_ptr<Worker> make_worker(const std::string& domain) RRM_EXCLUDES(workers.mutex);
   bool launch(const std::shared_ptr<Worker>& worker, const std::function<void()>& prepare = {})
       RRM_EXCLUDES(workers.mutex);
-  void start_or_take_out(const std::shared_ptr<Worker>& worker) RRM_EXCLUDES(workers.mutex);
+  bool start_or_take_out(const std::shared_ptr<Worker>& worker) RRM_EXCLUDES(workers.mutex);
   bool insert(const std::shared_ptr<Worker>& worker) RRM_EXCLUDES(workers.mutex);
   std::shared_ptr<Worker> take_out(const std::string& domain, const Worker* only) RRM_REQUIRES(workers.mutex);
 
