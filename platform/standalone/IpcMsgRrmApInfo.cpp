@@ -1,6 +1,7 @@
 #include "zal/IpcMsgRrmApInfo.h"
 
 #include "platform/bus/Frame.h"
+#include "platform/standalone/BoardTable.h"
 
 namespace zal {
 
@@ -14,6 +15,11 @@ IpcMsgRrmApInfo::IpcMsgRrmApInfo(std::string_view text) {
   take("ip", ip_);
   take("location", location_);
   take("board-type", board_type_);
+}
+
+std::optional<int> IpcMsgRrmApInfo::band_from_str(std::string_view name) {
+  const auto band = band_of_name(name);
+  return band ? std::optional(static_cast<int>(*band)) : std::nullopt;
 }
 
 }  // namespace zal

@@ -63,9 +63,16 @@ void Trace::error_mac(const MacAddr& mac, const char* fmt, ...) const {
   va_start(args, fmt);
   without_failing(fmt, [&] {
     TraceLog& log = TraceLog::instance();
-    if (log.admits(Grade::error, fmt))
+    if (mac_filter_.passes(mac) && log.admits(Grade::error, fmt))
       log.write(Grade::error, name_, mac.to_string() + ": " + format_text(fmt, args), to_console_);
   });
+  va_end(args);
+}
+
+void Trace::ap_limited(const char* fmt, ...) const {
+  va_list args;
+  va_start(args, fmt);
+  ap_lib_limited_ap(fmt, args);
   va_end(args);
 }
 

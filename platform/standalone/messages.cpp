@@ -2,6 +2,7 @@
 
 #include <limits>
 #include <map>
+#include <optional>
 
 namespace zal {
 
@@ -27,6 +28,26 @@ class Reader final : public MsgFields {
       refuse(key, "number");
   }
 
+  void flag(const char* key, bool& value) override {
+    if (const auto found = frame_.flag(key))
+      value = *found;
+    else
+      refuse(key, "flag");
+  }
+
+  void optional_text(const char* key, std::optional<std::string>& value) override {
+    const std::string* const found = frame_.text(key);
+    value = found ? std::optional(*found) : std::nullopt;
+    if (!found && frame_.find(key)) refuse(key, "text");
+  }
+
+  void optional_count(const char* key, std::optional<std::uint32_t>& value) override {
+    const auto found = frame_.number(key);
+    const bool is_count = found && *found >= 0 && *found <= std::numeric_limits<std::int32_t>::max();
+    value = is_count ? std::optional(static_cast<std::uint32_t>(*found)) : std::nullopt;
+    if (!is_count && frame_.find(key)) refuse(key, "count");
+  }
+
   std::string reason;
 
  private:
@@ -41,6 +62,13 @@ class Writer final : public MsgFields {
  public:
   void text(const char* key, std::shared_ptr<std::string>& value) override { frame.set(key, value ? *value : ""); }
   void number(const char* key, std::int32_t& value) override { frame.set(key, std::int64_t{value}); }
+  void flag(const char* key, bool& value) override { frame.set(key, value); }
+  void optional_text(const char* key, std::optional<std::string>& value) override {
+    if (value) frame.set(key, *value);
+  }
+  void optional_count(const char* key, std::optional<std::uint32_t>& value) override {
+    if (value) frame.set(key, std::int64_t{*value});
+  }
 
   bus::Fields frame;
 };
@@ -54,8 +82,15 @@ std::map<int, Maker> makers_of() {
 
 const std::map<int, Maker>& makers() {
   static const auto family =
-      makers_of<IPC_MSG__SHUTDOWN, IPC_MSG__RRM_AP_INFO_CLEARED, IPC_MSG__RRM_SETUP, IPC_MSG__TIMEZONE_CHANGED,
-                IPC_MSG__RRM_AP_INFO, IPC_MSG__PEERS_READY, IPC_MSG__VRRP_STATE>();
+      makers_of<IPC_MSG__SHUTDOWN, IPC_MSG__RRM_API_SESSIONS, IPC_MSG__RRM_API_REM_SESSIONS, IPC_MSG__RRM_API_GROUPS,
+                IPC_MSG__RRM_API_GROUP, IPC_MSG__RRM_API_AP, IPC_MSG__RRM_API_START_OPT, IPC_MSG__RRM_API_REPORTS,
+                IPC_MSG__RRM_API_REPORT, IPC_MSG__RRM_API_SESSIONS_RESP, IPC_MSG__RRM_API_REM_SESSIONS_RESP,
+                IPC_MSG__RRM_API_GROUPS_RESP, IPC_MSG__RRM_API_GROUP_RESP, IPC_MSG__RRM_API_AP_RESP,
+                IPC_MSG__RRM_API_START_OPT_RESP, IPC_MSG__RRM_API_REPORTS_RESP, IPC_MSG__RRM_API_REPORT_RESP,
+                IPC_MSG__RRM_REPORT, IPC_MSG__RRM_REPORT_RESP, IPC_MSG__RRM_AP_INFO_CLEARED, IPC_MSG__RRM_SETUP,
+                IPC_MSG__TIMEZONE_CHANGED, IPC_MSG__MAC_FILTER, IPC_MSG__MAC_FILTER_RESP, IPC_MSG__RRM_AP_INFO,
+                IpcMsgMorvaneRequest, IPC_MSG__RRM_MORVANE_RESP, IPC_MSG__MAC_FILTER_CONFIG, IPC_MSG__PEERS_READY,
+                IPC_MSG__VRRP_STATE, IPC_MSG__RRM_API_VRRP_STATUS, IPC_MSG__RRM_API_VRRP_STATUS_RESP>();
   return family;
 }
 

@@ -84,6 +84,13 @@ void Trace::error_mac(const MacAddr& mac, const char* fmt, ...) const {
   va_end(args);
 }
 
+void Trace::ap_limited(const char* fmt, ...) const {
+  va_list args;
+  va_start(args, fmt);
+  note_line("ap_limited", fmt, args);
+  va_end(args);
+}
+
 void Trace::ap_lib_limited_ap(const char* fmt, va_list args) const {
   note_line("library", fmt, args);
 }

@@ -21,11 +21,14 @@ class Lister final : public MsgFields {
  public:
   void text(const char* key, std::shared_ptr<std::string>&) override { add(key, "text"); }
   void number(const char* key, std::int32_t&) override { add(key, "number"); }
+  void flag(const char* key, bool&) override { add(key, "flag"); }
+  void optional_text(const char* key, std::optional<std::string>&) override { add(key, "text", "optional "); }
+  void optional_count(const char* key, std::optional<std::uint32_t>&) override { add(key, "count", "optional "); }
   std::string list;
 
  private:
-  void add(const std::string& key, const std::string& kind) {
-    list += (list.empty() ? "`" : ", `") + key + "` " + kind;
+  void add(const std::string& key, const std::string& kind, const std::string& mark = "") {
+    list += (list.empty() ? "" : ", ") + mark + "`" + key + "` " + kind;
   }
 };
 
@@ -49,7 +52,8 @@ std::map<int, std::string> fields_of_page() {
 }
 
 TEST(PlatformMessages, TheFamilyIsKnownByItsNumbers) {
-  EXPECT_THAT(message_family(), ElementsAre(33, 118, 126, 129, 132, 143, 162));
+  EXPECT_THAT(message_family(), ElementsAre(33, 36, 37, 38, 39, 40, 41, 42, 43, 44, 45, 46, 47, 48, 49, 50, 51, 56, 62,
+                                            118, 126, 129, 130, 131, 132, 133, 134, 135, 143, 162, 173, 174));
   for (const int type : message_family()) {
     EXPECT_EQ(make_message(type)->type(), type);
     EXPECT_EQ(dynamic_cast<IpcMsgOther*>(make_message(type).get()), nullptr);

@@ -12,6 +12,9 @@ class IpcMsgRrmApInfo {
  public:
   explicit IpcMsgRrmApInfo(std::string_view text);
 
+  // The number of a band by its name: "2g" is 0, "5g" 1, "6g" 2. Empty for any other text.
+  static std::optional<int> band_from_str(std::string_view name);
+
   // True if the text was no object or held none of the three.
   bool is_empty() const { return !ip_ && !location_ && !board_type_; }
 

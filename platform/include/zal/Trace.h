@@ -13,6 +13,7 @@
 #include <string>
 
 #include "zal/MacAddr.h"
+#include "zal/MacFilter.h"
 
 namespace zal {
 
@@ -30,18 +31,23 @@ class Trace {
   void sys(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
   void warn(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
   void error(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
-  // An error that is tied to a device, whose address stands in the line.
+  // An error that is tied to a device, whose address stands in the line. The MAC filter decides about it first.
   void error_mac(const MacAddr& mac, const char* fmt, ...) const __attribute__((format(printf, 3, 4)));
-  // Grade ap for the bulk text of a library, which may come with every message of an access point: only so many lines
-  // of one format pass in a second.
+  // Grade ap for bulk text, which may come with every message of an access point: only so many lines of one format pass
+  // in a second, fewer than of the other grades. The second form is for the text of a library.
+  void ap_limited(const char* fmt, ...) const __attribute__((format(printf, 2, 3)));
   void ap_lib_limited_ap(const char* fmt, va_list args) const __attribute__((format(printf, 2, 0)));
 
   // Reads the logging configuration again, for the whole process.
   void reload_config() const;
 
+  // This source's own; off and empty at first.
+  MacFilter& mac_filter() const { return mac_filter_; }
+
  private:
   std::string name_;
   bool to_console_;
+  mutable MacFilter mac_filter_;
 };
 
 }  // namespace zal
