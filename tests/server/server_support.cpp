@@ -1,6 +1,7 @@
 #include "server/server_support.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "core/QueueMessage.h"
 
@@ -121,6 +122,10 @@ std::vector<TestServer::Made> TestServer::made() const {
 
 std::shared_ptr<ProbeWorker> TestServer::probe(const std::string& domain) const {
   return std::dynamic_pointer_cast<ProbeWorker>(find_worker(domain));
+}
+
+std::shared_ptr<Worker> TestServer::replace_websock(std::shared_ptr<Worker> worker) {
+  return std::exchange(websock_worker, std::move(worker));
 }
 
 void TestServer::adopt(const std::shared_ptr<Worker>& worker) {

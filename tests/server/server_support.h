@@ -149,6 +149,8 @@ class TestServer : public RRM {
   // From now on domain workers are the real ones.
   void make_real_domain_workers() { create_domain_worker = make_real; }
 
+  // Puts another worker in the WebSocket worker's place, while nothing runs; the result is the one that stood there.
+  std::shared_ptr<Worker> replace_websock(std::shared_ptr<Worker> worker);
   // Puts a worker into the map without starting it.
   void adopt(const std::shared_ptr<Worker>& worker);
   std::vector<std::string> domains() const;

@@ -11,17 +11,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-const std::string default_settings =
-    R"("use_dunva_rrm_scan":1,"use_dca":1,"use_tpc":1,"use_hd_mode":1,"dca_threshold":25,"ap_rssi_threshold_2g":-70,)"
-    R"("ap_rssi_threshold_5g":-70,"ap_rssi_threshold_6g":-70,"hysteresis_2g":2,"hysteresis_5g":2,"hysteresis_6g":2,)"
-    R"("optimization_time":"00:00","use_optimization_time":0,"use_optimization_event":1,"away_timeout":300,)"
-    R"("blacklist_thr_low":-75,"blacklist_thr_high":-65,"blacklist_timeout":30,"load_balance_sta_low":5,)"
-    R"("load_balance_sta_high":20,"roam_attempt_timeout":600,"sta_load_balance_period":60,)"
-    R"("load_balance_roam_count_min":2,"load_balance_roam_count_max":4,"use_all_ap_balance":0,"use_balance":1,)"
-    R"("client_rssi_renew":15,"client_max_age":20,"client_try_no_balance":2,"no_balance_enterprise":0,)"
-    R"("use_rrm_report":1,"report_days_to_live":93,"use_80211k":1,"use_80211r":1,"use_80211r_2g_cross_band":1,)"
-    R"("use_80211v":0,"fbt_reassoc_deadline":1000,"fbt_over_ds":0)";
-
 std::string replaced(std::string text, const std::string& part, const std::string& by) {
   const std::size_t at = text.find(part);
   EXPECT_NE(at, std::string::npos) << part;
