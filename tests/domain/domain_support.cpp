@@ -52,6 +52,11 @@ void DomainServer::send_text(std::string&& text, const BaseSession& session) {
   send_text(text.c_str(), session);
 }
 
+void DomainServer::adopt(const std::shared_ptr<Worker>& worker) {
+  MutexLock lock(workers.mutex);
+  workers.map[worker->name] = worker;
+}
+
 void DomainTest::make() {
   worker = std::make_shared<RrmWorker>(&global, settings, domain, &server, time_zone_offset, 16, optimization);
   journal.take();

@@ -33,6 +33,9 @@ class DomainServer final : public RRM {
   void send_text(const char* text, const BaseSession& session) override;
   void send_text(std::string&& text, const BaseSession& session) override;
 
+  // Puts a worker into the map without starting it.
+  void adopt(const std::shared_ptr<Worker>& worker);
+
  private:
   Journal& journal_;
 };
