@@ -41,7 +41,7 @@ bool MacFilter::passes(const MacAddr& mac) const {
 void mac_filter_config(const IMsg& msg, const Trace& trace) {
   const auto& config = dynamic_cast<const IPC_MSG__MAC_FILTER_CONFIG&>(msg);
   trace.mac_filter().replace(config.enabled, tools::string_to_macs(config.macs ? *config.macs : "", ' '));
-  trace.sys("MAC filter: %s, %zu addresses", config.enabled ? "on" : "off", trace.mac_filter().macs().size());
+  trace.sys("MAC filter: %s, addresses: %zu", config.enabled ? "on" : "off", trace.mac_filter().macs().size());
 }
 
 }  // namespace zal

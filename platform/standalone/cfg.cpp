@@ -5,6 +5,7 @@
 #include <limits>
 #include <new>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -69,8 +70,10 @@ json* reach(cfg_t* root, const char* path) {
   const auto keys = split_path(path);
   json* node = keys ? to_node(root) : nullptr;
   if (!node) return nullptr;
+  bool is_new = false;
   for (const std::string& key : *keys) {
-    if (node->is_null() && node != to_node(root)) *node = json::object();
+    if (is_new) *node = json::object();
+    is_new = node->is_object() && !node->contains(key);
     node = child_of(*node, key);
     if (!node) return nullptr;
   }

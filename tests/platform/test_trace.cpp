@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <future>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -23,6 +24,8 @@
 #include "platform/standalone/TraceLog.h"
 #include "platform/trace_file.h"
 #include "support/temp_dir.h"
+#include "zal/IMsg.h"
+#include "zal/MacFilter.h"
 #include "zal/Trace.h"
 #include "zal/backtrace.h"
 
@@ -44,9 +47,110 @@ TEST(Trace, EveryGradeWritesItsLine) {
   trace.error("four %%");
   trace.error_mac(MacAddr::from_str("A8F94B001122"), "bad %s", "thing");
   library_line(trace, "library %d", 5);
+  trace.ap_limited("bulk %d", 6);
+  EXPECT_THAT(file.lines(), ElementsAre("AP    [RRM] one 1", "SYS   [RRM] two", "WARN  [RRM] " + std::string(5000, 'x'),
+                                        "ERROR [RRM] four %", "ERROR [RRM] a8:f9:4b:00:11:22: bad thing",
+                                        "AP    [RRM] library 5", "AP    [RRM] bulk 6"));
+}
+
+// What the filter holds back and what it lets through, of a line of each kind and two devices.
+class TraceMacFilter : public ::testing::Test {
+ protected:
+  std::vector<std::string> lines_written() const {
+    const TraceFile file;
+    trace_.error("plain");
+    trace_.ap_limited("bulk");
+    library_line(trace_, "library");
+    trace_.error_mac(MacAddr(), "no address");
+    trace_.error_mac(first_, "first");
+    trace_.error_mac(second_, "second");
+    std::vector<std::string> texts;
+    for (const std::string& line : file.lines()) texts.push_back(line.substr(line.find("] ") + 2));
+    return texts;
+  }
+
+  const MacAddr first_ = MacAddr::from_str("a8f94b001122");
+  const MacAddr second_ = MacAddr::from_str("a8f94b001123");
+  const Trace trace_{"RRM", false};
+};
+
+TEST_F(TraceMacFilter, IsOffAndEmptyAtFirstAndHoldsNothingBackWhileOff) {
+  EXPECT_FALSE(trace_.mac_filter().is_on());
+  EXPECT_THAT(trace_.mac_filter().macs(), ElementsAre());
+  const std::vector<std::string> all{"plain",
+                                     "bulk",
+                                     "library",
+                                     "00:00:00:00:00:00: no address",
+                                     "a8:f9:4b:00:11:22: first",
+                                     "a8:f9:4b:00:11:23: second"};
+  EXPECT_EQ(lines_written(), all);
+  trace_.mac_filter().add({first_});
+  EXPECT_EQ(lines_written(), all);
+}
+
+TEST_F(TraceMacFilter, WhileOnLetsOnlyItsDevicesThrough) {
+  trace_.mac_filter().add({second_});
+  trace_.mac_filter().turn_on();
+  EXPECT_THAT(lines_written(),
+              ElementsAre("plain", "bulk", "library", "00:00:00:00:00:00: no address", "a8:f9:4b:00:11:23: second"));
+  trace_.mac_filter().clear();
+  EXPECT_THAT(lines_written(), ElementsAre("plain", "bulk", "library", "00:00:00:00:00:00: no address"));
+  trace_.mac_filter().turn_off();
+  EXPECT_EQ(lines_written().size(), 6u);
+}
+
+TEST_F(TraceMacFilter, AnotherSourceHasAFilterOfItsOwn) {
+  trace_.mac_filter().turn_on();
+  const TraceFile file;
+  Trace("OTHER", false).error_mac(first_, "x");
+  EXPECT_THAT(file.lines(), ElementsAre("ERROR [OTHER] a8:f9:4b:00:11:22: x"));
+}
+
+TEST_F(TraceMacFilter, IsASetInAscendingOrder) {
+  MacFilter& filter = trace_.mac_filter();
+  filter.add({second_, first_, second_});
+  filter.add({first_});
+  EXPECT_THAT(filter.macs(), ElementsAre(first_, second_));
+  filter.remove({first_, first_, MacAddr::from_str("000000000001")});
+  EXPECT_THAT(filter.macs(), ElementsAre(second_));
+  filter.remove({});
+  filter.add({});
+  EXPECT_THAT(filter.macs(), ElementsAre(second_));
+}
+
+TEST_F(TraceMacFilter, AConfigurationReplacesItAndIsLogged) {
+  trace_.mac_filter().add({first_});
+  const TraceFile file;
+  IPC_MSG__MAC_FILTER_CONFIG config;
+  config.enabled = true;
+  config.macs = std::make_shared<std::string>("a8:f9:4b:00:11:23 nonsense a8f94b001123");
+  mac_filter_config(config, trace_);
+  EXPECT_TRUE(trace_.mac_filter().is_on());
+  EXPECT_THAT(trace_.mac_filter().macs(), ElementsAre(second_));
+  config.enabled = false;
+  config.macs = nullptr;
+  mac_filter_config(config, trace_);
+  EXPECT_FALSE(trace_.mac_filter().is_on());
+  EXPECT_THAT(trace_.mac_filter().macs(), ElementsAre());
   EXPECT_THAT(file.lines(),
-              ElementsAre("AP    [RRM] one 1", "SYS   [RRM] two", "WARN  [RRM] " + std::string(5000, 'x'),
-                          "ERROR [RRM] four %", "ERROR [RRM] a8:f9:4b:00:11:22: bad thing", "AP    [RRM] library 5"));
+              ElementsAre("SYS   [RRM] MAC filter: on, addresses: 1", "SYS   [RRM] MAC filter: off, addresses: 0"));
+}
+
+TEST_F(TraceMacFilter, MayBeChangedWhileOthersLog) {
+  const TraceFile file;
+  std::atomic<bool> is_done{false};
+  std::thread logger([&] {
+    while (!is_done) trace_.error_mac(first_, "x");
+  });
+  for (int i = 0; i < 1000; ++i) {
+    trace_.mac_filter().add({first_, second_});
+    trace_.mac_filter().turn_on();
+    trace_.mac_filter().remove({first_});
+    trace_.mac_filter().turn_off();
+  }
+  is_done = true;
+  logger.join();
+  EXPECT_THAT(trace_.mac_filter().macs(), ElementsAre(second_));
 }
 
 TEST(Trace, ALineCarriesItsTimeInUtc) {
@@ -173,14 +277,17 @@ TEST(Trace, ARefusedLineIsNeverFormatted) {
   {
     const AppliedConfig none(AppliedConfig::without_budgets());
     library_line(trace, "%s", secret.text());
+    trace.ap_limited("%s", secret.text());
     trace.ap("%s", secret.text());
     trace.sys("%s", secret.text());
     trace.warn("%s", secret.text());
     trace.error("%s", secret.text());
     trace.error_mac(MacAddr(), "%s", secret.text());
   }
+  trace.mac_filter().turn_on();
+  trace.error_mac(MacAddr::from_str("a8f94b001122"), "%s", secret.text());
   Trace::global_deinit();
-  EXPECT_THAT(file.lines(), ElementsAre("WARN  [TRACE] 6 lines not logged: too many of their kind in a second"));
+  EXPECT_THAT(file.lines(), ElementsAre("WARN  [TRACE] 7 lines not logged: too many of their kind in a second"));
 }
 
 TEST(Trace, ALineBelowTheLowestGradeIsNeitherFormattedNorCounted) {
@@ -190,6 +297,7 @@ TEST(Trace, ALineBelowTheLowestGradeIsNeitherFormattedNorCounted) {
   {
     const AppliedConfig errors(AppliedConfig::from_grade(Grade::error));
     library_line(trace, "%s", secret.text());
+    trace.ap_limited("%s", secret.text());
     trace.ap("%s", secret.text());
     trace.sys("%s", secret.text());
     trace.warn("%s", secret.text());

@@ -1,4 +1,4 @@
-// The small values of the platform: addresses, timers, configuration trees, AP records.
+// The small values of the platform: addresses and lists of them, timers, AP records, boards.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -8,10 +8,13 @@
 #include <unordered_set>
 #include <vector>
 
+#include "platform/standalone/BoardTable.h"
+#include "support/temp_dir.h"
 #include "zal/IpcMsgRrmApInfo.h"
 #include "zal/MacAddr.h"
 #include "zal/Timer.h"
-#include "zal/cfg.h"
+#include "zal/boards.h"
+#include "zal/tools.h"
 
 namespace zal {
 namespace {
@@ -90,78 +93,6 @@ TEST(PlatformTimer, ExpiresAfterItsIntervalAndStartsAnewAtAReset) {
   EXPECT_TRUE(timer.is_expired());
 }
 
-class PlatformCfg : public ::testing::Test {
- protected:
-  const cfg_t* parse(const std::string& text) {
-    tree_.reset(cfg_parse_buffer(text.data(), text.size()));
-    return tree_.get();
-  }
-  static int integer(const cfg_t* node) {
-    int value = -7;
-    EXPECT_TRUE(cfg_object_to_int(node, &value));
-    return value;
-  }
-
- private:
-  struct Release {
-    void operator()(cfg_t* tree) const { cfg_release(tree); }
-  };
-  std::unique_ptr<cfg_t, Release> tree_;
-};
-
-TEST_F(PlatformCfg, ATextThatIsNoJsonGivesNoTree) {
-  for (const char* text : {"", "{", "[1,]", "nonsense", "{} {}"}) EXPECT_EQ(parse(text), nullptr) << text;
-  EXPECT_NE(parse("{}"), nullptr);
-}
-
-TEST_F(PlatformCfg, APathFindsItsSubtreeOrNothing) {
-  const cfg_t* root = parse(R"({"common":{"scpu":[3,1],"a/b":5}})");
-  EXPECT_NE(cfg_get_subtree_from_path(root, "/common/scpu"), nullptr);
-  EXPECT_EQ(integer(cfg_get_subtree_from_path(root, "/common/scpu/1")), 1);
-  EXPECT_EQ(integer(cfg_get_subtree_from_path(root, "/common/a~1b")), 5);
-  for (const char* path : {"/common/cpu", "common/scpu", "/common/scpu/2", "/common/scpu/x", "/common/scpu/0/0", "/~"})
-    EXPECT_EQ(cfg_get_subtree_from_path(root, path), nullptr) << path;
-}
-
-TEST_F(PlatformCfg, OnlyAnArrayIsWalked) {
-  const cfg_t* root = parse(R"({"array":[7,8],"empty":[],"object":{},"number":1})");
-  cfg_array_iterator_t* walk = cfg_alloc_array_iterator(cfg_get_subtree_from_path(root, "/array"));
-  EXPECT_EQ(integer(cfg_next_array_iterator(walk)), 7);
-  EXPECT_EQ(integer(cfg_next_array_iterator(walk)), 8);
-  EXPECT_EQ(cfg_next_array_iterator(walk), nullptr);
-  EXPECT_EQ(cfg_next_array_iterator(walk), nullptr);
-  cfg_release_array_iterator(walk);
-
-  cfg_array_iterator_t* empty = cfg_alloc_array_iterator(cfg_get_subtree_from_path(root, "/empty"));
-  EXPECT_EQ(cfg_next_array_iterator(empty), nullptr);
-  cfg_release_array_iterator(empty);
-  EXPECT_EQ(cfg_alloc_array_iterator(cfg_get_subtree_from_path(root, "/object")), nullptr);
-  EXPECT_EQ(cfg_alloc_array_iterator(cfg_get_subtree_from_path(root, "/number")), nullptr);
-}
-
-TEST_F(PlatformCfg, AnIntegerIsReadOnlyFromAnIntegerThatFits) {
-  for (const auto& [text, value] : std::vector<std::pair<std::string, int>>{
-           {"0", 0}, {"-1", -1}, {"2147483647", 2147483647}, {"-2147483648", -2147483647 - 1}}) {
-    EXPECT_EQ(integer(parse(text)), value) << text;
-  }
-  for (const char* text :
-       {"2147483648", "-2147483649", "18446744073709551615", "1.0", "\"1\"", "true", "null", "[1]", "{}"}) {
-    int value = -7;
-    EXPECT_FALSE(cfg_object_to_int(parse(text), &value)) << text;
-    EXPECT_EQ(value, -7) << text;
-  }
-}
-
-TEST_F(PlatformCfg, NullHandlesGiveNothing) {
-  int value = -7;
-  EXPECT_EQ(cfg_get_subtree_from_path(nullptr, "/a"), nullptr);
-  EXPECT_EQ(cfg_alloc_array_iterator(nullptr), nullptr);
-  EXPECT_EQ(cfg_next_array_iterator(nullptr), nullptr);
-  EXPECT_FALSE(cfg_object_to_int(nullptr, &value));
-  cfg_release_array_iterator(nullptr);
-  cfg_release(nullptr);
-}
-
 TEST(PlatformApInfo, ARecordHoldsWhatItsTextTells) {
   const IpcMsgRrmApInfo record(R"({"ip":"10.0.0.7","location":"office","board-type":"WEP-3ax","serial":"X1"})");
   EXPECT_FALSE(record.is_empty());
@@ -180,6 +111,88 @@ TEST(PlatformApInfo, OneKnownFieldIsEnough) {
 TEST(PlatformApInfo, ATextThatTellsNothingGivesAnEmptyRecord) {
   for (const char* text : {"", "{}", "[]", "nonsense", R"({"serial":"X1"})", R"({"ip":5})", R"({"ip":null})"})
     EXPECT_TRUE(IpcMsgRrmApInfo(text).is_empty()) << text;
+}
+
+TEST(PlatformMacList, HoldsItsAddressesInOrderAndNothingElse) {
+  struct Case {
+    const char* text;
+    std::vector<std::string> macs;
+  };
+  const std::vector<Case> cases{
+      {"", {}},
+      {" ", {}},
+      {"a8f94b001122", {"a8:f9:4b:00:11:22"}},
+      {"  a8f94b001122 ", {"a8:f9:4b:00:11:22"}},
+      {"ff:ff:ff:ff:ff:ff a8f94b001122 ff:ff:ff:ff:ff:ff",
+       {"ff:ff:ff:ff:ff:ff", "a8:f9:4b:00:11:22", "ff:ff:ff:ff:ff:ff"}},
+      {"a8f94b001122 nonsense a8:f9 A8F94B001123", {"a8:f9:4b:00:11:22", "a8:f9:4b:00:11:23"}},
+      {"a8f94b001122,a8f94b001123", {}},
+  };
+  for (const auto& [text, expected] : cases) {
+    SCOPED_TRACE(text);
+    std::vector<std::string> macs;
+    for (const MacAddr& mac : tools::string_to_macs(text, ' ')) macs.push_back(mac.to_string());
+    EXPECT_EQ(macs, expected);
+  }
+  EXPECT_EQ(tools::string_to_macs("a8f94b001122,a8f94b001123", ',').size(), 2u);
+}
+
+TEST(PlatformApInfo, ABandHasANumberByItsName) {
+  EXPECT_EQ(IpcMsgRrmApInfo::band_from_str("2g"), 0);
+  EXPECT_EQ(IpcMsgRrmApInfo::band_from_str("5g"), 1);
+  EXPECT_EQ(IpcMsgRrmApInfo::band_from_str("6g"), 2);
+  for (const char* text : {"", "2", "2G", "5ghz", "7g"})
+    EXPECT_EQ(IpcMsgRrmApInfo::band_from_str(text), std::nullopt) << text;
+}
+
+using Band = ApProfileRadioBand;
+
+TEST(PlatformBoards, AnUnknownBoardHasThreeRadiosOfOneBandEach) {
+  std::string complaint;
+  const BoardTable table = BoardTable::from_text("", complaint);
+  EXPECT_EQ(complaint, "");
+  for (const char* board : {"", "WEP-3ax"}) {
+    SCOPED_TRACE(board);
+    EXPECT_EQ(table.band_of(board, 0), Band::band_2g);
+    EXPECT_EQ(table.band_of(board, 1), Band::band_5g);
+    EXPECT_EQ(table.band_of(board, 2), Band::band_6g);
+    EXPECT_EQ(table.band_of(board, -1), std::nullopt);
+    EXPECT_EQ(table.band_of(board, 3), std::nullopt);
+  }
+  EXPECT_STREQ(ApProfileRadioBandToStrX(Band::band_2g), "2g");
+  EXPECT_STREQ(ApProfileRadioBandToStrX(Band::band_5g), "5g");
+  EXPECT_STREQ(ApProfileRadioBandToStrX(Band::band_6g), "6g");
+}
+
+TEST(PlatformBoards, AKnownBoardHasTheRadiosThatTheTableNames) {
+  std::string complaint;
+  const BoardTable table = BoardTable::from_text(R"({"outdoor-2":"5g 2g","dual-5":"2g 5g  5g"})", complaint);
+  EXPECT_EQ(complaint, "");
+  EXPECT_EQ(table.band_of("outdoor-2", 0), Band::band_5g);
+  EXPECT_EQ(table.band_of("outdoor-2", 1), Band::band_2g);
+  EXPECT_EQ(table.band_of("outdoor-2", 2), std::nullopt);
+  EXPECT_EQ(table.band_of("dual-5", 2), Band::band_5g);
+  EXPECT_EQ(table.band_of("indoor", 2), Band::band_6g);
+}
+
+TEST(PlatformBoards, WhatIsWrongInTheTableIsToldAndTheBoardIsAnOrdinaryOne) {
+  std::string complaint;
+  const BoardTable table = BoardTable::from_text(R"({"a":"5g 7g","b":5,"c":"","d":"6g","e":"5g,2g"})", complaint);
+  EXPECT_EQ(complaint, "no bands of 'a', no bands of 'b', no bands of 'c', no bands of 'e'");
+  EXPECT_EQ(table.band_of("a", 0), Band::band_2g);
+  EXPECT_EQ(table.band_of("d", 0), Band::band_6g);
+  for (const char* text : {"{", "[]", R"({"a":["5g"]})"}) {
+    const BoardTable empty = BoardTable::from_text(text, complaint);
+    EXPECT_NE(complaint, "") << text;
+    EXPECT_EQ(empty.band_of("a", 0), Band::band_2g) << text;
+  }
+}
+
+TEST(PlatformBoards, ATableIsReadFromItsFile) {
+  const rrm::testing::TempDir directory;
+  EXPECT_EQ(BoardTable::from_file(directory.file("none").c_str()).band_of("a", 0), Band::band_2g);
+  rrm::testing::write_file(directory.path() / "boards.json", R"({"a":"6g"})");
+  EXPECT_EQ(BoardTable::from_file(directory.file("boards.json").c_str()).band_of("a", 0), Band::band_6g);
 }
 
 }  // namespace
