@@ -1,7 +1,6 @@
 // Where a message of an access point goes, which worker it may create, and the orders to sessions and to all domains.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <latch>
 #include <map>
@@ -13,6 +12,7 @@
 #include "json/JsonWriter.h"
 #include "server/server_support.h"
 #include "support/capture.h"
+#include "support/no_more_threads.h"
 
 namespace rrm::testing {
 namespace {
@@ -119,28 +119,6 @@ TEST_F(Routing, AWorkerThatCannotBeMadeIsLogged) {
   EXPECT_THAT(capture.lines(LOG_ERROR), ElementsAre("Exception at processing message for domain 'lab': no room"));
   EXPECT_THAT(capture.events(), ElementsAre(Event{13, true, "lab"}));
 }
-
-// Asks for more stack than there are addresses, so that no thread can be started for the life of the object.
-class NoMoreThreads {
- public:
-  NoMoreThreads() {
-    pthread_getattr_default_np(&usual_);
-    pthread_attr_t impossible;
-    pthread_attr_init(&impossible);
-    pthread_attr_setstacksize(&impossible, std::size_t{1} << 62);
-    pthread_setattr_default_np(&impossible);
-    pthread_attr_destroy(&impossible);
-  }
-  ~NoMoreThreads() {
-    pthread_setattr_default_np(&usual_);
-    pthread_attr_destroy(&usual_);
-  }
-  NoMoreThreads(const NoMoreThreads&) = delete;
-  NoMoreThreads& operator=(const NoMoreThreads&) = delete;
-
- private:
-  pthread_attr_t usual_;
-};
 
 TEST_F(Routing, AWorkerWhoseThreadCannotBeStartedIsTakenOutAgain) {
   {
