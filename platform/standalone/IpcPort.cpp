@@ -91,6 +91,7 @@ struct IpcPort::Impl {
   void serve_arrived(Clock::time_point deadline);
   void serve(const bus::Fields& frame);
   Error call_back(const bus::Fields& frame, std::optional<std::int64_t> id);
+  void acknowledge(std::int64_t id, Error result);
   bool may_complain();
   void refuse_frame(const std::string& reason);
 
@@ -246,9 +247,17 @@ void IpcPort::Impl::serve_arrived(Clock::time_point deadline) {
 void IpcPort::Impl::serve(const bus::Fields& frame) {
   const auto id = frame.number("id");
   const Error result = call_back(frame, id);
-  if (id)
-    send_bus_frame(
-        {{"type", std::int64_t{bus::bus_served}}, {"id", *id}, {"error", std::int64_t{static_cast<int>(result)}}});
+  if (id) acknowledge(*id, result);
+}
+
+// Behind what was sent while the frame was served, unless that still waits for the peers.
+void IpcPort::Impl::acknowledge(std::int64_t id, Error result) {
+  const bus::Fields frame{
+      {"type", std::int64_t{bus::bus_served}}, {"id", id}, {"error", std::int64_t{static_cast<int>(result)}}};
+  if (sends && !outgoing_.empty())
+    keep_for_peers(bus::encode_frame(frame).value());
+  else
+    send_bus_frame(frame);
 }
 
 Error IpcPort::Impl::call_back(const bus::Fields& frame, std::optional<std::int64_t> id) {

@@ -264,7 +264,7 @@ TEST_F(Port, AFrameWithAnIdIsAcknowledgedWithTheResult) {
   EXPECT_THAT(peer_.receive(), ElementsAre(served(7, Error::none), served(8, Error::unknown_message)));
 }
 
-TEST_F(Port, AReplyCarriesTheIdOfItsRequest) {
+TEST_F(Port, AReplyCarriesTheIdOfItsRequestAndComesBeforeTheAcknowledgement) {
   start();
   port_->set_SendAndRecv();
   react_ = [this] { port_->send(std::make_shared<IPC_MSG__VRRP_STATE>()); };
@@ -273,7 +273,16 @@ TEST_F(Port, AReplyCarriesTheIdOfItsRequest) {
   serve_messages(2);
   port_->run_once_for_timeout(1);
   const Fields reply{{"type", std::int64_t{162}}, {"state", std::int64_t{3}}};
-  EXPECT_THAT(peer_.receive(), ::testing::UnorderedElementsAre(with_id(reply, 9), served(9, Error::none), reply));
+  EXPECT_THAT(peer_.receive(), ElementsAre(with_id(reply, 9), served(9, Error::none), reply));
+}
+
+TEST_F(Port, AnAcknowledgementDoesNotWaitForThePeers) {
+  start();
+  react_ = [this] { port_->send(std::make_shared<IPC_MSG__VRRP_STATE>()); };
+  peer_.send(with_id(frame(173), 9));
+  serve_messages(1);
+  port_->run_once_for_timeout(1);
+  EXPECT_THAT(peer_.receive(), ElementsAre(served(9, Error::none)));
 }
 
 TEST_F(Port, WhatIsSentWaitsUntilThePeersAreThere) {
