@@ -1,16 +1,20 @@
 // The backup of each domain, one file a domain, from which a new master takes the domain over: its access points with
 // their radios, plans, 802.11r keys and what they heard. A backup is a series of ordinary questions to the running
-// server. Main thread only; owns nothing.
+// server. A file is replaced as a whole: whoever reads it, after a crash too, finds the old one or the new one.
+//
+// Main thread only; the interface is not owned.
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ApiZAL.h"
+#include "zal/cfg.h"
 
 class DomainBackup {
  public:
-  explicit DomainBackup(ApiZAL& api, std::string directory) : api_(api), directory_(std::move(directory)) {}
+  DomainBackup(ApiZAL& api, std::string directory) : api_(api), directory_(std::move(directory)) {}
 
   // Saves one domain, or all that are configured. False, with the reason, at the first that cannot be saved; its file
   // stays as it was. Without the directory nothing is saved, and there is no reason to tell.
@@ -22,10 +26,11 @@ class DomainBackup {
 
  private:
   bool has_directory() const;
-  void write_file(const std::string& domain);
-  std::string build_domain_backup(const std::string& domain);
-  void add_aps(const std::string& domain, const rrm::JsonReader& details, const char* set, const char* key,
-               rrm::JsonWriter& backup);
+  void write_file(const std::string& domain) const;
+  std::string build_domain_backup(const std::string& domain) const;
+  void add_aps(const std::string& domain, const zal::cfg_t* details, const std::string& set, const std::string& key,
+               zal::cfg_t* backup) const;
+  zal::cfg_tree ap_picture(const std::string& domain, const std::string& mac, const std::string& key) const;
 
   ApiZAL& api_;
   const std::string directory_;

@@ -1,18 +1,59 @@
 #include "RadioRM.h"
 
+#include <algorithm>
+#include <charconv>
 #include <ctime>
-#include <exception>
 #include <utility>
+#include <vector>
 
+#include "DomainBackup.h"
+#include "MorvaneRequests.h"
 #include "SetupChanges.h"
+#include "commands.h"
 #include "json/JsonReader.h"
+#include "mac_filter_orders.h"
 #include "trace.h"
+#include "zal/cfg.h"
 
 namespace {
 
 constexpr std::chrono::milliseconds maintenance_interval{60000};
 constexpr const char* no_config_file = "";
 constexpr int ignored_type = 163;
+constexpr const char* backup_directory = "/mnt/data/zal//morvane_domains_backup/";
+
+template <class Message>
+const Message& as(const zal::IMsg& msg) {
+  return dynamic_cast<const Message&>(msg);
+}
+
+// The numbers of a list that is joined by commas; what is none is passed over.
+std::vector<int> numbers_in(const std::string& list) {
+  std::vector<int> numbers;
+  for (const char* at = list.data(); at < list.data() + list.size();) {
+    int number = 0;
+    const auto [end, error] = std::from_chars(at, list.data() + list.size(), number);
+    if (error == std::errc()) numbers.push_back(number);
+    at = std::max(end, at + 1);
+  }
+  return numbers;
+}
+
+std::shared_ptr<zal::IPC_MSG__RRM_REPORT_RESP> report_reply() {
+  auto reply = std::make_shared<zal::IPC_MSG__RRM_REPORT_RESP>();
+  const zal::cfg_tree tree(zal::cfg_get_empty());
+  if (tree == nullptr) {
+    *reply->text = R"({"status": "error"})";
+  } else {
+    zal::cfg_set_param(tree.get(), "/status", "success");
+    *reply->text = zal::cfg_serialize_compact(tree.get());
+  }
+  return reply;
+}
+
+bool is_obeyed(const ApiZAL::Answer& answer) {
+  return answer && std::string(rrm::JsonReader(answer->c_str()).get_string("status")) == "success";
+}
 
 bool is_json_object(const std::string& text) {
   return rrm::JsonReader(text.c_str()).to_string()[0] == '{';
@@ -25,48 +66,131 @@ void change_time_zone() {
 
 }  // namespace
 
-RadioRM::RadioRM(zal::IpcPort& port, Housekeeping housekeeping)
-    : port_(port), housekeeping_(std::move(housekeeping)), maintenance_timer_(maintenance_interval) {}
+RadioRM::RadioRM(zal::IpcPort& port) : port_(port), maintenance_timer_(maintenance_interval) {}
 
 RadioRM::~RadioRM() {
   if (rrm_) rrm_->release();
 }
 
-zal::Error RadioRM::on_ipc_message(const zal::IMsg& msg, zal::IpcPort& port, void* user) {
+zal::Error RadioRM::on_ipc_message(const zal::IMsg& msg, zal::IpcPort&, void* user) {
   RadioRM& radio = *static_cast<RadioRM*>(user);
-  switch (msg.type()) {
-    case zal::IPC_MSG__SHUTDOWN::type_number:
-      port.finalize();
-      break;
-    case zal::IPC_MSG__PEERS_READY::type_number:
-      port.set_SendAndRecv();
-      break;
-    case zal::IPC_MSG__TIMEZONE_CHANGED::type_number:
-      change_time_zone();
-      break;
-    case zal::IPC_MSG__RRM_SETUP::type_number:
-      radio.update_setup(dynamic_cast<const zal::IPC_MSG__RRM_SETUP&>(msg).text);
-      break;
-    case ignored_type:
-      break;
-    case zal::IPC_MSG__RRM_AP_INFO::type_number:
-      radio.store_ap_info(msg);
-      break;
-    case zal::IPC_MSG__RRM_AP_INFO_CLEARED::type_number:
-      radio.active_aps_.clear();
-      break;
-    case zal::IPC_MSG__VRRP_STATE::type_number:
-      radio.set_vrrp_state(dynamic_cast<const zal::IPC_MSG__VRRP_STATE&>(msg).state);
-      break;
-    default:
-      trace.warn("uncaught");
-      return zal::Error::unknown_message;
-  }
-  return zal::Error::none;
+  if (radio.serve_order(msg) || radio.serve_question(msg)) return zal::Error::none;
+  trace.warn("uncaught");
+  return zal::Error::unknown_message;
 }
 
-void RadioRM::store_ap_info(const zal::IMsg& msg) {
-  const auto& info = dynamic_cast<const zal::IPC_MSG__RRM_AP_INFO&>(msg);
+// Orders and news: nothing is answered.
+bool RadioRM::serve_order(const zal::IMsg& msg) {
+  switch (msg.type()) {
+    case zal::IPC_MSG__SHUTDOWN::type_number:
+      port_.finalize();
+      return true;
+    case zal::IPC_MSG__PEERS_READY::type_number:
+      port_.set_SendAndRecv();
+      return true;
+    case zal::IPC_MSG__TIMEZONE_CHANGED::type_number:
+      change_time_zone();
+      return true;
+    case zal::IPC_MSG__RRM_SETUP::type_number:
+      update_setup(as<zal::IPC_MSG__RRM_SETUP>(msg).text);
+      return true;
+    case zal::IPC_MSG__MAC_FILTER_CONFIG::type_number:
+      zal::mac_filter_config(msg, trace);
+      return true;
+    case ignored_type:
+      return true;
+    case zal::IPC_MSG__RRM_AP_INFO::type_number:
+      store_ap_info(as<zal::IPC_MSG__RRM_AP_INFO>(msg));
+      return true;
+    case zal::IPC_MSG__RRM_AP_INFO_CLEARED::type_number:
+      active_aps_.clear();
+      return true;
+    case zal::IPC_MSG__VRRP_STATE::type_number:
+      set_vrrp_state(as<zal::IPC_MSG__VRRP_STATE>(msg).state);
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool RadioRM::serve_question(const zal::IMsg& msg) {
+  switch (msg.type()) {
+    case zal::IPC_MSG__RRM_REPORT::type_number:
+      port_.send(report_reply());
+      return true;
+    case zal::IPC_MSG__MAC_FILTER::type_number:
+      port_.send(obey_mac_filter_order(as<zal::IPC_MSG__MAC_FILTER>(msg)));
+      return true;
+    case zal::IpcMsgMorvaneRequest::type_number:
+      process_morvane_request(as<zal::IpcMsgMorvaneRequest>(msg));
+      return true;
+    case zal::IPC_MSG__RRM_API_VRRP_STATUS::type_number:
+      tell_role();
+      return true;
+    default:
+      return serve_api_question(msg);
+  }
+}
+
+// Questions of the older kind are commands as they stand, and so are their answers.
+bool RadioRM::serve_api_question(const zal::IMsg& msg) {
+  switch (msg.type()) {
+    case zal::IPC_MSG__RRM_API_SESSIONS::type_number:
+      return answer<zal::IPC_MSG__RRM_API_SESSIONS_RESP>(commands::sessions());
+    case zal::IPC_MSG__RRM_API_REM_SESSIONS::type_number: {
+      const auto& question = as<zal::IPC_MSG__RRM_API_REM_SESSIONS>(msg);
+      return answer<zal::IPC_MSG__RRM_API_REM_SESSIONS_RESP>(commands::drop_sessions(numbers_in(*question.filter)));
+    }
+    case zal::IPC_MSG__RRM_API_GROUPS::type_number:
+      return answer<zal::IPC_MSG__RRM_API_GROUPS_RESP>(commands::domains());
+    case zal::IPC_MSG__RRM_API_GROUP::type_number:
+      return answer<zal::IPC_MSG__RRM_API_GROUP_RESP>(commands::domain(*as<zal::IPC_MSG__RRM_API_GROUP>(msg).group));
+    case zal::IPC_MSG__RRM_API_AP::type_number: {
+      const auto& question = as<zal::IPC_MSG__RRM_API_AP>(msg);
+      return answer<zal::IPC_MSG__RRM_API_AP_RESP>(commands::ap(*question.group, *question.ap));
+    }
+    case zal::IPC_MSG__RRM_API_START_OPT::type_number: {
+      const auto& question = as<zal::IPC_MSG__RRM_API_START_OPT>(msg);
+      return answer<zal::IPC_MSG__RRM_API_START_OPT_RESP>(commands::optimize(*question.group));
+    }
+    case zal::IPC_MSG__RRM_API_REPORTS::type_number: {
+      const auto& question = as<zal::IPC_MSG__RRM_API_REPORTS>(msg);
+      return answer<zal::IPC_MSG__RRM_API_REPORTS_RESP>(
+          commands::report_list(*question.group, *question.date_start, *question.date_finish));
+    }
+    case zal::IPC_MSG__RRM_API_REPORT::type_number: {
+      const auto& question = as<zal::IPC_MSG__RRM_API_REPORT>(msg);
+      return answer<zal::IPC_MSG__RRM_API_REPORT_RESP>(commands::report(*question.group, *question.report));
+    }
+    default:
+      return false;
+  }
+}
+
+// True: the question was known. Without an answer the text is empty.
+template <class Reply>
+bool RadioRM::answer(const std::string& command) {
+  auto reply = std::make_shared<Reply>();
+  *reply->text = api().run(command).value_or("");
+  port_.send(reply);
+  return true;
+}
+
+void RadioRM::process_morvane_request(const zal::IpcMsgMorvaneRequest& request) {
+  ApiZAL interface = api();
+  auto reply = std::make_shared<zal::IPC_MSG__RRM_MORVANE_RESP>();
+  reply->response = MorvaneRequests(interface).serve(request);
+  port_.send(reply);
+}
+
+void RadioRM::tell_role() {
+  auto reply = std::make_shared<zal::IPC_MSG__RRM_API_VRRP_STATUS_RESP>();
+  std::string error;
+  reply->result = api().morvane_role(reply->role, error) ? 1 : 0;
+  port_.send(reply);
+}
+
+void RadioRM::store_ap_info(const zal::IPC_MSG__RRM_AP_INFO& info) {
   active_aps_.update(zal::MacAddr::from_str(*info.mac), *info.text);
 }
 
@@ -92,7 +216,8 @@ void RadioRM::change_setup(const std::string& setup) {
   const rrm::GlobalConfig next(no_config_file, setup);
   trace.ap("RRM already exists, send messages to Api");
   const bool was_enabled = config_->enabled();
-  SetupChanges(*config_, *rrm_).apply(next);
+  ApiZAL interface = api();
+  SetupChanges(interface, *config_).apply(next);
   if (was_enabled && !next.enabled() && !order_role(RoleOrder::backup))
     trace.warn("Cannot update vrrp-role for RRM to STANDBY");
   if (!was_enabled && next.enabled()) set_vrrp_state(vrrp_state_);
@@ -121,7 +246,7 @@ void RadioRM::enter_master() {
 void RadioRM::enter_master_alone() {
   bool is_entered = true;
   if (vrrp_state_ == vrrp_master) {
-    save_all_domains();
+    back_up_all_domains();
     is_entered = become_master();
   } else if (vrrp_state_ == vrrp_master_alone || vrrp_state_ == vrrp_undecided) {
     is_entered = restore_as_master() || become_master();
@@ -151,29 +276,43 @@ bool RadioRM::become_master() {
   return false;
 }
 
-// No backup directory is read: the list of domains to restore is empty.
 bool RadioRM::order_role(RoleOrder order) {
-  try {
-    const bool is_master = order != RoleOrder::backup;
-    const bool restores = order == RoleOrder::master_with_domains;
-    rrm_->update_vrrp_role(is_master ? rrm::RRM::role_master : rrm::RRM::role_backup,
-                           restores ? std::make_shared<std::string>("[]") : nullptr);
-    return true;
-  } catch (const std::exception& e) {
-    trace.error("Role order failed: %s", e.what());
-    return false;
+  ApiZAL interface = api();
+  switch (order) {
+    case RoleOrder::backup:
+      return is_obeyed(interface.run(commands::role_backup()));
+    case RoleOrder::master:
+      return is_obeyed(interface.run(commands::role_master()));
+    case RoleOrder::master_with_domains:
+      return is_obeyed(interface.run(commands::role_master(DomainBackup(interface, backup_directory).load_all())));
   }
+  return false;
 }
 
-void RadioRM::save_all_domains() {
-  if (!housekeeping_.save_all_domains) return;
-  if (const auto reason = housekeeping_.save_all_domains())
-    trace.warn("Cannot backup domains info: '%s'", reason->c_str());
+// Housekeeping
+
+void RadioRM::check_old_reports() {
+  rrm_->check_old_reports();
+}
+
+bool RadioRM::save_domain(const std::string& domain, std::string& error) {
+  ApiZAL interface = api();
+  return DomainBackup(interface, backup_directory).save(domain, error);
+}
+
+bool RadioRM::save_all_domains(std::string& error) {
+  ApiZAL interface = api();
+  return DomainBackup(interface, backup_directory).save_all(error);
+}
+
+void RadioRM::back_up_all_domains() {
+  std::string error;
+  if (!save_all_domains(error)) trace.warn("Cannot backup domains info: '%s'", error.c_str());
 }
 
 void RadioRM::poll_maintenance() {
-  if (!rrm_ || !housekeeping_.check_old_reports || !maintenance_timer_.is_expired()) return;
-  housekeeping_.check_old_reports(*rrm_);
+  if (!rrm_ || !maintenance_timer_.is_expired()) return;
+  check_old_reports();
   maintenance_timer_.reset();
 }
 
@@ -191,8 +330,9 @@ std::list<std::string> RadioRM::take_marked_domains() {
 }
 
 void RadioRM::backup_marked_domains() {
-  if (!rrm_ || !housekeeping_.save_domain) return;
-  for (const std::string& domain : take_marked_domains())
-    if (const auto reason = housekeeping_.save_domain(domain))
-      trace.warn("Cannot backup domains info: '%s'", reason->c_str());
+  if (!rrm_) return;
+  for (const std::string& domain : take_marked_domains()) {
+    std::string error;
+    if (!save_domain(domain, error)) trace.warn("Cannot backup domains info: '%s'", error.c_str());
+  }
 }

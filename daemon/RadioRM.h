@@ -1,20 +1,20 @@
 // The gateway between the controller's bus and the server. It owns the configuration and the server, serves every
-// message of the bus, turns the controller's VRRP state into server roles and keeps the controller's records of its
-// access points. The first setup makes the server; later ones are applied as differences.
+// message of the bus, turns the controller's VRRP state into server roles, puts the controller's questions to the
+// server's interface, keeps the controller's records of its access points, and has the domains backed up. The first
+// setup makes the server; later ones are applied as differences.
 //
 // Everything runs on the main thread but mark_domain_for_backup, which the workers call. The port is not owned and
 // outlives this object. The destructor stops the server before any member goes.
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <list>
 #include <memory>
-#include <optional>
 #include <string>
 #include <unordered_map>
 
 #include "ActiveApStorage.h"
+#include "ApiZAL.h"
 #include "Config.h"
 #include "RRM.h"
 #include "core/mutex.h"
@@ -22,21 +22,12 @@
 #include "zal/IpcPort.h"
 #include "zal/Timer.h"
 
-// What the timers of the main loop and a change from state 0 to 1 have done with the server. What is empty is not done,
-// and then nothing is used up for it: the timer keeps running, the marks stay.
-struct Housekeeping {
-  std::function<void(rrm::RRM& server)> check_old_reports;
-  // Save one domain, or all, to their backup files; the result is the reason of a failure.
-  std::function<std::optional<std::string>(const std::string& domain)> save_domain;
-  std::function<std::optional<std::string>()> save_all_domains;
-};
-
 class RadioRM {
  public:
   // VRRP states as the controller gives them.
   enum VrrpState : std::int32_t { vrrp_master = 0, vrrp_master_alone = 1, vrrp_standby = 2, vrrp_undecided = 3 };
 
-  explicit RadioRM(zal::IpcPort& port, Housekeeping housekeeping = {});
+  explicit RadioRM(zal::IpcPort& port);
   virtual ~RadioRM();
   RadioRM(const RadioRM&) = delete;
   RadioRM& operator=(const RadioRM&) = delete;
@@ -50,7 +41,7 @@ class RadioRM {
 
   // Polled by the main loop: old reports once a minute, as soon as there is a server.
   void poll_maintenance();
-  // Saves every domain that was marked since it was last saved.
+  // Saves every domain that was marked since it was last saved. Nothing before there is a server: the marks stay.
   void backup_marked_domains() RRM_EXCLUDES(backup_mutex_);
   // From any thread.
   void mark_domain_for_backup(const std::string& domain) RRM_EXCLUDES(backup_mutex_);
@@ -65,6 +56,10 @@ class RadioRM {
   // Orders the server into a role; with domains, a new master also restores what is known of them. False on failure.
   // Requires: a server.
   virtual bool order_role(RoleOrder order);
+  // What the timers of the main loop and a change from state 0 to 1 have done. Saving is false with the reason.
+  virtual void check_old_reports();
+  virtual bool save_domain(const std::string& domain, std::string& error);
+  virtual bool save_all_domains(std::string& error);
 
  private:
   void create_server(const std::string& setup);
@@ -74,14 +69,22 @@ class RadioRM {
   void enter_standby();
   bool restore_as_master();
   bool become_master();
-  void save_all_domains();
-  void store_ap_info(const zal::IMsg& msg);
+  void back_up_all_domains();
+  void store_ap_info(const zal::IPC_MSG__RRM_AP_INFO& msg);
+  // Each is true if it knows the message.
+  bool serve_order(const zal::IMsg& msg);
+  bool serve_question(const zal::IMsg& msg);
+  bool serve_api_question(const zal::IMsg& msg);
+  template <class Reply>
+  bool answer(const std::string& command);
+  void process_morvane_request(const zal::IpcMsgMorvaneRequest& request);
+  void tell_role();
+  ApiZAL api() { return {rrm_.get(), active_aps_}; }
   std::list<std::string> take_marked_domains() RRM_EXCLUDES(backup_mutex_);
 
   std::unique_ptr<rrm::GlobalConfig> config_;  // outlives the server
   std::unique_ptr<rrm::RRM> rrm_;
   zal::IpcPort& port_;
-  const Housekeeping housekeeping_;
   ActiveApStorage active_aps_;
   std::int32_t vrrp_state_ = vrrp_undecided;
   zal::Timer maintenance_timer_;

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "RRM.h"
 #include "events.h"
 #include "service.h"
 #include "startup.h"
@@ -34,9 +33,7 @@ int run(char* const* argv) {
   pin_to_cpu(choose_cpu());
   install_report_hooks();
   create_directories();
-  Housekeeping housekeeping;
-  housekeeping.check_old_reports = [](rrm::RRM& server) { server.check_old_reports(); };
-  return serve(housekeeping);
+  return serve();
 }
 
 }  // namespace

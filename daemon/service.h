@@ -29,7 +29,7 @@ class MainLoop {
 };
 
 // Opens the port, waits for the supervisor's run order and serves. The result is the exit status of the process.
-int serve(const Housekeeping& housekeeping);
+int serve();
 
 // The exit status that the body gives, or that of a failure after what it threw was logged.
 int status_of(const std::function<int()>& body);

@@ -1,9 +1,11 @@
-// A RadioRM whose role orders are noted and answered by the test instead of reaching the server, and the messages of
-// the bus.
+// A RadioRM whose role orders and housekeeping are noted and answered by the test instead of reaching the server, and
+// the messages of the bus.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,9 +16,19 @@
 
 namespace zal::testing {
 
+// What the housekeeping of a radio does; nothing unless a test says otherwise. Saving gives the reason of its failure.
+struct Housekeeping {
+  std::function<void()> check_old_reports = [] {};
+  std::function<std::optional<std::string>(const std::string& domain)> save_domain = [](const std::string&) {
+    return std::optional<std::string>();
+  };
+  std::function<std::optional<std::string>()> save_all_domains = [] { return std::optional<std::string>(); };
+};
+
 class RecordedRadio final : public RadioRM {
  public:
-  using RadioRM::RadioRM;
+  explicit RecordedRadio(IpcPort& port, Housekeeping housekeeping = {})
+      : RadioRM(port), housekeeping_(std::move(housekeeping)) {}
 
   // What the server would answer to each order; everything succeeds unless a test says otherwise.
   bool backup_succeeds = true;
@@ -24,6 +36,11 @@ class RecordedRadio final : public RadioRM {
   bool restore_succeeds = true;
 
  protected:
+  void check_old_reports() override { housekeeping_.check_old_reports(); }
+  bool save_domain(const std::string& domain, std::string& error) override {
+    return is_saved(housekeeping_.save_domain(domain), error);
+  }
+  bool save_all_domains(std::string& error) override { return is_saved(housekeeping_.save_all_domains(), error); }
   bool order_role(RoleOrder order) override {
     switch (order) {
       case RoleOrder::backup:
@@ -38,7 +55,23 @@ class RecordedRadio final : public RadioRM {
     }
     return false;
   }
+
+ private:
+  static bool is_saved(const std::optional<std::string>& failure, std::string& error) {
+    error = failure.value_or("");
+    return !failure;
+  }
+
+  const Housekeeping housekeeping_;
 };
+
+// Without the lines that tell which commands the interface was given, and what it answered.
+inline std::vector<std::string> without_commands(std::vector<std::string> notes) {
+  std::erase_if(notes, [](const std::string& note) {
+    return note.starts_with("ap: Morvane API ") || note.starts_with("ap_limited: ");
+  });
+  return notes;
+}
 
 inline std::shared_ptr<std::string> text(const std::string& value) {
   return std::make_shared<std::string>(value);

@@ -22,6 +22,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using zal::testing::Housekeeping;
 using zal::testing::Platform;
 using zal::testing::RecordedRadio;
 using zal::testing::text;
@@ -39,19 +40,19 @@ class DaemonService : public ::testing::Test {
 };
 
 TEST_F(DaemonService, StartsInOrderAndEndsWithSuccess) {
-  EXPECT_EQ(serve({}), 0);
+  EXPECT_EQ(serve(), 0);
   EXPECT_THAT(notes(), ElementsAre("port: 8", "timer: 60000", "register", "ready", "finalize", "port closed"));
 }
 
 TEST_F(DaemonService, ARefusedRegistrationEndsItWithoutAWord) {
   Platform::instance().registers = false;
-  EXPECT_EQ(serve({}), -1);
+  EXPECT_EQ(serve(), -1);
   EXPECT_THAT(notes(), ElementsAre("port: 8", "timer: 60000", "register", "port closed"));
 }
 
 TEST_F(DaemonService, WithoutARunOrderItEndsWithAnError) {
   Platform::instance().is_ordered_to_run = false;
-  EXPECT_EQ(serve({}), -1);
+  EXPECT_EQ(serve(), -1);
   EXPECT_THAT(notes(), ElementsAre("port: 8", "timer: 60000", "register", "ready",
                                    "error: Send ipc ready and wait for ipc run failed", "port closed"));
 }
@@ -59,7 +60,7 @@ TEST_F(DaemonService, WithoutARunOrderItEndsWithAnError) {
 TEST_F(DaemonService, ChangedDomainsAreMarkedOnlyFromTheRunOrderOn) {
   install_report_hooks();
   Platform::instance().is_ordered_to_run = false;
-  serve({});
+  serve();
   EXPECT_THROW(rrm::emit_event_text(23, "office"), std::bad_function_call);
 
   Platform::instance().reset();
@@ -67,7 +68,7 @@ TEST_F(DaemonService, ChangedDomainsAreMarkedOnlyFromTheRunOrderOn) {
     rrm::emit_event_text(23, "office");
     port.finalize();
   };
-  EXPECT_EQ(serve({}), 0);
+  EXPECT_EQ(serve(), 0);
 }
 
 TEST_F(DaemonService, PassesFollowOneAnotherUntilThePortIsFinalised) {
@@ -76,13 +77,13 @@ TEST_F(DaemonService, PassesFollowOneAnotherUntilThePortIsFinalised) {
     passes.push_back(std::to_string(ms));
     if (passes.size() == 3) port.finalize();
   };
-  EXPECT_EQ(serve({}), 0);
+  EXPECT_EQ(serve(), 0);
   EXPECT_THAT(passes, ElementsAre("25", "25", "25"));
 }
 
 TEST_F(DaemonService, AnExceptionOfTheServicePassesOut) {
   Platform::instance().serve = [](zal::IpcPort&, long) { throw std::runtime_error("digest"); };
-  EXPECT_THROW(serve({}), std::runtime_error);
+  EXPECT_THROW(serve(), std::runtime_error);
   EXPECT_THAT(notes(), Contains("port closed"));
 }
 
@@ -114,7 +115,7 @@ class DaemonLoop : public DaemonService {
   }
   static Housekeeping housekeeping() {
     Housekeeping result;
-    result.check_old_reports = [](rrm::RRM&) { Platform::instance().note("check old reports"); };
+    result.check_old_reports = [] { Platform::instance().note("check old reports"); };
     result.save_domain = [](const std::string& domain) {
       Platform::instance().note("save " + domain);
       return std::optional<std::string>();

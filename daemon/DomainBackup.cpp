@@ -1,0 +1,144 @@
+#include "DomainBackup.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "answers.h"
+#include "commands.h"
+
+namespace {
+
+constexpr const char* extension = ".json";
+
+// What is written beside a backup until it is whole.
+constexpr const char* unfinished_extension = ".json.tmp";
+
+std::string text_at(const zal::cfg_t* node, const char* key) {
+  std::string text;
+  zal::cfg_object_to_string(zal::cfg_get_value(node, key), &text);
+  return text;
+}
+
+template <class Visit>
+void for_each_element(const zal::cfg_t* array, Visit visit) {
+  const zal::cfg_array_walk walk(zal::cfg_alloc_array_iterator(array));
+  while (const zal::cfg_t* element = zal::cfg_next_array_iterator(walk.get())) visit(element);
+}
+
+zal::cfg_tree parse(const std::string& text) {
+  return zal::cfg_tree(zal::cfg_parse_buffer(text.data(), text.size()));
+}
+
+// Puts the full form of the VAPs, keys and all, in place of the short one in each radio of an access point.
+void merge_vaps(zal::cfg_t* ap, const zal::cfg_t* links) {
+  const zal::cfg_t* interfaces = zal::cfg_get_subtree_from_path(ap, "/radios/interfaces");
+  const zal::cfg_t* radios = zal::cfg_get_value(links, "radios");
+  const std::size_t count = zal::cfg_get_size(interfaces);
+  if (interfaces == nullptr || radios == nullptr || zal::cfg_get_size(radios) != count) {
+    throw ApiFailure(answers::malformed);
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string place = "/" + std::to_string(i) + "/vaps";
+    const zal::cfg_t* vaps = zal::cfg_get_subtree_from_path(radios, place.c_str());
+    if (vaps == nullptr || !zal::cfg_set_param(ap, ("/radios/interfaces" + place).c_str(), vaps)) {
+      throw ApiFailure(answers::malformed);
+    }
+  }
+}
+
+void copy_value(const zal::cfg_t* from, const char* key, zal::cfg_t* to) {
+  const zal::cfg_t* value = zal::cfg_get_value(from, key);
+  if (value != nullptr) zal::cfg_set_param(to, (std::string("/") + key).c_str(), value);
+}
+
+[[noreturn]] void fail(const std::string& what, const std::string& file) {
+  throw ApiFailure(what + " '" + file + "': " + std::strerror(errno));
+}
+
+void replace_file(const std::string& file, const std::string& unfinished, const std::string& text) {
+  std::ofstream stream(unfinished, std::ios::binary | std::ios::trunc);
+  if (!stream) fail("cannot open", unfinished);
+  if (!(stream << text) || !stream.flush()) fail("cannot write", unfinished);
+  stream.close();
+  if (std::rename(unfinished.c_str(), file.c_str()) != 0) fail("cannot replace", file);
+}
+
+}  // namespace
+
+bool DomainBackup::save(const std::string& domain, std::string& error) {
+  return has_directory() && answers::attempt(error, [&] { write_file(domain); });
+}
+
+bool DomainBackup::save_all(std::string& error) {
+  return has_directory() && answers::attempt(error, [&] {
+           for (const std::string& domain : api_.configured_domains()) write_file(domain);
+         });
+}
+
+bool DomainBackup::has_directory() const {
+  struct stat status {};
+  return ::stat(directory_.c_str(), &status) == 0;
+}
+
+// A name with a slash would lead to another directory.
+void DomainBackup::write_file(const std::string& domain) const {
+  if (domain.find('/') != std::string::npos) throw ApiFailure("no file can be named after domain '" + domain + "'");
+  const std::string text = build_domain_backup(domain);
+  replace_file(directory_ + domain + extension, directory_ + domain + unfinished_extension, text);
+}
+
+std::string DomainBackup::build_domain_backup(const std::string& domain) const {
+  const auto answer = api_.ask_domain(domain);
+  const zal::cfg_tree details = parse(answer.get("details").to_string());
+  const zal::cfg_tree backup(zal::cfg_get_empty());
+  zal::cfg_set_param(backup.get(), "/name", domain);
+  copy_value(details.get(), "rrm-status", backup.get());
+  copy_value(details.get(), "fbt-status", backup.get());
+  for (const char* set : {"/aps", "/deleted-aps", "/unanswered-aps"}) zal::cfg_set_empty_array(backup.get(), set);
+  add_aps(domain, details.get(), "aps", "active-ap", backup.get());
+  add_aps(domain, details.get(), "unanswered-aps", "unanswered-ap", backup.get());
+  add_aps(domain, details.get(), "deleted-aps", "deleted-ap", backup.get());
+  return zal::cfg_serialize_compact(backup.get());
+}
+
+void DomainBackup::add_aps(const std::string& domain, const zal::cfg_t* details, const std::string& set,
+                           const std::string& key, zal::cfg_t* backup) const {
+  for_each_element(zal::cfg_get_value(details, set), [&](const zal::cfg_t* known) {
+    const zal::cfg_tree ap = ap_picture(domain, text_at(known, "mac"), key);
+    if (ap == nullptr) return;
+    for (const char* part : {"board", "hw", "serial"}) copy_value(known, part, ap.get());
+    zal::cfg_add_element(backup, ("/" + set).c_str(), ap.get());
+  });
+}
+
+// Null for an access point that has left its set meanwhile.
+zal::cfg_tree DomainBackup::ap_picture(const std::string& domain, const std::string& mac,
+                                       const std::string& key) const {
+  const auto whole =
+      api_.ask(commands::ap(domain, mac), "no answer on morvane api request for specific ap '" + mac + "'");
+  const auto links =
+      api_.ask(commands::ap_fbt(domain, mac), "no answer on morvane api fbt-info request for '" + mac + "'");
+  if (!whole.has(key.c_str()) || !links.has(key.c_str())) return nullptr;
+  zal::cfg_tree ap = parse(whole.get(key.c_str()).to_string());
+  const zal::cfg_tree links_tree = parse(links.get(key.c_str()).to_string());
+  merge_vaps(ap.get(), links_tree.get());
+  return ap;
+}
+
+std::vector<std::string> DomainBackup::load_all() const {
+  std::vector<std::string> backups;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(directory_, error)) {
+    if (!entry.is_regular_file(error) || entry.path().extension() != extension) continue;
+    std::ifstream stream(entry.path(), std::ios::binary);
+    std::string text{std::istreambuf_iterator<char>(stream), {}};
+    if (parse(text) != nullptr) backups.push_back(std::move(text));
+  }
+  return backups;
+}
