@@ -119,6 +119,17 @@ TEST_F(ApiDomains, TheOverviewCountsTheAccessPointsOfEachDomain) {
                                  R"("unanswered-ap-count":1,"deleted-ap-count":1,"common-config":1}])"));
 }
 
+TEST_F(ApiDomains, ANewMasterKnowsTheAccessPointsOfItsBackups) {
+  vrrp(R"({"role":"master","domains":[{"name":"lab","rrm-status":3,"aps":[{"mac":"00:11:22:33:44:00",)"
+       R"("board":"NVA-3wz","hw":"1.0","serial":"SN1"}]},{"name":"hall"}]})");
+  EXPECT_EQ(ask("{}"), of_server(R"("domains":[{"name":"hall","ap-count":0,"unanswered-ap-count":0,)"
+                                 R"("deleted-ap-count":0,"common-config":0},{"name":"lab","ap-count":0,)"
+                                 R"("unanswered-ap-count":0,"deleted-ap-count":1,"common-config":1}])"));
+  EXPECT_NE(ask(R"({"domain":"lab","ap":"00:11:22:33:44:00"})").find(R"("deleted-ap":{"mac":"00:11:22:33:44:00")"),
+            std::string::npos);
+  EXPECT_NE(ask(R"({"domain":"lab"})").find(R"("rrm-status":4)"), std::string::npos);
+}
+
 // By value: a pattern that says what the common settings say is as good.
 TEST_F(ApiDomains, TheOverviewTellsWhoseSettingsAreTheCommonOnesNow) {
   subscribe("00:11:22:33:44:00", 1);

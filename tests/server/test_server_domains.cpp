@@ -3,10 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdarg>
 #include <memory>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
+#include "RrmWorker.h"
 #include "core/sleep_recorder.h"
 #include "server/server_support.h"
 #include "support/capture.h"
@@ -158,6 +162,43 @@ TEST_F(Domains, ARestoredDomainRunsBeforeAnyAccessPointComes) {
   server.update_vrrp_role(1, std::make_shared<std::string>(R"([{"name":"lab"},{"name":"hall"}])"));
   EXPECT_THAT(server.domains(), ElementsAre("hall", "lab"));
   EXPECT_TRUE(eventually([&] { return capture.has_line(LOG_TRACE, "Start worker lab"); }));
+}
+
+// An access point knocks as soon as the domain stands in the map, while it is still being filled from its backup.
+struct Knock {
+  static void on_event(const int& id, const std::shared_ptr<std::string>&) {
+    if (id != 24 || std::exchange(done, true)) return;
+    server->receive(a_subscribe("02:00:00:00:00:00").with_radio(a_5ghz_radio()).text(), 4);
+    for (int i = 0; i < 1000 && server->sent().empty(); ++i) std::this_thread::yield();
+  }
+  static inline TestServer* server = nullptr;
+  static inline bool done = false;
+};
+
+TEST(RestoredServer, ADomainMeetsItsFirstMessageWithAllThatItsBackupHolds) {
+  GlobalConfig config("", patterns_and_copies);
+  TestServer server(&config);
+  server.make_real_domain_workers();
+  const auto ap = [](const std::string& mac) {
+    return R"({"mac":")" + mac + R"(","board":"NVA-3wz","hw":"1.0","serial":"SN1"})";
+  };
+  set_log_hook([](const char*, int, const char*, int, const char*, va_list) {});
+  Knock::server = &server;
+  set_event_hook(Knock::on_event);
+  JsonReader backup(
+      (R"({"name":"lab","aps":[)" + ap("02:00:00:00:00:00") + "," + ap("02:00:00:00:01:00") + "]}").c_str());
+  server.restore_domain(backup);
+  EXPECT_TRUE(eventually([&] { return !server.sent().empty(); }));
+  const auto lab = std::dynamic_pointer_cast<RrmWorker>(server.find_worker("lab"));
+  RrmWorker::ApCounts counts;
+  ASSERT_TRUE(eventually([&] {
+    lab->execute_locked([&] { counts = lab->ap_counts(); });
+    return counts.active == 1;
+  }));
+  EXPECT_EQ(counts.deleted, 1) << "the other one";
+  server.release();
+  set_event_hook(nullptr);
+  set_log_hook(nullptr);
 }
 
 // --- The server as it is outside of tests.
