@@ -22,7 +22,7 @@ using zal::bus::Fields;
 
 namespace {
 
-constexpr std::chrono::seconds time_to_answer{30};
+constexpr std::chrono::seconds longest_time_to_answer{30};
 
 // Whoever reads what is said may go away: that is no reason to end.
 zal::bus::UniqueFd catch_signals() {
@@ -32,6 +32,12 @@ zal::bus::UniqueFd catch_signals() {
   for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) sigaddset(&caught, signal);
   sigprocmask(SIG_BLOCK, &caught, nullptr);
   return zal::bus::UniqueFd(signalfd(-1, &caught, SFD_NONBLOCK | SFD_CLOEXEC));
+}
+
+// How long the client wants to wait, if it says so.
+std::chrono::seconds time_to_answer(const Fields& request) {
+  const auto longest = std::int64_t{longest_time_to_answer.count()};
+  return std::chrono::seconds(std::clamp<std::int64_t>(request.number("seconds").value_or(longest), 0, longest));
 }
 
 // The numbers from bus_open on are the bus's own and never answered.
@@ -225,22 +231,25 @@ void Controller::pass_on(Control::ClientId client, const Fields& request) {
   const auto type = message->number("type");
   if (!type) return control_.fail(client, "bad frame: no number 'type'");
   if (!is_of_the_family(*type)) return control_.fail(client, "bad frame: 'type' goes from 0 to 999");
+  const auto before = site_.message_before(*message);
   const bool is_kept = site_.remember(*message);
   if (supervisor_.phase() == Supervisor::Phase::running && bus_.has_daemon())
-    pass_on_to_daemon(client, std::move(*message), *type);
+    pass_on_to_daemon({client, *type, Clock::now() + time_to_answer(request), std::nullopt}, before,
+                      std::move(*message));
   else if (is_kept)
     control_.succeed(client, {{"kept", true}});
   else
     control_.fail(client, std::string("zal_rrm is not running: ") + phase_name(supervisor_.phase()));
 }
 
-void Controller::pass_on_to_daemon(Control::ClientId client, Fields message, std::int64_t type) {
+void Controller::pass_on_to_daemon(const Pending& request, const std::optional<Fields>& before, Fields message) {
   const std::int64_t id = next_id_++;
   message.set("id", id);
-  if (bus_.send(message))
-    pending_[id] = Pending{client, type, Clock::now() + time_to_answer, std::nullopt};
+  const bool is_prepared = !before || bus_.send(*before);
+  if (is_prepared && bus_.send(message))
+    pending_[id] = request;
   else
-    control_.fail(client, "zal_rrm does not read");
+    control_.fail(request.client, "zal_rrm does not read");
 }
 
 }  // namespace controller

@@ -57,7 +57,8 @@ class Controller final : private SupervisorOrders, private BusListener {
   void answer_status(Control::ClientId client);
   void answer_alarms(Control::ClientId client, bool follow);
   void pass_on(Control::ClientId client, const zal::bus::Fields& request);
-  void pass_on_to_daemon(Control::ClientId client, zal::bus::Fields message, std::int64_t type);
+  void pass_on_to_daemon(const Pending& request, const std::optional<zal::bus::Fields>& before,
+                         zal::bus::Fields message);
   void give_up_requests(const std::string& reason, Clock::time_point due);
 
   void wait_for_events();

@@ -76,6 +76,15 @@ bool Site::remember_ap(const std::string* mac, const std::string* text) {
   return true;
 }
 
+std::optional<Fields> Site::message_before(const Fields& passed) const {
+  constexpr int state_type = zal::IPC_MSG__VRRP_STATE::type_number;
+  if (passed.number("type") != state_type || passed.number("state") != 0 || vrrp_state != undecided)
+    return std::nullopt;
+  Fields first = message(state_type);
+  first.set("state", std::int64_t{1});
+  return first;
+}
+
 std::vector<Fields> Site::messages() const {
   std::vector<Fields> all{message(zal::IPC_MSG__PEERS_READY::type_number)};
   all.push_back(message(zal::IPC_MSG__VRRP_STATE::type_number));

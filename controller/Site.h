@@ -23,6 +23,10 @@ class Site {
 
   // Takes over what a message says of these, unless it is nothing that a daemon could start with. True if so.
   bool remember(const zal::bus::Fields& message);
+  // What a running daemon must be told right before this message, by what it was told until now. A daemon that goes
+  // straight from undecided to master restores its domains, but keeps no backups of them from then on; by way of state
+  // 1 it does both.
+  std::optional<zal::bus::Fields> message_before(const zal::bus::Fields& message) const;
   // The messages that tell a daemon everything, in the order in which it wants them.
   std::vector<zal::bus::Fields> messages() const;
   // "master", "backup" or "undecided", as the state orders it; "none" while there is no setup or it is disabled.

@@ -3,28 +3,28 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "controller/ControlClient.h"
 #include "controller/LogReader.h"
-#include "controller/StateDir.h"
 #include "controller/alarms.h"
 #include "controller/files.h"
+#include "controller/zalctl_base.h"
+#include "controller/zalctl_requests.h"
+#include "controller/zalctl_status.h"
 #include "zal/IMsg.h"
 #include "zal/MacAddr.h"
 
 namespace {
 
 using controller::ControlClient;
-using controller::StateDir;
+using controller::CtlAction;
+using controller::print;
 using zal::bus::Fields;
 
-struct Options {
-  std::string state = ".zal";
-  bool json = false;
+struct Options : controller::CtlBase {
   bool follow = false;
   bool clear = false;
   std::string file;
@@ -32,42 +32,9 @@ struct Options {
   std::string text;
   std::vector<std::string> fields;
   std::int64_t number = 0;
-
-  StateDir directory() const { return StateDir(state); }
 };
 
-void print(const std::string& line) {
-  if (std::printf("%s\n", line.c_str()) < 0 || std::fflush(stdout) != 0) throw std::runtime_error("cannot print");
-}
-
-Fields ask(const Options& options, const Fields& request) {
-  ControlClient client(options.directory());
-  client.send(request);
-  return client.receive();
-}
-
-std::string duration_text(std::int64_t seconds) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", static_cast<long long>(seconds / 3600),
-                static_cast<long long>(seconds / 60 % 60), static_cast<long long>(seconds % 60));
-  return text;
-}
-
-void status(const Options& options) {
-  const Fields answer = ask(options, {{"command", "status"}});
-  if (options.json) return print(to_json(answer));
-  print("zal_rrm     " + *answer.text("phase"));
-  print("pid         " + (answer.number("pid") == 0 ? "none" : std::to_string(*answer.number("pid"))));
-  print("up-time     " + duration_text(*answer.number("uptime")));
-  print("VRRP state  " + std::to_string(*answer.number("vrrp")));
-  print("role        " + *answer.text("role"));
-}
-
 // A message of the bus. What a person sees is whether it was served; the raw reply is for programs.
-Fields send_message(const Options& options, const Fields& message) {
-  return ask(options, {{"command", "send"}, {"frame", to_json(message)}});
-}
-
 void send_known(const Options& options, const Fields& message) {
   const Fields answer = send_message(options, message);
   if (options.json) return print(to_json(answer));
@@ -142,9 +109,7 @@ void stop(const Options& options) {
   print(options.json ? to_json(answer) : "zal_rrm has ended");
 }
 
-using Action = std::function<void()>;
-
-void add_messages(CLI::App& app, Options& options, Action& action) {
+void add_messages(CLI::App& app, Options& options, CtlAction& action) {
   auto* const setup_command = app.add_subcommand("setup", "send a setup");
   setup_command->add_option("FILE", options.file)->required();
   setup_command->callback([&] { action = [&options] { setup(options); }; });
@@ -167,9 +132,9 @@ void add_messages(CLI::App& app, Options& options, Action& action) {
       [&action, &options, text] { action = [&options, text] { send(options, text->count() > 0); }; });
 }
 
-void add_questions(CLI::App& app, Options& options, Action& action) {
-  app.add_subcommand("status", "pid, up-time, VRRP state, role")->callback([&] {
-    action = [&options] { status(options); };
+void add_questions(CLI::App& app, Options& options, CtlAction& action) {
+  app.add_subcommand("status", "pid, up-time, VRRP state, role, running domains")->callback([&] {
+    action = [&options] { controller::tell_status(options); };
   });
   auto* const alarms_command = app.add_subcommand("alarms", "what the daemon raised");
   alarms_command->add_flag("--follow", options.follow);
@@ -188,7 +153,8 @@ void add_questions(CLI::App& app, Options& options, Action& action) {
 
 int main(int argc, char** argv) {
   Options options;
-  Action action;
+  controller::RequestOptions request_options;
+  CtlAction action;
   CLI::App app("Asks a running zal_controller.", "zalctl");
   app.add_option("--state", options.state, "the controller's state directory")->capture_default_str();
   app.add_flag("--json", options.json, "answers as JSON, one object a line");
@@ -196,6 +162,8 @@ int main(int argc, char** argv) {
   app.fallthrough();
   add_questions(app, options, action);
   add_messages(app, options, action);
+  controller::add_requests(app, options, request_options, action);
+  controller::add_api(app, options, request_options, action);
   CLI11_PARSE(app, argc, argv);
   if (!action) return app.exit(CLI::RequiredError("A command"));
   try {

@@ -6,6 +6,8 @@ to join the bus.
   deaf     runs, and does not end when it is ordered to
   dying    ends with status 7 at once
   mute     runs, and answers nothing
+  scripted answers as the JSON file FAKE_SCRIPT tells, an object of types to the frame that answers them, null for none;
+           a type that is not in it is answered with error 4. Prints every frame that it serves
 """
 import json
 import os
@@ -43,6 +45,19 @@ def answer(bus, frame):
     send(bus, type=1004, id=frame["id"], error=0 if frame["type"] == 173 else 4)
 
 
+def answer_by_script(bus, frame):
+    with open(os.environ["FAKE_SCRIPT"]) as file:
+        script = json.load(file)
+    asker = frame.pop("id", None)
+    print(json.dumps(frame, separators=(",", ":")), flush=True)
+    reply = script.get(str(frame["type"]))
+    if asker is None:
+        return
+    if reply:
+        send(bus, id=asker, **reply)
+    send(bus, type=1004, id=asker, error=0 if str(frame["type"]) in script else 4)
+
+
 def main():
     behaviour = os.environ["FAKE_DAEMON"]
     if behaviour == "dying":
@@ -64,6 +79,8 @@ def main():
             sys.exit(0)
         if behaviour == "alarms":
             answer(bus, frame)
+        if behaviour == "scripted":
+            answer_by_script(bus, frame)
 
 
 main()

@@ -169,7 +169,7 @@ TEST_F(ControllerProcess, StatusTellsThePidTheTimeTheStateAndTheRole) {
                                          "\nup-time     0:0.:..\nVRRP state  1\nrole        master\n"));
   const Finished raw = zalctl({"--json", "status"});
   EXPECT_THAT(raw.output, MatchesRegex(R"(\{"phase":"running","pid":)" + pid +
-                                       R"(,"uptime":[0-9]+,"vrrp":1,"role":"master","ok":true\}.)"));
+                                       R"(,"uptime":[0-9]+,"vrrp":1,"role":"master","domains":\[\],"ok":true\}.)"));
 }
 
 TEST_F(ControllerProcess, ASetupAndAStateSentLaterTakeEffect) {
@@ -177,7 +177,7 @@ TEST_F(ControllerProcess, ASetupAndAStateSentLaterTakeEffect) {
   ASSERT_GT(daemon_pid(controller), 0);
   EXPECT_THAT(zalctl({"status"}).output, HasSubstr("role        none\n"));
   EXPECT_EQ(zalctl({"setup", setup_file(setup_text())}), (Finished{0, "served\n"}));
-  EXPECT_THAT(zalctl({"status"}).output, HasSubstr("role        undecided\n"));
+  EXPECT_THAT(zalctl({"status"}).output, HasSubstr("VRRP state  3\nrole        backup\n"));
   EXPECT_EQ(zalctl({"vrrp", "1"}), (Finished{0, "served\n"}));
   EXPECT_TRUE(answers());
   EXPECT_EQ(zalctl({"vrrp", "2"}), (Finished{0, "served\n"}));

@@ -340,5 +340,18 @@ TEST(ControllerLogReader, WithoutALogThereIsNone) {
   EXPECT_THROW(LogReader("/nowhere/log"), std::runtime_error);
 }
 
+TEST(ControllerSite, OnlyFromUndecidedToMasterThereIsAStateBetween) {
+  const auto vrrp = [](std::int64_t state) { return Fields{{"type", std::int64_t{162}}, {"state", state}}; };
+  for (std::int64_t from = 0; from <= 3; ++from)
+    for (std::int64_t to = -1; to <= 4; ++to) {
+      SCOPED_TRACE(std::to_string(from) + " to " + std::to_string(to));
+      Site site;
+      site.vrrp_state = from;
+      EXPECT_EQ(site.message_before(vrrp(to)), from == 3 && to == 0 ? std::optional(vrrp(1)) : std::nullopt);
+    }
+  EXPECT_EQ(Site().message_before({{"type", std::int64_t{162}}}), std::nullopt);
+  EXPECT_EQ(Site().message_before({{"type", std::int64_t{126}}, {"state", std::int64_t{0}}}), std::nullopt);
+}
+
 }  // namespace
 }  // namespace controller
