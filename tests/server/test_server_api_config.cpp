@@ -143,6 +143,7 @@ TEST_F(ApiConfig, SetWithoutWhatItNeedsIsNotAnswered) {
            R"({"operation":"set","level":"domain","domain":"lab","config":null})",
            R"({"operation":"set","level":"domain","domain":"lab","config":"shop"})",
            R"({"operation":"set","level":"domain","domain":"lab","config":{"pattern":""}})",
+           R"({"operation":"set","level":"domain","domain":"lab","config":{"pattern":"","time_zone":"99:00"}})",
            R"({"operation":"set","level":"domain","domain":"lab","config":{"pattern":1}})",
            R"({"operation":"set","level":"domain","domain":"lab","pattern":"shop","config":{"time_zone":"1:00"}})",
            R"({"operation":"set","level":"domain","domain":"cellar","config":{"pattern":"shop"}})",
