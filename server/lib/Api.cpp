@@ -291,7 +291,7 @@ void process_domain_request(const RRM& rrm, const JsonReader& request, JsonWrite
 // One look at the table serves all numbers: an operator may name every session of a full server.
 void drop_sessions(RRM& rrm, const JsonReader& ids) {
   const auto websocket = std::dynamic_pointer_cast<WebsockServerWorker>(rrm.websocket());
-  if (websocket == nullptr || ids.size() == 0) return;
+  if (websocket == nullptr) return;
   std::unordered_multimap<std::uint32_t, BaseSession> sessions;
   for (const auto& session : websocket->sessions_snapshot())
     sessions.emplace(session->id, static_cast<const BaseSession&>(*session));
