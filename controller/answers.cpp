@@ -65,7 +65,8 @@ std::string cell(const json& object, const char* key) {
 
 std::string yes_or_no(const json& value) {
   if (value.is_null()) return "";
-  return value == 0 || value == false || value == "Disable" ? "no" : "yes";
+  const bool is_no = value.is_boolean() ? !value.get<bool>() : value == 0 || value == "Disable";
+  return is_no ? "no" : "yes";
 }
 
 std::string up_or_down(const json& value) {
