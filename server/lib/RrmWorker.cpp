@@ -52,6 +52,13 @@ void erase_ap(ApMap& set, const std::shared_ptr<ApEntry>& ap) {
   if (node != set.end()) set.erase_node(node);
 }
 
+// An AP that returned under another of its addresses stands in the set under that one; it is known by its own as well.
+std::shared_ptr<ApEntry> find_ap(const ApMap& set, const MacAddr& mac) {
+  if (auto found = set.find_by_any_mac(mac)) return found;
+  const auto node = std::find_if(set.begin(), set.end(), [&](const auto& entry) { return entry.second->mac == mac; });
+  return node != set.end() ? node->second : nullptr;
+}
+
 std::int32_t count_of(const ApMap& set) {
   return static_cast<std::int32_t>(set.size());
 }
@@ -629,7 +636,7 @@ bool RrmWorker::report_ap(const MacAddr& mac, ApForm form, JsonWriter& writer) c
   const std::pair<const ApMap*, const char*> sets[] = {
       {&aps_, "active-ap"}, {&deleted_aps_, "deleted-ap"}, {&unanswered_aps_, "unanswered-ap"}};
   for (const auto& [set, key] : sets) {
-    const auto ap = set->find_by_any_mac(mac);
+    const auto ap = find_ap(*set, mac);
     if (ap == nullptr) continue;
     JsonWriter object = JsonWriter::object(writer, key);
     form == ApForm::links ? ap->dump_fbt_json(object) : ap->dump_json(object);

@@ -169,6 +169,19 @@ TEST_F(Queries, AnyAddressOfAnEnabledRadioNamesItsAccessPointInEverySet) {
   }
 }
 
+// The status tells its own address, so it is the one that is asked for next.
+TEST_F(Queries, AnAccessPointThatReturnedUnderAnotherAddressIsFoundUnderItsOwn) {
+  start_with({ap1});
+  publish();
+  drop(1);
+  subscribe(2, a_subscribe("00:11:22:33:44:10").with_radio(a_5ghz_radio()));
+  ASSERT_EQ(aps().find(MacAddr::parse(ap1)), nullptr);
+  EXPECT_EQ(found(ap1), "active-ap 00:11:22:33:44:00");
+  EXPECT_EQ(found("00:11:22:33:44:10"), "active-ap 00:11:22:33:44:00");
+  drop(2);
+  EXPECT_EQ(found(ap1), "deleted-ap 00:11:22:33:44:00");
+}
+
 // Where sets dispute an address, the earlier set wins, though another knows it as an access point's own.
 TEST_F(Queries, TheActiveOnesAreAskedFirstThenTheGoneThenTheSilent) {
   start();
