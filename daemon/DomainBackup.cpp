@@ -16,8 +16,9 @@ namespace {
 
 constexpr const char* extension = ".json";
 
-// What is written beside a backup until it is whole.
-constexpr const char* unfinished_extension = ".json.tmp";
+// A backup is written under this name until it is whole. One name serves all: backups are written one by one, and it
+// fits wherever the name of a domain's file does.
+constexpr const char* unfinished_name = ".unfinished";
 
 std::string text_at(const zal::cfg_t* node, const char* key) {
   std::string text;
@@ -31,8 +32,23 @@ void for_each_element(const zal::cfg_t* array, Visit visit) {
   while (const zal::cfg_t* element = zal::cfg_next_array_iterator(walk.get())) visit(element);
 }
 
-zal::cfg_tree parse(const std::string& text) {
+zal::cfg_tree parse_strictly(const std::string& text) {
   return zal::cfg_tree(zal::cfg_parse_buffer(text.data(), text.size()));
+}
+
+// The same text with U+FFFD for every byte that is not UTF-8, which is how a tree writes such bytes.
+std::string as_utf8(const std::string& text) {
+  const zal::cfg_tree written(zal::cfg_get_empty());
+  zal::cfg_set_param(written.get(), "/text", text);
+  return text_at(parse_strictly(zal::cfg_serialize_compact(written.get())).get(), "text");
+}
+
+// A network's name may be any bytes, but a tree is UTF-8.
+zal::cfg_tree parse(const std::string& text) {
+  zal::cfg_tree tree = parse_strictly(text);
+  if (tree == nullptr) tree = parse_strictly(as_utf8(text));
+  if (tree == nullptr) throw ApiFailure(answers::malformed);
+  return tree;
 }
 
 // Puts the full form of the VAPs, keys and all, in place of the short one in each radio of an access point.
@@ -57,16 +73,34 @@ void copy_value(const zal::cfg_t* from, const char* key, zal::cfg_t* to) {
   if (value != nullptr) zal::cfg_set_param(to, (std::string("/") + key).c_str(), value);
 }
 
-[[noreturn]] void fail(const std::string& what, const std::string& file) {
-  throw ApiFailure(what + " '" + file + "': " + std::strerror(errno));
+bool is_written(const std::string& file, const std::string& text) {
+  std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+  stream << text;
+  stream.close();
+  return !stream.fail();
 }
 
+// A full disk is given back what the attempt took.
 void replace_file(const std::string& file, const std::string& unfinished, const std::string& text) {
-  std::ofstream stream(unfinished, std::ios::binary | std::ios::trunc);
-  if (!stream) fail("cannot open", unfinished);
-  if (!(stream << text) || !stream.flush()) fail("cannot write", unfinished);
-  stream.close();
-  if (std::rename(unfinished.c_str(), file.c_str()) != 0) fail("cannot replace", file);
+  if (is_written(unfinished, text) && std::rename(unfinished.c_str(), file.c_str()) == 0) return;
+  const int reason = errno;
+  static_cast<void>(std::remove(unfinished.c_str()));
+  throw ApiFailure("cannot write '" + file + "': " + std::strerror(reason));
+}
+
+// A text that would break the command that all backups are joined in must not keep the others from being restored: it
+// has to be readable by itself and in its place.
+bool is_backup(const std::string& text) {
+  if (rrm::JsonReader(text.c_str()).empty()) return false;
+  const rrm::JsonReader command(commands::role_master({text}).c_str());
+  return command.get("vrrp").get("domains").at(0).has("name");
+}
+
+// Up to the first zero byte: a file system that lost its power may have left a file longer than it was written.
+std::string read_text(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  const std::string content{std::istreambuf_iterator<char>(stream), {}};
+  return content.c_str();
 }
 
 }  // namespace
@@ -90,7 +124,7 @@ bool DomainBackup::has_directory() const {
 void DomainBackup::write_file(const std::string& domain) const {
   if (domain.find('/') != std::string::npos) throw ApiFailure("no file can be named after domain '" + domain + "'");
   const std::string text = build_domain_backup(domain);
-  replace_file(directory_ + domain + extension, directory_ + domain + unfinished_extension, text);
+  replace_file(directory_ + domain + extension, directory_ + unfinished_name, text);
 }
 
 std::string DomainBackup::build_domain_backup(const std::string& domain) const {
@@ -134,11 +168,11 @@ zal::cfg_tree DomainBackup::ap_picture(const std::string& domain, const std::str
 std::vector<std::string> DomainBackup::load_all() const {
   std::vector<std::string> backups;
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(directory_, error)) {
-    if (!entry.is_regular_file(error) || entry.path().extension() != extension) continue;
-    std::ifstream stream(entry.path(), std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (parse(text) != nullptr) backups.push_back(std::move(text));
+  std::error_code not_told;
+  for (std::filesystem::directory_iterator at(directory_, error), end; !error && at != end; at.increment(error)) {
+    if (at->path().extension() != extension || !at->is_regular_file(not_told)) continue;
+    std::string text = read_text(at->path());
+    if (is_backup(text)) backups.push_back(std::move(text));
   }
   return backups;
 }

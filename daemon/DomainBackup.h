@@ -1,6 +1,8 @@
 // The backup of each domain, one file a domain, from which a new master takes the domain over: its access points with
 // their radios, plans, 802.11r keys and what they heard. A backup is a series of ordinary questions to the running
-// server. A file is replaced as a whole: whoever reads it, after a crash too, finds the old one or the new one.
+// server. A file is replaced as a whole: whoever reads it, also after this process has crashed, finds the old one or
+// the new one. Files are written too often to wait for the disk: a failure of the power may cut the youngest, which is
+// then passed over like any file that is no backup.
 //
 // Main thread only; the interface is not owned.
 #pragma once
