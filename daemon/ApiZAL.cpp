@@ -16,10 +16,6 @@ using rrm::JsonWriter;
 
 constexpr const char* failure_text = R"({"status":"failure"})";
 
-bool is_failure(const JsonReader& answer) {
-  return answer.has("error") || std::string(answer.get_string("status")) == "failure";
-}
-
 }  // namespace
 
 // Commands
@@ -58,7 +54,7 @@ JsonReader ApiZAL::ask(const std::string& command, const std::string& no_answer)
   const Answer text = run(command);
   if (!text) throw ApiFailure(no_answer);
   JsonReader answer(text->c_str());
-  if (is_failure(answer)) throw ApiFailure(answers::failure);
+  if (answers::is_failure(answer)) throw ApiFailure(answers::failure);
   return answer;
 }
 

@@ -77,7 +77,7 @@ class ApiZAL : public rrm::Api {
 
   // The name of the band of an access point's radio, as the controller's knowledge of the board has it.
   std::string band_of(const std::string& mac, int radio_id) const;
-  RadiosByBand get_radios(const std::string& location, const std::string& mac);
+  RadiosByBand get_radios(const std::string& location, const std::string& ap_mac);
   Radio read_radio(const rrm::JsonReader& interface) const;
   static void write_stat(rrm::JsonWriter& array, const Radio& radio);
   static void write_radio(rrm::JsonWriter& json, const std::string& band, const Radio& radio);

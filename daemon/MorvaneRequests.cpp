@@ -49,16 +49,19 @@ std::string report_description(const Request& request, const std::string& locati
 zal::IpcMsgMorvaneResponse MorvaneRequests::serve(const Request& request) {
   Outcome outcome;
   outcome.error = invalid_parameters(request);
-  if (outcome.error.empty()) act(request, outcome);
-  if (!outcome.done) {
-    trace.warn("rrm request for %s failed, reason: '%s'", outcome.description.c_str(), outcome.error.c_str());
-  }
+  if (outcome.error.empty()) act_and_log(request, outcome);
   zal::IpcMsgMorvaneResponse response;
   response.kind = request.kind;
   response.failed = outcome.done ? 0 : 1;
   *response.error = outcome.error;
   *response.result = outcome.answer;
   return response;
+}
+
+void MorvaneRequests::act_and_log(const Request& request, Outcome& outcome) {
+  act(request, outcome);
+  if (outcome.done) return;
+  trace.warn("rrm request for %s failed, reason: '%s'", outcome.description.c_str(), outcome.error.c_str());
 }
 
 void MorvaneRequests::act(const Request& request, Outcome& outcome) {

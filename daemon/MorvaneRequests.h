@@ -11,7 +11,7 @@ class MorvaneRequests {
  public:
   explicit MorvaneRequests(ApiZAL& api) : api_(api) {}
 
-  // A failure is logged too.
+  // A failure is logged too, unless it is the asker's: of a request that cannot be read only the asker is told.
   zal::IpcMsgMorvaneResponse serve(const zal::IpcMsgMorvaneRequest& request);
 
  private:
@@ -23,6 +23,7 @@ class MorvaneRequests {
     std::string error;
   };
 
+  void act_and_log(const zal::IpcMsgMorvaneRequest& request, Outcome& outcome);
   void act(const zal::IpcMsgMorvaneRequest& request, Outcome& outcome);
   void act_on_location(const zal::IpcMsgMorvaneRequest& request, Outcome& outcome);
   void act_on_ap(const zal::IpcMsgMorvaneRequest& request, Outcome& outcome);

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <charconv>
 #include <ctime>
+#include <sstream>
 #include <utility>
 #include <vector>
 
 #include "DomainBackup.h"
 #include "MorvaneRequests.h"
 #include "SetupChanges.h"
+#include "answers.h"
 #include "commands.h"
 #include "json/JsonReader.h"
 #include "mac_filter_orders.h"
@@ -27,14 +29,16 @@ const Message& as(const zal::IMsg& msg) {
   return dynamic_cast<const Message&>(msg);
 }
 
-// The numbers of a list that is joined by commas; what is none is passed over.
+// The numbers of a list that is joined by commas; an entry that is none is passed over.
 std::vector<int> numbers_in(const std::string& list) {
   std::vector<int> numbers;
-  for (const char* at = list.data(); at < list.data() + list.size();) {
+  std::istringstream entries(list);
+  for (std::string entry; std::getline(entries, entry, ',');) {
+    const char* const begin = entry.data() + std::min(entry.find_first_not_of(' '), entry.size());
+    const char* const end = entry.data() + entry.find_last_not_of(' ') + 1;
     int number = 0;
-    const auto [end, error] = std::from_chars(at, list.data() + list.size(), number);
-    if (error == std::errc()) numbers.push_back(number);
-    at = std::max(end, at + 1);
+    const auto [stop, error] = std::from_chars(begin, end, number);
+    if (error == std::errc() && stop == end) numbers.push_back(number);
   }
   return numbers;
 }
@@ -52,7 +56,7 @@ std::shared_ptr<zal::IPC_MSG__RRM_REPORT_RESP> report_reply() {
 }
 
 bool is_obeyed(const ApiZAL::Answer& answer) {
-  return answer && std::string(rrm::JsonReader(answer->c_str()).get_string("status")) == "success";
+  return answer && !answers::is_failure(rrm::JsonReader(answer->c_str()));
 }
 
 bool is_json_object(const std::string& text) {

@@ -1,6 +1,7 @@
 #include "SetupChanges.h"
 
 #include "Config.h"
+#include "answers.h"
 #include "commands.h"
 #include "trace.h"
 
@@ -10,7 +11,7 @@ using rrm::JsonReader;
 
 // Nothing of what the edit asked for was done.
 bool is_refused(const JsonReader& answer) {
-  if (std::string(answer.get_string("status")) == "failure") return true;
+  if (answers::is_failure(answer)) return true;
   if (answer.has("add_status")) return std::string(answer.get_string("add_status")) != "Success";
   return answer.get_int("remove_status") != 0 || answer.get("invalid_parameters").size() != 0;
 }

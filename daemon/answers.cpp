@@ -1,9 +1,17 @@
 #include "answers.h"
 
+#include <arpa/inet.h>
+
+#include <new>
+
 #include "ApiZAL.h"
 #include "zal/MacAddr.h"
 
 namespace answers {
+
+bool is_failure(const rrm::JsonReader& answer) {
+  return answer.has("error") || std::string(answer.get_string("status")) == "failure";
+}
 
 bool attempt(std::string& error, const std::function<void()>& request) {
   try {
@@ -11,6 +19,9 @@ bool attempt(std::string& error, const std::function<void()>& request) {
     return true;
   } catch (const ApiFailure& reason) {
     error = reason.what();
+    return false;
+  } catch (const std::bad_alloc&) {
+    error = no_memory;
     return false;
   }
 }
@@ -20,7 +31,8 @@ void for_each(const rrm::JsonReader& array, const std::function<void(const rrm::
 }
 
 bool has_ip(const zal::IpcMsgRrmApInfo& record) {
-  return record.get_ip() && !record.get_ip()->empty() && *record.get_ip() != "0.0.0.0";
+  in_addr address{};
+  return record.get_ip() && inet_pton(AF_INET, record.get_ip()->c_str(), &address) == 1 && address.s_addr != INADDR_ANY;
 }
 
 std::string mac_text(const char* text) {

@@ -11,6 +11,10 @@ namespace answers {
 
 inline constexpr const char* failure = "failure from morvane api";
 inline constexpr const char* malformed = "malformed answer from morvane api";
+inline constexpr const char* no_memory = "internal error";
+
+// The answer to a command that was not carried out.
+bool is_failure(const rrm::JsonReader& answer);
 
 // Runs a request; false, with the reason, if it failed.
 bool attempt(std::string& error, const std::function<void()>& request);

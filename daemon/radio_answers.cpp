@@ -113,7 +113,8 @@ ApiZAL::Radio ApiZAL::read_radio(const JsonReader& interface) const {
 }
 
 // Of two radios of one band the first stays.
-ApiZAL::RadiosByBand ApiZAL::get_radios(const std::string& location, const std::string& mac) {
+ApiZAL::RadiosByBand ApiZAL::get_radios(const std::string& location, const std::string& ap_mac) {
+  const std::string mac = answers::mac_text(ap_mac.c_str());
   const JsonReader answer =
       ask(commands::ap(location, mac), "no answer on morvane api request for specific ap '" + mac + "'");
   if (answer.has("deleted-ap")) throw ApiFailure("ap not found");
@@ -122,7 +123,7 @@ ApiZAL::RadiosByBand ApiZAL::get_radios(const std::string& location, const std::
   answers::for_each(ap.get("radios").get("interfaces"), [&](const JsonReader& interface) {
     const std::string band = band_of(mac, interface.get_int("id"));
     Radio radio = read_radio(interface);
-    radio.ap_mac = answers::mac_text(mac.c_str());
+    radio.ap_mac = mac;
     radios.try_emplace(band, std::move(radio));
   });
   return radios;
@@ -210,14 +211,13 @@ bool ApiZAL::morvane_ap(const zal::MacAddr& mac, std::string& answer, std::strin
 // Roaming
 
 void ApiZAL::add_roaming_vaps(const JsonReader& ap, std::map<std::string, std::vector<RoamingVap>>& vaps) const {
-  const std::string mac = ap.get_string("mac");
+  const std::string mac = answers::mac_text(ap.get_string("mac"));
   answers::for_each(ap.get("radios"), [&](const JsonReader& radio) {
     const std::string band = band_of(mac, radio.get_int("id"));
     answers::for_each(radio.get("vaps"), [&](const JsonReader& vap) {
-      vaps[band].push_back({answers::mac_text(vap.get_string("mac")), vap.get_int("id"), answers::mac_text(mac.c_str()),
-                            vap.get_string("ssid"), vap.get_int("use_802dot11k") != 0,
-                            vap.get_int("use_802dot11r") != 0, vap.get_int("use_802dot11v") != 0,
-                            vap.get("fbt-links").size()});
+      vaps[band].push_back({answers::mac_text(vap.get_string("mac")), vap.get_int("id"), mac, vap.get_string("ssid"),
+                            vap.get_int("use_802dot11k") != 0, vap.get_int("use_802dot11r") != 0,
+                            vap.get_int("use_802dot11v") != 0, vap.get("fbt-links").size()});
     });
   });
 }

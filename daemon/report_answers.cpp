@@ -1,4 +1,5 @@
 // The reports of optimisations, as rows by band.
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <utility>
@@ -6,6 +7,7 @@
 #include "ApiZAL.h"
 #include "answers.h"
 #include "commands.h"
+#include "core/clock.h"
 #include "json/JsonWriter.h"
 #include "trace.h"
 #include "zal/boards.h"
@@ -22,23 +24,21 @@ struct ApiZAL::ReportRows {
 
 namespace {
 
-std::string utc_text(const std::tm& time) {
+std::string utc_text(std::time_t time) {
+  std::tm utc{};
+  gmtime_r(&time, &utc);
   std::array<char, 64> text{};
-  std::strftime(text.data(), text.size(), "%Y-%m-%d,%H:%M:%S UTC", &time);
+  std::strftime(text.data(), text.size(), "%Y-%m-%d,%H:%M:%S UTC", &utc);
   return text.data();
 }
 
-// From the midnight that began the day so many days ago until now.
+// From the midnight that began the day so many days ago until now. There are no reports of before 1970, and the list
+// of reports reads no such date.
 std::pair<std::string, std::string> period_of_days(std::uint32_t days) {
-  const std::time_t now = std::time(nullptr);
-  std::tm finish{};
-  gmtime_r(&now, &finish);
-  std::tm start = finish;
-  start.tm_mday -= static_cast<int>(days);
-  start.tm_hour = start.tm_min = start.tm_sec = 0;
-  const std::time_t start_time = timegm(&start);
-  gmtime_r(&start_time, &start);
-  return {utc_text(start), utc_text(finish)};
+  constexpr std::int64_t day = 24 * 60 * 60;
+  const std::int64_t now = rrm::wall_seconds().value_or(0);
+  const std::int64_t start = now - now % day - days * day;
+  return {utc_text(std::max<std::int64_t>(start, 0)), utc_text(now)};
 }
 
 // The levels and channels of a radio before and after; the EIRP where the report has it.
