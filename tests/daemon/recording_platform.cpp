@@ -38,6 +38,17 @@ void Platform::note(const std::string& line) {
 void Platform::clear() {
   const rrm::MutexLock lock(mutex_);
   notes_.clear();
+  sent_.clear();
+}
+
+std::vector<std::shared_ptr<IMsg>> Platform::sent() const {
+  const rrm::MutexLock lock(mutex_);
+  return sent_;
+}
+
+void Platform::keep(std::shared_ptr<IMsg> message) {
+  const rrm::MutexLock lock(mutex_);
+  sent_.push_back(std::move(message));
 }
 
 }  // namespace testing
@@ -130,6 +141,7 @@ void IpcPort::run_once_for_timeout(long ms) {
 }
 void IpcPort::send(std::shared_ptr<IMsg> msg) {
   platform().note("send: " + std::to_string(msg->type()));
+  platform().keep(std::move(msg));
 }
 void IpcPort::set_SendAndRecv() {
   platform().note("set_SendAndRecv");

@@ -24,6 +24,9 @@ class Platform {
   std::vector<std::string> notes() const RRM_EXCLUDES(mutex_);
   void note(const std::string& line) RRM_EXCLUDES(mutex_);
   void clear() RRM_EXCLUDES(mutex_);
+  // The messages that a port was given to send, in order; cleared with the notes.
+  std::vector<std::shared_ptr<IMsg>> sent() const RRM_EXCLUDES(mutex_);
+  void keep(std::shared_ptr<IMsg> message) RRM_EXCLUDES(mutex_);
 
   // What the platform answers. Set on the main thread before they are asked for.
   bool registers = true;
@@ -38,6 +41,7 @@ class Platform {
 
   mutable rrm::Mutex mutex_;
   std::vector<std::string> notes_ RRM_GUARDED_BY(mutex_);
+  std::vector<std::shared_ptr<IMsg>> sent_ RRM_GUARDED_BY(mutex_);
 };
 
 }  // namespace zal::testing
