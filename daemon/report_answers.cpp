@@ -35,7 +35,7 @@ std::string utc_text(std::time_t time) {
 // From the midnight that began the day so many days ago until now. There are no reports of before 1970, and the list
 // of reports reads no such date.
 std::pair<std::string, std::string> period_of_days(std::uint32_t days) {
-  constexpr std::int64_t day = 24 * 60 * 60;
+  constexpr std::int64_t day = 86400;
   const std::int64_t now = rrm::wall_seconds().value_or(0);
   const std::int64_t start = now - now % day - days * day;
   return {utc_text(std::max<std::int64_t>(start, 0)), utc_text(now)};
