@@ -1,6 +1,5 @@
 #include "RadioRM.h"
 
-#include <algorithm>
 #include <charconv>
 #include <ctime>
 #include <sstream>
@@ -34,8 +33,10 @@ std::vector<int> numbers_in(const std::string& list) {
   std::vector<int> numbers;
   std::istringstream entries(list);
   for (std::string entry; std::getline(entries, entry, ',');) {
-    const char* const begin = entry.data() + std::min(entry.find_first_not_of(' '), entry.size());
-    const char* const end = entry.data() + entry.find_last_not_of(' ') + 1;
+    const std::size_t first = entry.find_first_not_of(' ');
+    if (first == std::string::npos) continue;
+    const char* const begin = entry.data() + first;
+    const char* const end = entry.data() + (entry.find_last_not_of(' ') + 1);
     int number = 0;
     const auto [stop, error] = std::from_chars(begin, end, number);
     if (error == std::errc() && stop == end) numbers.push_back(number);
