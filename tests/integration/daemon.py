@@ -1,5 +1,6 @@
 """The real daemon under the small controller, in a state directory of its own and on a port of its own."""
 
+import contextlib
 import json
 import os
 import random
@@ -33,25 +34,37 @@ def free_port():
 
 
 class Daemon:
-    """Started by the constructor with a setup, which returns when access points can connect; ended by stop()."""
+    """Started by the constructor with a setup, which returns when the daemon serves: as master (vrrp 0 and 1) when access
+    points can connect, otherwise when it answers. Ended by stop(), or by kill() as a crash would. `state` is its state
+    directory, `port` the access points' port. `prefix` stands before the controller's command, for a network namespace of
+    its own; there whoever holds the address can say when it serves, and nothing is awaited but the answer."""
 
-    def __init__(self, controller, daemon, setup):
+    def __init__(self, controller, daemon, setup, vrrp=1, port=None, prefix=()):
         self.directory = tempfile.TemporaryDirectory(prefix="zal-wire-")
-        self.port = free_port()
+        self.state = os.path.join(self.directory.name, "state")
+        self.port = port or free_port()
+        self.zalctl_program = os.path.join(os.path.dirname(controller), "zalctl")
         setup_path = os.path.join(self.directory.name, "setup.json")
         with open(setup_path, "w", encoding="utf-8") as file:
             json.dump({**setup, "global": {**setup.get("global", {}), "enabled": 1, "listen_port": self.port}}, file)
         self.output_path = os.path.join(self.directory.name, "controller.out")
         with open(self.output_path, "wb") as output:
             self.process = subprocess.Popen(
-                [controller, "--state", os.path.join(self.directory.name, "state"), "--setup", setup_path, "--vrrp", "1",
-                 "--daemon", daemon],
+                [*prefix, controller, "--state", self.state, "--setup", setup_path, "--vrrp", str(vrrp), "--daemon", daemon],
                 stdout=output, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
-        self._await_listener()
+        self._await("does not serve", self._listens if vrrp < 2 and not prefix else self._answers)
 
     def output(self):
         with open(self.output_path, encoding="utf-8", errors="replace") as file:
             return file.read()
+
+    def zalctl(self, *arguments):
+        """What zalctl answers with --json, parsed; raises with its words if it fails."""
+        run = subprocess.run([self.zalctl_program, "--state", self.state, "--json", *arguments], capture_output=True,
+                             text=True, timeout=60, check=False)
+        if run.returncode != 0:
+            raise RuntimeError(f"zalctl {' '.join(arguments)}: {run.stderr.strip()}")
+        return json.loads(run.stdout) if run.stdout.strip() else None
 
     def stop(self):
         """Orders the end; the output must show one start and one end with status 0."""
@@ -64,16 +77,36 @@ class Daemon:
         if status != 0 or len(starts) != 1 or ends != [(starts[0], "status 0")]:
             raise AssertionError(f"the controller ended with {status}, the daemon not as it should:\n{output}")
 
-    def _await_listener(self):
+    def kill(self):
+        """Ends the controller first, which so cannot tell the daemon anything nor start another, then the daemon, each by
+        SIGKILL. The state directory stays."""
+        pid = int(re.findall(r"^zal_rrm started, pid (\d+)$", self.output(), re.MULTILINE)[-1])
+        self.process.kill()
+        with contextlib.suppress(ProcessLookupError):  # it dies with its controller
+            os.kill(pid, signal.SIGKILL)
+        self.process.wait()
+
+    def _listens(self):
+        try:
+            socket.create_connection(("127.0.0.1", self.port), 1).close()
+            return True
+        except OSError:
+            return False
+
+    def _answers(self):
+        try:
+            return self.zalctl("status").get("role") is not None
+        except RuntimeError:
+            return False
+
+    def _await(self, complaint, condition):
         deadline = time.monotonic() + 60
         while time.monotonic() < deadline and self.process.poll() is None:
-            try:
-                socket.create_connection(("127.0.0.1", self.port), 1).close()
+            if condition():
                 return
-            except OSError:
-                time.sleep(0.05)
+            time.sleep(0.05)
         output = self.output()
         self.process.kill()
         self.process.wait()
         self.directory.cleanup()
-        raise AssertionError("nobody listens:\n" + output)
+        raise AssertionError(f"zal_rrm {complaint}:\n{output}")
