@@ -48,11 +48,18 @@ class Daemon:
         with open(setup_path, "w", encoding="utf-8") as file:
             json.dump({**setup, "global": {**setup.get("global", {}), "enabled": 1, "listen_port": self.port}}, file)
         self.output_path = os.path.join(self.directory.name, "controller.out")
+        self._command = [*prefix, controller, "--state", self.state, "--setup", setup_path, "--daemon", daemon]
+        self._start(vrrp, self._listens if vrrp < 2 and not prefix else self._answers)
+
+    def start_again(self, vrrp):
+        """After kill(), a new controller with a new daemon on the state directory as it was left; returns when it answers."""
+        self._start(vrrp, self._answers)
+
+    def _start(self, vrrp, serves):
         with open(self.output_path, "wb") as output:
-            self.process = subprocess.Popen(
-                [*prefix, controller, "--state", self.state, "--setup", setup_path, "--vrrp", str(vrrp), "--daemon", daemon],
-                stdout=output, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL)
-        self._await("does not serve", self._listens if vrrp < 2 and not prefix else self._answers)
+            self.process = subprocess.Popen([*self._command, "--vrrp", str(vrrp)], stdout=output, stderr=subprocess.STDOUT,
+                                            stdin=subprocess.DEVNULL)
+        self._await("does not serve", serves)
 
     def output(self):
         with open(self.output_path, encoding="utf-8", errors="replace") as file:
@@ -95,7 +102,7 @@ class Daemon:
 
     def _answers(self):
         try:
-            return self.zalctl("status").get("role") is not None
+            return self.zalctl("status")["role"] in ("master", "backup")
         except RuntimeError:
             return False
 
