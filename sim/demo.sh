@@ -147,6 +147,13 @@ while listens; do
 done
 sed "s/\"listen_port\": *[0-9]*/\"listen_port\": $port/" "$setup" >"$state/setup.json"
 
+# What a controller knows of its access points by itself. It answers with their locations, addresses and bands.
+"$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --records "$state"
+if [ -e "$state/boards.json" ]; then
+  mkdir -p "$state/etc/zal"
+  mv "$state/boards.json" "$state/etc/zal/"
+fi
+
 exec 8> >(
   trap '' INT TERM HUP QUIT
   exec sed -u 's/^/controller | /'
@@ -156,6 +163,7 @@ prefix=$!
 # Each gets a session of its own: what the terminal's keys mean is this script's to say, and the order of the end too.
 echo "demo: starting zal_rrm under zal_controller; its log is $state/zal_rrm.log"
 setsid "$build/controller/zal_controller" --state "$state" --setup "$state/setup.json" --vrrp 1 \
+  --ap-info "$state/ap-info.json" \
   --daemon "$build/daemon/zal_rrm" >&8 2>&1 8>&- &
 controller=$!
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "sim/backoff.h"
+#include "sim/source_addresses.h"
 
 namespace sim {
 namespace {
@@ -131,6 +132,7 @@ ServerAddress ServerAddress::parse(const std::string& url) {
 Fleet::Fleet(Simulation& simulation, ServerAddress server, Log log)
     : simulation_(simulation),
       server_(std::move(server)),
+      sources_(source_addresses(server_.host, simulation.size())),
       log_(std::move(log)),
       started_(steady_ms()),
       timer_(std::make_unique<Timer>()) {
@@ -191,6 +193,7 @@ void Fleet::connect(Session& session) {
   info.host = info.address;
   info.origin = info.address;
   info.protocol = sub_protocol;
+  info.iface = sources_.empty() ? nullptr : sources_[session.ap].c_str();
   info.opaque_user_data = &session;
   info.pwsi = &session.wsi;
   if (lws_client_connect_via_info(&info) == nullptr && session.connect_at <= now()) {

@@ -1,7 +1,8 @@
 // The WebSocket sessions of a simulated site: one for each AP, all on one thread and one libwebsockets context. It
 // connects, reconnects with a back-off, and carries texts between the sessions and the simulation.
 //
-// Sub-protocol "websock-rrm", text messages, no TLS. The simulation must outlive the fleet.
+// Sub-protocol "websock-rrm", text messages, no TLS. To a server on this machine each AP comes from an address of its
+// own, as source_addresses tells. The simulation must outlive the fleet.
 #pragma once
 
 #include <cstdint>
@@ -54,6 +55,7 @@ class Fleet {
 
   Simulation& simulation_;
   const ServerAddress server_;
+  const std::vector<std::string> sources_;  // by AP; empty if they need none
   const Log log_;
   const std::int64_t started_;
   std::vector<std::unique_ptr<Session>> sessions_;

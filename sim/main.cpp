@@ -2,13 +2,18 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 
+#include "sim/ap_records.h"
 #include "sim/fleet.h"
 #include "sim/scene.h"
 #include "sim/simulation.h"
 #include "sim/site.h"
+#include "sim/source_addresses.h"
 
 namespace {
 
@@ -20,11 +25,33 @@ void interrupt(int /*signal*/) {
 
 struct Options {
   std::string server = "ws://127.0.0.1:8099/apb/rrm";
+  std::string records;
   sim::SceneOptions scene;
 };
 
 void log_line(const std::string& text) {
   std::cerr << text << std::endl;
+}
+
+void write_file(const std::filesystem::path& path, const std::string& text) {
+  std::ofstream file(path);
+  if (!(file << text << std::flush)) {
+    throw std::runtime_error("cannot write " + path.string());
+  }
+}
+
+// Whoever starts the controller needs these first; so nothing is played.
+int write_records(const Options& options) {
+  const sim::Site site = sim::load_site(options.scene.site);
+  const std::string host = sim::ServerAddress::parse(options.server).host;
+  const auto boards = sim::boards(site);
+  const std::filesystem::path directory = options.records;
+  std::filesystem::create_directories(directory);
+  write_file(directory / "ap-info.json", sim::ap_records(site, sim::source_addresses(host, site.access_points.size())));
+  if (boards) {
+    write_file(directory / "boards.json", *boards);
+  }
+  return 0;
 }
 
 int run(const Options& options) {
@@ -62,12 +89,16 @@ int main(int argc, char** argv) {
                "site expects");
   app.add_option("--timeout", options.scene.timeout, "with --once: seconds to wait for a whole cycle")
       ->capture_default_str();
+  app.add_option(
+      "--records", options.records,
+      "write what the controller knows of the access points, ap-info.json and boards.json, to this directory "
+      "and end");
   CLI11_PARSE(app, argc, argv);
   std::signal(SIGINT, interrupt);
   std::signal(SIGTERM, interrupt);
   std::signal(SIGPIPE, SIG_IGN);
   try {
-    return run(options);
+    return options.records.empty() ? run(options) : write_records(options);
   } catch (const std::exception& error) {
     log_line(std::string("zal_apsim: ") + error.what());
     return 2;

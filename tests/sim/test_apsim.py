@@ -42,6 +42,7 @@ class Controller:
     def __init__(self, plan):
         self.plan = plan
         self.sessions = {}
+        self.peers = {}
         self.answered = {"rrm-mode-response": {}, "rrm-response": {}}
         self.paths = set()
         self.subscribes = 0
@@ -64,6 +65,7 @@ class Controller:
         mac, command = message["ap-mac"], message["cmd"]
         if command == "subscribe-request":
             self.subscribes += 1
+            self.peers.setdefault(mac, set()).add(session.remote_address[0])
             await self.subscribed(session, mac)
         elif command in self.answered:
             self.answered[command][mac] = message
@@ -208,6 +210,38 @@ class ProgramTest(unittest.IsolatedAsyncioTestCase):
         self.assertIn("A: ignored a text that is no JSON object: this is not JSON\n", err)
         self.assertIn("B: ignored an unknown message: ", err)
         self.assertRegex(out, r"A +Hall +5 GHz +52/80 -> 36/80 +23 -> 15")
+
+    async def test_each_ap_comes_from_the_address_that_its_record_tells(self):
+        for host in ("127.0.0.1", "localhost"):
+            controller = DropsFirstSessions(GOOD_PLAN)
+            async with websockets.serve(controller.serve, "127.0.0.1", 0, subprotocols=["websock-rrm"]) as server:
+                url = f"ws://{host}:{server.sockets[0].getsockname()[1]}/apb/rrm"
+                run = await self.finish(await self.start(url, "--records", self.path(host)))
+                self.assertEqual(run, (0, "", ""))
+                self.assertEqual(controller.subscribes, 0)
+                status, _, err = await self.finish(await self.start(url, "--once", "--timeout", "30"))
+                self.assertEqual((status, controller.subscribes), (0, 4), err)
+            records = json.loads(self.read(host, "ap-info.json"))
+            self.assertEqual(records, [
+                {"mac": mac, "ip": ip, "location": "lab", "board-type": "SIM-AP3"}
+                for mac, ip in (("02:00:5e:00:01:00", "127.1.0.1"), ("02:00:5e:00:02:00", "127.1.0.2"))])
+            self.assertEqual(controller.peers, {record["mac"]: {record["ip"]} for record in records})
+            self.assertEqual(self.read(host, "boards.json"), '{"SIM-AP3":"5g 5g 6g"}\n')
+
+    async def test_records_for_a_server_elsewhere_have_no_address(self):
+        self.write_site({**SITE, "radio_profile": [{**SITE["radio_profile"][0], "id": 1}]})
+        run = await self.finish(await self.start("ws://192.0.2.1:8099/apb/rrm", "--records", self.path("records")))
+        self.assertEqual(run, (0, "", ""))
+        self.assertEqual(os.listdir(self.path("records")), ["ap-info.json"])
+        self.assertEqual(self.read("records", "ap-info.json"),
+                         '[{"mac":"02:00:5e:00:01:00","location":"lab","board-type":"SIM-AP3"},\n'
+                         ' {"mac":"02:00:5e:00:02:00","location":"lab","board-type":"SIM-AP3"}]\n')
+
+    async def test_records_that_cannot_be_written_end_with_status_2(self):
+        os.makedirs(self.path("records/ap-info.json"))
+        status, out, err = await self.finish(
+            await self.start("ws://127.0.0.1:1/x", "--records", self.path("records")))
+        self.assertEqual((status, out, err), (2, "", f"zal_apsim: cannot write {self.path('records/ap-info.json')}\n"))
 
     def write_steering_site(self, expectations, **client):
         self.write_site({**SITE, "steering": {"before": 1, "after": 3}, "expectations": {"steering": expectations},
