@@ -7,7 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include "answers.h"
 #include "commands.h"
@@ -96,11 +96,13 @@ bool is_backup(const std::string& text) {
   return command.get("vrrp").get("domains").at(0).has("name");
 }
 
-// Up to the first zero byte: a file system that lost its power may have left a file longer than it was written.
+// Up to the first zero byte: a file system that lost its power may have left a file longer than it was written. And up
+// to the first byte that the disk does not give, which ends an insertion but throws out of any other way to read.
 std::string read_text(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
-  const std::string content{std::istreambuf_iterator<char>(stream), {}};
-  return content.c_str();
+  std::ostringstream content;
+  content << stream.rdbuf();
+  return content.str().c_str();
 }
 
 }  // namespace
