@@ -103,6 +103,11 @@ void api_report(const CtlBase& base, const RequestOptions& options) {
   ask_api(base, question, zal::IPC_MSG__RRM_API_REPORT_RESP::type_number, tell_api_report);
 }
 
+// In the 32 bits that the daemon counts days and sessions in.
+CLI::Range non_negative() {
+  return {std::int64_t{0}, std::int64_t{std::numeric_limits<std::int32_t>::max()}};
+}
+
 void add_band(CLI::App& command, RequestOptions& options) {
   command.add_option("--band", options.band)->check(CLI::IsMember({"2g", "5g", "6g"}));
 }
@@ -148,8 +153,7 @@ void add_requests(CLI::App& app, const CtlBase& base, RequestOptions& options, C
   auto* const reports =
       add_located("reports", "what the last optimisation changed, or those of some days", Kind::report, tell_reports);
   add_band(*reports, options);
-  reports->add_option("--days", options.days, "today, and so many days before")
-      ->check(CLI::Range(std::int64_t{0}, std::int64_t{std::numeric_limits<std::int32_t>::max()}));
+  reports->add_option("--days", options.days, "today, and so many days before")->check(non_negative());
 }
 
 void add_api(CLI::App& app, const CtlBase& base, RequestOptions& options, CtlAction& action) {
@@ -168,7 +172,7 @@ void add_api(CLI::App& app, const CtlBase& base, RequestOptions& options, CtlAct
   add("remove-sessions", "end sessions", [&] { api_remove_sessions(base, options); })
       ->add_option("ID", options.ids, "any number of sessions")
       ->required()
-      ->check(CLI::NonNegativeNumber);
+      ->check(non_negative());
   add("groups", "the running domains", [&] {
     ask_api(base, message(zal::IPC_MSG__RRM_API_GROUPS::type_number), zal::IPC_MSG__RRM_API_GROUPS_RESP::type_number,
             tell_api_groups);

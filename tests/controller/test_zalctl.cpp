@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -57,8 +58,11 @@ class Zalctl : public ::testing::Test {
   }
 
   std::string state() const { return directory_.file("state"); }
-  // From now on the daemon answers so.
-  void answer(const std::string& script) const { write_file(directory_.path() / "script.json", script); }
+  // From now on the daemon answers so. It may be reading the script at this moment.
+  void answer(const std::string& script) const {
+    write_file(directory_.path() / "next.json", script);
+    std::filesystem::rename(directory_.path() / "next.json", directory_.path() / "script.json");
+  }
   ChildProcess start(const char* vrrp = "1") const {
     ChildProcess controller = ChildProcess::run(
         {ZAL_CONTROLLER_PROGRAM, "--state", state(), "--daemon", FAKE_DAEMON_PROGRAM, "--vrrp", vrrp});
@@ -311,6 +315,203 @@ TEST_F(Zalctl, ACommandWithoutWhatItNeedsAsksNothing) {
 TEST_F(Zalctl, WithoutAControllerEveryQuestionSaysSo) {
   for (const Arguments& command : {Arguments{"common"}, {"ap", "a8f94b001122"}, {"api", "groups"}})
     EXPECT_EQ(zalctl(command), (Finished{1, "zalctl: no controller runs in " + state() + "\n"}));
+}
+
+// What is wrong
+
+// One of the two streams of a command that fails.
+class ZalctlRefusals : public Zalctl {
+ protected:
+  // Standard output stays empty, and standard error says why.
+  void expect_refused(const Arguments& command, const std::string& complaint) const {
+    std::string line = "zalctl";
+    for (const std::string& argument : command) line += " " + argument.substr(0, 60);
+    SCOPED_TRACE(line);
+    const Finished output = only("2>/dev/null", command);
+    EXPECT_NE(output.status, 0);
+    EXPECT_EQ(output.output, "");
+    const Finished error = only(">/dev/null", command);
+    EXPECT_NE(error.status, 0);
+    EXPECT_EQ(error.output, complaint);
+  }
+  // With a daemon that has been told all that a new one is told.
+  ChildProcess start_and_settle() const {
+    ChildProcess controller = start();
+    EXPECT_TRUE(rrm::testing::eventually_true([&] { return served().ends_with("{\"type\":162,\"state\":1}\n"); }));
+    return controller;
+  }
+  std::string file(const std::string& content) const {
+    write_file(directory_.path() / "file", content);
+    return directory_.file("file");
+  }
+
+ private:
+  Finished only(const std::string& redirection, Arguments command) const {
+    command.insert(command.begin(),
+                   {"/bin/sh", "-c", "exec \"$@\" " + redirection, "sh", ZALCTL_PROGRAM, "--state", state()});
+    return run_to_end(command);
+  }
+};
+
+// Every command as it should be. The files need not be there: whether the arguments are right is looked at first.
+const std::vector<Arguments> all_commands = {
+    {"status"},
+    {"setup", "setup.json"},
+    {"vrrp", "1"},
+    {"ap-info", "a8f94b001122", "record.json"},
+    {"send", "143"},
+    {"alarms"},
+    {"log"},
+    {"stop"},
+    {"common"},
+    {"sessions"},
+    {"clear-sessions", "a8f94b001122"},
+    {"stat", "office"},
+    {"roaming", "office"},
+    {"ap", "a8f94b001122"},
+    {"optimize", "office"},
+    {"reports", "office"},
+    {"api", "sessions"},
+    {"api", "remove-sessions", "3"},
+    {"api", "groups"},
+    {"api", "group", "office"},
+    {"api", "ap", "office", "a8f94b001122"},
+    {"api", "optimize", "office"},
+    {"api", "reports", "office", "2026-01-02", "2026-01-03"},
+    {"api", "report", "office", "2026-01-02,03:04:05,office"},
+};
+
+const char* const hint = "\nRun with --help for more information.\n";
+
+TEST_F(ZalctlRefusals, NoCommandTakesWhatItDoesNotKnow) {
+  for (Arguments command : all_commands) {
+    if (command.back() == "3") continue;  // any number of sessions: the next one is taken for another
+    command.push_back("surplus");
+    expect_refused(command, std::string("The following argument was not expected: surplus") + hint);
+    command.back() = "--nonsense";
+    expect_refused(command, std::string("The following argument was not expected: --nonsense") + hint);
+  }
+}
+
+TEST_F(ZalctlRefusals, EveryArgumentIsLookedAtBeforeAnythingIsSent) {
+  const ChildProcess controller = start_and_settle();
+  const std::string before = served();
+  const std::string missing = directory_.file("missing");
+  for (const auto& [command, complaint] : std::vector<std::pair<Arguments, std::string>>{
+           {{}, std::string("A command is required") + hint},
+           {{"Status"}, std::string("The following argument was not expected: Status") + hint},
+           {{"setup"}, std::string("FILE is required") + hint},
+           {{"setup", ""}, "zalctl: cannot read : No such file or directory\n"},
+           {{"setup", missing}, "zalctl: cannot read " + missing + ": No such file or directory\n"},
+           {{"setup", state()}, "zalctl: cannot read " + state() + ": Is a directory\n"},
+           {{"vrrp"}, std::string("N is required") + hint},
+           {{"vrrp", "4"}, std::string("N: Value 4 not in range 0 to 3") + hint},
+           {{"vrrp", "one"}, std::string("N: Value one not in range 0 to 3") + hint},
+           {{"vrrp", ""}, std::string("N: Value  not in range 0 to 3") + hint},
+           {{"ap-info"}, "zalctl: ap-info wants MAC and FILE, or --clear\n"},
+           {{"ap-info", "a8f94b001122"}, "zalctl: ap-info wants MAC and FILE, or --clear\n"},
+           {{"ap-info", "a8f94b001122", ""}, "zalctl: ap-info wants MAC and FILE, or --clear\n"},
+           {{"ap-info", "", missing}, "zalctl: ap-info wants MAC and FILE, or --clear\n"},
+           {{"ap-info", "a8f94b00112", missing}, "zalctl: 'a8f94b00112' is no MAC address\n"},
+           {{"ap-info", "a8f94b001122", missing}, "zalctl: cannot read " + missing + ": No such file or directory\n"},
+           {{"send"}, std::string("TYPE is required") + hint},
+           {{"send", "x"}, std::string("Could not convert: TYPE = x") + hint},
+           {{"send", "143", "--field", "=1"}, "zalctl: '=1' is not K=V\n"},
+           {{"send", "143", "--field", "type"}, "zalctl: 'type' is not K=V\n"},
+           {{"send", "1000"}, "zalctl: bad frame: 'type' goes from 0 to 999\n"},
+           {{"api"}, std::string("A subcommand is required") + hint},
+           {{"api", "nothing"}, std::string("A subcommand is required") + hint},
+           {{"api", "remove-sessions", "three"}, std::string("ID: Value three not in range 0 to 2147483647") + hint},
+           {{"api", "remove-sessions", "-1"}, std::string("ID: Value -1 not in range 0 to 2147483647") + hint},
+           {{"reports", "office", "--days", "1.5"},
+            std::string("--days: Value 1.5 not in range 0 to 2147483647") + hint},
+       }) {
+    expect_refused(command, complaint);
+  }
+  EXPECT_EQ(served(), before);
+}
+
+TEST_F(ZalctlRefusals, AFileThatIsNeitherSetupNorRecordIsNotSent) {
+  const ChildProcess controller = start_and_settle();
+  const std::string before = served();
+  const std::string path = file("");
+  struct Case {
+    std::string content;
+    std::string setup;
+    std::string record;
+  };
+  for (const auto& [content, of_setup, of_record] : std::vector<Case>{
+           {"", "no JSON, from byte 1", "no JSON, from byte 1"},
+           {"nonsense", "no JSON, from byte 2", "no JSON, from byte 2"},
+           {R"({"ip":"10.0.0.)", "no JSON, from byte 15", "no JSON, from byte 15"},
+           {std::string(5, '\0'), "no JSON, from byte 1", "no JSON, from byte 1"},
+           {"\x7f\x45\x4c\x46\x02\x01", "no JSON, from byte 1", "no JSON, from byte 1"},
+           {"[]", "no JSON object", "no JSON object"},
+           {"7", "no JSON object", "no JSON object"},
+           {"null", "no JSON object", "no JSON object"},
+           {"\"{}\"", "no JSON object", "no JSON object"},
+           {"{}{}", "no JSON, from byte 3", "no JSON, from byte 3"},
+           {std::string(100000, '['), "no JSON, from byte 100001", "no JSON object"},
+       }) {
+    file(content);
+    SCOPED_TRACE(content.substr(0, 60));
+    expect_refused({"setup", path}, "zalctl: " + path + ": " + of_setup + "\n");
+    expect_refused({"ap-info", "a8f94b001122", path}, "zalctl: " + path + ": " + of_record + "\n");
+  }
+  EXPECT_EQ(served(), before);
+}
+
+TEST_F(ZalctlRefusals, WithoutAControllerEveryCommandSaysSoOnStandardError) {
+  const std::string content = file("{}");
+  for (Arguments command : all_commands) {
+    if (command.front() == "log") {
+      expect_refused(command, "zalctl: no log " + state() + "/zal_rrm.log: No such file or directory\n");
+      continue;
+    }
+    if (command.front() == "setup" || command.front() == "ap-info") command.back() = content;
+    expect_refused(command, "zalctl: no controller runs in " + state() + "\n");
+  }
+}
+
+TEST_F(ZalctlRefusals, WhatTheDaemonDoesNotKnowIsToldOnStandardError) {
+  const ChildProcess controller = start();
+  const std::string content = file("{}");
+  const std::vector<std::pair<Arguments, int>> requests = {
+      {{"setup", content}, 126},
+      {{"vrrp", "1"}, 162},
+      {{"ap-info", "a8f94b001122", content}, 132},
+      {{"ap-info", "--clear"}, 118},
+      {{"send", "143"}, 143},
+      {{"common"}, 133},
+      {{"sessions"}, 133},
+      {{"clear-sessions"}, 133},
+      {{"stat", "office"}, 133},
+      {{"roaming", "office"}, 133},
+      {{"ap", "a8f94b001122"}, 133},
+      {{"optimize", "office"}, 133},
+      {{"reports", "office"}, 133},
+      {{"api", "sessions"}, 36},
+      {{"api", "remove-sessions", "3"}, 37},
+      {{"api", "groups"}, 38},
+      {{"api", "group", "office"}, 39},
+      {{"api", "ap", "office", "a8f94b001122"}, 40},
+      {{"api", "optimize", "office"}, 41},
+      {{"api", "reports", "office", "2026-01-02", "2026-01-03"}, 42},
+      {{"api", "report", "office", "x"}, 43}};
+  for (const auto& [command, type] : requests) {
+    expect_refused(command, "zalctl: zal_rrm answered error 4 to message " + std::to_string(type) + "\n");
+  }
+}
+
+TEST_F(ZalctlRefusals, AnAnswerThatIsNoObjectIsToldOnStandardError) {
+  const ChildProcess controller = start();
+  const std::string nonsense = "zalctl: zal_rrm answered nonsense: no JSON object\n";
+  for (const char* text : {"nonsense", "[]", "{\"domains\":", "7", "null"}) {
+    SCOPED_TRACE(text);
+    answer(R"({"38":)" + answered(46, text) + R"(,"133":)" + succeeded(0, text) + "}");
+    expect_refused({"api", "groups"}, nonsense);
+    expect_refused({"common"}, nonsense);
+  }
 }
 
 // Status
