@@ -19,6 +19,11 @@ constexpr lws_usec_t beat_us = 50'000;
 constexpr Millis connect_apart_ms = 5;  // the first attempts of two APs
 constexpr Millis closing_ms = 1000;
 constexpr std::size_t receive_buffer = 65536;
+// A controller that lost its power, or its address to another one, says no farewell. Asked by TCP after so many silent
+// seconds, and then again.
+constexpr int ask_after_s = 5;
+constexpr int ask_again_after_s = 2;
+constexpr int questions = 3;
 
 std::int64_t steady_ms() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
@@ -144,6 +149,9 @@ Fleet::Fleet(Simulation& simulation, ServerAddress server, Log log)
   info.protocols = protocols;
   info.gid = -1;
   info.uid = -1;
+  info.ka_time = ask_after_s;
+  info.ka_interval = ask_again_after_s;
+  info.ka_probes = questions;
   context_ = lws_create_context(&info);
   if (context_ == nullptr) {
     throw std::runtime_error("libwebsockets cannot be set up");
