@@ -31,13 +31,18 @@ fs::path find_daemon() {
 }
 
 void add_options(CLI::App& app, Options& options) {
-  app.add_option("--state", options.state, "directory of everything that is written")->capture_default_str();
-  app.add_option("--setup", options.setup, "file of the setup that the daemon gets");
+  app.add_option("--state", options.state, "directory of everything that is written")
+      ->capture_default_str()
+      ->type_name("DIR");
+  app.add_option("--setup", options.setup, "file of the setup that the daemon gets")->type_name("FILE");
   app.add_option("--vrrp", options.vrrp, "VRRP state: 0 or 1 master, 2 standby, 3 undecided")
       ->check(CLI::Range(0, 3))
-      ->capture_default_str();
-  app.add_option("--ap-info", options.ap_info, "file of AP records: a JSON array of objects with \"mac\"");
-  app.add_option("--daemon", options.daemon, "the zal_rrm to start; by default the one beside this program");
+      ->capture_default_str()
+      ->type_name("N");
+  app.add_option("--ap-info", options.ap_info, "file of AP records: a JSON array of objects with \"mac\"")
+      ->type_name("FILE");
+  app.add_option("--daemon", options.daemon, "the zal_rrm to start; by default the one beside this program")
+      ->type_name("PROGRAM");
   app.add_flag("--host-paths", options.host_paths, "no private view: /etc/zal and /mnt/data/zal are the host's own");
 }
 

@@ -110,24 +110,31 @@ void stop(const Options& options) {
 }
 
 void add_messages(CLI::App& app, Options& options, CtlAction& action) {
-  auto* const setup_command = app.add_subcommand("setup", "send a setup");
-  setup_command->add_option("FILE", options.file)->required();
+  auto* const setup_command = app.add_subcommand("setup", "send a setup, which every later zal_rrm is told again");
+  setup_command->add_option("FILE", options.file, "the setup: one JSON object")->required()->type_name("");
   setup_command->callback([&] { action = [&options] { setup(options); }; });
 
   auto* const vrrp_command = app.add_subcommand("vrrp", "send a VRRP state: 0 or 1 master, 2 standby, 3 undecided");
-  vrrp_command->add_option("N", options.number)->required()->check(CLI::Range(0, 3));
+  vrrp_command->add_option("N", options.number, "the state")->required()->check(CLI::Range(0, 3))->type_name("");
   vrrp_command->callback([&] { action = [&options] { vrrp(options); }; });
 
   auto* const ap_command = app.add_subcommand("ap-info", "send the record of an access point, or clear all");
-  ap_command->add_option("MAC", options.mac);
-  ap_command->add_option("FILE", options.file, "the record: one JSON object; an empty one removes the access point");
-  ap_command->add_flag("--clear", options.clear);
+  ap_command->add_option("MAC", options.mac, "the access point's address")->type_name("");
+  ap_command
+      ->add_option("FILE", options.file,
+                   "the record: one JSON object with any of ip, location and board-type; an empty one removes it")
+      ->type_name("");
+  ap_command->add_flag("--clear", options.clear, "forget all records; alone");
   ap_command->callback([&] { action = [&options] { ap_info(options); }; });
 
   auto* const send_command = app.add_subcommand("send", "send any message and print the reply frame");
-  send_command->add_option("TYPE", options.number)->required();
+  send_command->add_option("TYPE", options.number, "the message's number, as docs/ipc.md has it")
+      ->required()
+      ->type_name("");
   const auto* const text = send_command->add_option("--text", options.text, "the field 'text'");
-  send_command->add_option("--field", options.fields, "K=V, any number of times")->allow_extra_args(false);
+  send_command->add_option("--field", options.fields, "another field as KEY=VALUE, any number of times")
+      ->allow_extra_args(false)
+      ->type_name("FIELD");
   send_command->callback(
       [&action, &options, text] { action = [&options, text] { send(options, text->count() > 0); }; });
 }
@@ -137,11 +144,11 @@ void add_questions(CLI::App& app, Options& options, CtlAction& action) {
     action = [&options] { controller::tell_status(options); };
   });
   auto* const alarms_command = app.add_subcommand("alarms", "what the daemon raised");
-  alarms_command->add_flag("--follow", options.follow);
+  alarms_command->add_flag("--follow", options.follow, "and what it raises from now on, until Ctrl-C");
   alarms_command->callback([&] { action = [&options] { alarms(options); }; });
 
   auto* const log_command = app.add_subcommand("log", "what the daemon logged");
-  log_command->add_flag("--follow", options.follow);
+  log_command->add_flag("--follow", options.follow, "and what it logs from now on, until Ctrl-C");
   log_command->callback([&] { action = [&options] { log(options); }; });
 
   app.add_subcommand("stop", "order the daemon and the controller to end, and wait")->callback([&] {
@@ -155,11 +162,12 @@ int main(int argc, char** argv) {
   Options options;
   controller::RequestOptions request_options;
   CtlAction action;
-  CLI::App app("Asks a running zal_controller.", "zalctl");
-  app.add_option("--state", options.state, "the controller's state directory")->capture_default_str();
+  CLI::App app("Asks a running zal_controller, and the zal_rrm that it runs.", "zalctl");
+  app.add_option("--state", options.state, "the controller's state directory")->capture_default_str()->type_name("DIR");
   app.add_flag("--json", options.json, "answers as JSON, one object a line");
   app.require_subcommand(0, 1);  // so that a command that is none is complained of by its name
   app.fallthrough();
+  app.footer("'zalctl COMMAND --help' tells what a command takes. --state and --json may also stand behind it.");
   add_questions(app, options, action);
   add_messages(app, options, action);
   controller::add_requests(app, options, request_options, action);

@@ -109,11 +109,13 @@ CLI::Range non_negative() {
 }
 
 void add_band(CLI::App& command, RequestOptions& options) {
-  command.add_option("--band", options.band)->check(CLI::IsMember({"2g", "5g", "6g"}));
+  command.add_option("--band", options.band, "only this band")
+      ->check(CLI::IsMember({"2g", "5g", "6g"}))
+      ->type_name("BAND");
 }
 
 void add_domain(CLI::App& command, RequestOptions& options) {
-  command.add_option("DOMAIN", options.group)->required();
+  command.add_option("DOMAIN", options.group, "the domain's name")->required()->type_name("");
 }
 
 }  // namespace
@@ -134,26 +136,33 @@ void add_requests(CLI::App& app, const CtlBase& base, RequestOptions& options, C
   };
   const auto add_located = [&](const char* name, const char* help, Kind kind, Tell tell) {
     auto* const command = add(name, help, kind, tell);
-    command->add_option("LOCATION", options.location)->required();
+    command->add_option("LOCATION", options.location, "the name of a domain")->required()->type_name("");
     return command;
   };
 
   add("common", "access points of each location: connected, and known to the controller", Kind::common, tell_common);
   add("sessions", "sessions of access points", Kind::sessions, tell_sessions)
-      ->add_option("--location", options.location);
+      ->add_option("--location", options.location, "only of this location")
+      ->type_name("LOCATION");
   add("clear-sessions", "end the session of one access point, or all", Kind::clear_sessions, tell_cleared)
-      ->add_option("MAC", options.mac);
+      ->add_option("MAC", options.mac, "the access point's address; all without one")
+      ->type_name("");
   add_located("stat", "the radios of a location", Kind::rrm_stat, tell_stat);
   auto* const roaming =
       add_located("roaming", "what a location offers to roaming clients", Kind::roaming_stat, tell_roaming);
-  roaming->add_option("--mac", options.mac, "of one access point");
+  roaming->add_option("--mac", options.mac, "only this access point")->type_name("MAC");
   add_band(*roaming, options);
-  add("ap", "one access point", Kind::ap, tell_ap)->add_option("MAC", options.mac)->required();
+  add("ap", "one access point", Kind::ap, tell_ap)
+      ->add_option("MAC", options.mac, "its address")
+      ->required()
+      ->type_name("");
   add_located("optimize", "optimise a location now", Kind::optimize, tell_ordered);
   auto* const reports =
       add_located("reports", "what the last optimisation changed, or those of some days", Kind::report, tell_reports);
   add_band(*reports, options);
-  reports->add_option("--days", options.days, "today, and so many days before")->check(non_negative());
+  reports->add_option("--days", options.days, "all of today and so many days before")
+      ->check(non_negative())
+      ->type_name("N");
 }
 
 void add_api(CLI::App& app, const CtlBase& base, RequestOptions& options, CtlAction& action) {
@@ -170,8 +179,9 @@ void add_api(CLI::App& app, const CtlBase& base, RequestOptions& options, CtlAct
             zal::IPC_MSG__RRM_API_SESSIONS_RESP::type_number, tell_api_sessions);
   });
   add("remove-sessions", "end sessions", [&] { api_remove_sessions(base, options); })
-      ->add_option("ID", options.ids, "any number of sessions")
+      ->add_option("ID", options.ids, "sessions by their numbers, as 'api sessions' tells them")
       ->required()
+      ->type_name("")
       ->check(non_negative());
   add("groups", "the running domains", [&] {
     ask_api(base, message(zal::IPC_MSG__RRM_API_GROUPS::type_number), zal::IPC_MSG__RRM_API_GROUPS_RESP::type_number,
@@ -185,7 +195,7 @@ void add_api(CLI::App& app, const CtlBase& base, RequestOptions& options, CtlAct
              options);
   auto* const ap = add("ap", "one access point of a domain", [&] { api_ap(base, options); });
   add_domain(*ap, options);
-  ap->add_option("MAC", options.ap)->required();
+  ap->add_option("MAC", options.ap, "its address")->required()->type_name("");
   add_domain(*add("optimize", "optimise a domain now",
                   [&] {
                     api_of_group(base, options, zal::IPC_MSG__RRM_API_START_OPT::type_number,
@@ -194,11 +204,11 @@ void add_api(CLI::App& app, const CtlBase& base, RequestOptions& options, CtlAct
              options);
   auto* const reports = add("reports", "the reports of a period", [&] { api_reports(base, options); });
   add_domain(*reports, options);
-  reports->add_option("FROM", options.from, "2026-01-02 or 2026-01-02,03:04:05, in UTC")->required();
-  reports->add_option("TO", options.to, "the same; not part of the period")->required();
+  reports->add_option("FROM", options.from, "2026-01-02 or 2026-01-02,03:04:05, in UTC")->required()->type_name("");
+  reports->add_option("TO", options.to, "the same; not part of the period")->required()->type_name("");
   auto* const report = add("report", "one report", [&] { api_report(base, options); });
   add_domain(*report, options);
-  report->add_option("ID", options.report, "as 'api reports' tells it")->required();
+  report->add_option("ID", options.report, "as 'api reports' tells it")->required()->type_name("");
 }
 
 }  // namespace controller
