@@ -3,12 +3,14 @@
 import datetime
 import json
 import os
+import re
 import subprocess
 import time
 import unittest
 
-from demo import BUILD, DemoCase
+from demo import BUILD, SIM, DemoCase
 
+README = os.path.join(os.path.dirname(SIM), "README.md")
 BANDS = {2: "2g", 5: "5g", 6: "6g"}
 POOL = 16  # addresses of a radio
 
@@ -186,6 +188,27 @@ class AnswersTest(DemoCase):
                           for radio in ap["radios"]["interfaces"] if radio["status"] == 1],
                          [(radio["id"], radio["mac"], *planned[mac, radio["id"]]) for radio in self.aps[mac]["radios"]])
 
+    # The page that a newcomer reads
+
+    def readme_questions(self):
+        """Each of its questions to zalctl that a plan decides, with the lines of its answer."""
+        with open(README, encoding="utf-8") as file:
+            text = file.read().partition("\n### Ask it\n")[2].partition("\n### ")[0]
+        for question, answer in re.findall(r"^    \$ zalctl (.*)\n((?:(?!    \$)(?:    .*)?\n)*)", text, re.MULTILINE):
+            if question.split()[0] in ("common", "ap", "roaming", "reports"):
+                yield question.split(), [line.strip() for line in answer.splitlines() if line.strip() not in ("", "…")]
+
+    def expect_readme(self):
+        questions = list(self.readme_questions())
+        self.assertEqual(len(questions), 4)
+        for arguments, lines in questions:
+            answer = [self.without_time(line.rstrip()) for line in self.run_zalctl(*arguments).stdout.splitlines()]
+            self.assertEqual([line for line in map(self.without_time, lines) if line not in answer], [], arguments)
+
+    @staticmethod
+    def without_time(line):
+        return re.sub(r"^\d{4}-\d\d-\d\d,\d\d:\d\d:\d\d UTC", "", line)
+
     def test_the_office_is_told_as_it_was_planned(self):
         self.load_site("office.json")
         terminal = self.start()
@@ -202,6 +225,7 @@ class AnswersTest(DemoCase):
         self.assertEqual({row["fbt-links"] for rows in roaming.values() for row in rows}, {links})
         self.expect_groups(planned)
         self.expect_reports(plan)
+        self.expect_readme()
         self.expect_refusals()
         self.assertEqual(self.ask("optimize", self.location), {})
         self.assertEqual(self.refusal("optimize", self.location), "zalctl: optimization already started\n")
