@@ -128,13 +128,21 @@ class BadBackups : public ::testing::Test {
     return lines;
   }
 
-  // The directory's backups on a server that runs: it becomes master, "hall" stays as it is, and what was restored can
-  // be saved again.
+  // The directory's backups on a server that runs: it becomes master, and "hall" stays as it is.
   struct Outcome {
     Lines restored;
     Lines told;
   };
+  // And what was restored can be saved again.
   Outcome restore() {
+    Outcome outcome = restore_only();
+    if (site.server.find_worker("lab") != nullptr) {
+      std::string error;
+      EXPECT_TRUE(DomainBackup(site.api, saved_.path().string() + "/").save("lab", error)) << error;
+    }
+    return outcome;
+  }
+  Outcome restore_only() {
     site.start();
     const std::string before = site.hall();
     log_.clear();
@@ -143,10 +151,6 @@ class BadBackups : public ::testing::Test {
     Outcome outcome{site.restored(), told()};
     EXPECT_EQ(site.hall(), before);
     EXPECT_EQ(site.server.role(), rrm::RRM::role_master);
-    if (site.server.find_worker("lab") != nullptr) {
-      std::string error;
-      EXPECT_TRUE(DomainBackup(site.api, saved_.path().string() + "/").save("lab", error)) << error;
-    }
     return outcome;
   }
 
@@ -342,6 +346,130 @@ TEST_F(BadBackups, AValueThatIsWrongCostsNoMoreThanItsOwn) {
     EXPECT_EQ(outcome.told, stated);
   });
   for (const Row& row : rows) EXPECT_TRUE(used.contains(&row)) << row.where << " " << row.how;
+}
+
+// Hostile ones
+
+std::string with_number(const std::string& json, const std::string& member, const std::string& number) {
+  const std::size_t first = json.find("\"" + member + "\":") + member.size() + 3;
+  EXPECT_GE(first, member.size() + 3) << member;
+  return json.substr(0, first) + number + json.substr(json.find_first_of(",}", first));
+}
+
+TEST_F(BadBackups, ANumberBeyondAllBoundsHarmsNobody) {
+  const std::string ap_of_radio = ap(ap1, radio(1));
+  const std::string cannot = "Can't restore ap '00:11:22:33:44:00' from backup due to invalid MAC parameters";
+  const std::string event = "event 3 00:11:22:33:44:00";
+  const std::string bad_pool = "Invalid one or more radio MAC parameters:  ";
+  struct Case {
+    const char* member;
+    const char* number;
+    Lines told;  // nothing: it is restored
+  };
+  for (const auto& [member, number, told] : std::vector<Case>{
+           {"channel", "1000000000", {}},
+           {"channel", "-2147483648", {}},
+           {"channel", "1e400", {}},
+           {"band", "2147483647", {}},
+           {"bandwidth", "2147483647", {}},
+           {"power", "-2147483648", {}},
+           {"max-power", "-2147483648", {}},
+           {"primary-channel", "2147483647", {}},
+           {"locked-tpc", "18446744073709551615", {}},
+           {"status", "99999999999999999999999", {}},
+           {"ap-mac-count", "2147483647", {}},
+           {"ap-mac-count", "2147483648", {"Invalid ap-mac-count(-2147483648)", cannot, event}},
+           {"ap-mac-count", "4294967296", {"Invalid ap-mac-count(0)", cannot, event}},
+           {"mac-offset", "32", {}},
+           {"mac-offset", "33", {bad_pool + "radio-mac-count(16), mac-offset(33), ap-mac-count(48)", cannot, event}},
+           {"mac-offset",
+            "2147483647",
+            {bad_pool + "radio-mac-count(16), mac-offset(2147483647), ap-mac-count(48)", cannot, event}},
+           {"mac-offset",
+            "-2147483648",
+            {bad_pool + "radio-mac-count(16), mac-offset(-2147483648), ap-mac-count(48)", cannot, event}},
+           {"radio-mac-count",
+            "2147483647",
+            {bad_pool + "radio-mac-count(2147483647), mac-offset(16), ap-mac-count(48)", cannot, event}},
+           {"id", "2147483647", {"Skip invalid restore radio id=2147483647, radios_count=3"}},
+           {"id", "-2147483648", {}},
+       }) {
+    SCOPED_TRACE(std::string(member) + " " + number);
+    put("lab.json", backup(with_number(ap_of_radio, member, number), ap(ap2, radio(1))));
+    const Outcome outcome = restore();
+    const bool is_restored = std::find(told.begin(), told.end(), cannot) == told.end();
+    EXPECT_EQ(outcome.restored, is_restored ? Lines({ap1, ap2}) : Lines({ap2}));
+    EXPECT_EQ(outcome.told, told);
+  }
+}
+
+TEST_F(BadBackups, APoolOfTwoBillionAddressesCostsNoTime) {
+  const std::string wide =
+      with_number(with_number(ap(ap1, radio(0)), "ap-mac-count", "2147483647"), "radio-mac-count", "2147483647");
+  put("lab.json", backup(wide, ap(ap2, radio(1))));
+  const Outcome outcome = restore();
+  EXPECT_THAT(outcome.restored, ElementsAre(ap1, ap2));
+  EXPECT_THAT(outcome.told, IsEmpty());
+}
+
+TEST_F(BadBackups, RadiosThatNoAccessPointHasAreLeftOut) {
+  put("lab.json", backup(ap(ap1, radio(0) + "," + radio(1) + "," + radio(2) + "," + radio(3) + "," + radio(1000))));
+  const Outcome outcome = restore();
+  EXPECT_THAT(outcome.restored, ElementsAre(ap1));
+  EXPECT_THAT(outcome.told, ElementsAre("Skip invalid restore radio id=3, radios_count=3",
+                                        "Skip invalid restore radio id=1000, radios_count=3"));
+}
+
+TEST_F(BadBackups, AnAccessPointThatIsThereTwiceIsTakenOnceAndAKeyThatIsRepeatedCountsAtItsLast) {
+  put("lab.json", backup(ap(ap1, radio(1)) + "," + ap(ap1, radio(2)), ap(ap1, radio(0)), ap(ap1, radio(0))));
+  EXPECT_THAT(restore().restored, ElementsAre(ap1));
+  put("lab.json", backup(R"({"mac":"00:00:00:00:00:01",)" + ap(ap2, radio(1)).substr(1)));
+  EXPECT_THAT(restore().restored, ElementsAre(ap2));
+  put("lab.json", R"({"name":"cellar","aps":[],)" + backup(ap(ap3, radio(1))).substr(1));
+  EXPECT_THAT(restore().restored, ElementsAre(ap3));
+}
+
+TEST_F(BadBackups, TenThousandAccessPointsAndMegabytesOfWhatTheyHearAreRestored) {
+  std::string aps;
+  for (int i = 0; i < 10000; ++i) {
+    char mac[18];
+    std::snprintf(mac, sizeof mac, "A8:F9:%02X:%02X:%02X:00", (i >> 12) & 0xFF, (i >> 4) & 0xFF, (i << 4) & 0xF0);
+    aps += (i == 0 ? "" : ",") + ap(mac, "");
+  }
+  put("lab.json", backup(aps));
+  Outcome outcome = restore_only();
+  EXPECT_EQ(outcome.restored.size(), 10000u);
+  EXPECT_THAT(outcome.told, IsEmpty());
+
+  std::string heard;
+  for (int i = 0; i < 40000; ++i) {
+    char mac[18];
+    std::snprintf(mac, sizeof mac, "02:00:00:%02X:%02X:%02X", (i >> 16) & 0xFF, (i >> 8) & 0xFF, i & 0xFF);
+    heard += (i == 0 ? "" : ",") + (R"({"mac":")" + std::string(mac) + R"(","dbm-signal":-60,"channel":1000000000})");
+  }
+  put("lab.json", backup(ap(ap1, radio(1), heard)));
+  outcome = restore();
+  EXPECT_THAT(outcome.restored, ElementsAre(ap1));
+  EXPECT_THAT(outcome.told, IsEmpty());
+}
+
+// Who is restored with hostile figures is listed, told its neighbours and counted like anybody else.
+TEST_F(BadBackups, AnAccessPointReturnsFromAHostileBackup) {
+  const std::string heard = R"({"mac":"00:11:22:33:55:10","dbm-signal":2147483647,"channel":1000000000,"band":-1,)"
+                            R"("bandwidth":-2147483648,"tx-power":2147483647,"primary":99})";
+  std::string hostile = radio(1);
+  for (const char* member : {"channel", "power", "max-power", "bandwidth", "primary-channel"}) {
+    hostile = with_number(hostile, member, "1000000000");
+  }
+  put("lab.json", backup(ap(ap1, hostile, heard) + "," + ap(ap2, hostile, heard)));
+  EXPECT_THAT(restore().restored, ElementsAre(ap1, ap2));
+  for (const char* mac : {ap1, ap2}) {
+    const std::size_t before = site.server.sent().size();
+    site.server.receive(rrm::testing::a_subscribe(mac).with_radio(rrm::testing::a_5ghz_radio()).text(), 9);
+    ASSERT_TRUE(rrm::testing::eventually([&] { return site.server.sent().size() > before; }));
+  }
+  EXPECT_NE(site.ask(commands::domain("lab")).find(R"("ap-count":2,"unanswered-ap-count":0,"deleted-ap-count":0,)"),
+            std::string::npos);
 }
 
 }  // namespace
