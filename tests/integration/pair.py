@@ -193,12 +193,13 @@ class Member:
         group = self.group()
         return group and tuple(group[f"{kind}ap-count"] for kind in ("", "unanswered-", "deleted-"))
 
-    def picture(self):
-        """Radios and keys of the active access points."""
+    def picture(self, deleted=False):
+        """Radios and keys of the active access points, or of those that are to come back."""
+        members, form = ("deleted-aps", "deleted-ap") if deleted else ("aps", "active-ap")
         radios, keys = {}, {}
-        for ap in self.group()["aps"]:
+        for ap in self.group()[members]:
             mac = ap["mac"].lower()
-            entry = self.daemon.zalctl("api", "ap", DOMAIN, mac)["active-ap"]
+            entry = self.daemon.zalctl("api", "ap", DOMAIN, mac)[form]
             radios[mac] = radios_of(entry["radios"]["interfaces"])
             keys[mac] = keys_of(vap for radio in ap["radios"] for vap in radio["vaps"])
         return radios, keys
@@ -248,7 +249,7 @@ class Pair:
             self.copier = None
             self._keep_in_step()
             resources.callback(self._stop_copier)
-            self._start_site()
+            self._build_site()
             self.resources = resources.pop_all()
         return self
 
@@ -268,21 +269,24 @@ class Pair:
         if copier:
             copier.stop()
 
-    def _start_site(self):
+    def _build_site(self):
         directory = tempfile.TemporaryDirectory(prefix="zal-pair-")
         self.resources.callback(directory.cleanup)
-        path = os.path.join(directory.name, "site.json")
-        with open(path, "w", encoding="utf-8") as file:
+        self.site_path, self.plans, self.site_output = (os.path.join(directory.name, name)
+                                                        for name in ("site.json", "plans", "site.out"))
+        with open(self.site_path, "w", encoding="utf-8") as file:
             json.dump(site(), file)
-        self.plans = os.path.join(directory.name, "plans")
-        self.site_output = os.path.join(directory.name, "site.out")
+        self.start_site()
+        self.resources.callback(self.end_site)
+
+    def start_site(self):
+        """The access points begin as an installer left them."""
         with open(self.site_output, "wb") as output:
-            self.site = subprocess.Popen([self.apsim, "--site", path, "--out", self.plans, "--server",
+            self.site = subprocess.Popen([self.apsim, "--site", self.site_path, "--out", self.plans, "--server",
                                           f"ws://127.0.0.1:{self.address.port}/apb/rrm"], stdin=subprocess.DEVNULL,
                                          stdout=output, stderr=subprocess.STDOUT)
-        self.resources.callback(self._end_site)
 
-    def _end_site(self):
+    def end_site(self):
         self.site.terminate()
         if (status := self.site.wait(60)) != 0:
             with open(self.site_output, encoding="utf-8") as file:
@@ -306,7 +310,7 @@ class Pair:
 
     def await_first_plan(self):
         """The same after the first whole cycle, when there are keys too."""
-        await_that(lambda: os.path.exists(os.path.join(self.plans, "plan.json")), "the first plan")
+        await_that(lambda: self.whole_cycles() == 1, "the first plan")
         return self.await_settled()
 
     def lose_one(self):
@@ -367,11 +371,15 @@ class Pair:
         """What servers sent."""
         return [message for message in self.address.messages(since) if message.to_ap and message.command == command]
 
+    def whole_cycles(self):
+        """How many the site has been through since it was started."""
+        with open(self.site_output, encoding="utf-8") as file:
+            return len(re.findall(r"^written: .*\n", file.read(), re.MULTILINE))
+
     def last_plan(self):
         """Radios before and after the last whole cycle, as the access points had them."""
-        names = os.listdir(self.plans)
-        number = max(int(match[1] or 1) for match in map(re.compile(r"plan-?(\d*)\.json").fullmatch, names) if match)
-        name = "plan.json" if number == 1 else f"plan-{number}.json"
+        number = self.whole_cycles()
+        name = f"plan-{number}.json" if number > 1 else "plan.json"
         with open(os.path.join(self.plans, name), encoding="utf-8") as file:
             plan = json.load(file)
         return [{ap["mac"].lower(): radios_of({"id": radio["id"], **radio[when]} for radio in ap["radios"])
