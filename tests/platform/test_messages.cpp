@@ -193,6 +193,31 @@ TEST(PlatformMessages, AFieldOfTheWrongKindIsRefusedEvenIfItIsOptional) {
   }
 }
 
+// Of every field of every type, each kind that it is not.
+TEST(PlatformMessages, EveryFieldTakesItsOwnKindAlone) {
+  const std::vector<bus::Value> wrong_texts{true, false, std::int64_t{0}, std::int64_t{-1}};
+  const std::vector<bus::Value> wrong_numbers{
+      true, std::string(), std::string("0"), std::string("x"), std::int64_t{2147483648}, std::int64_t{-2147483649}};
+  const std::vector<bus::Value> wrong_flags{std::int64_t{0}, std::int64_t{1}, std::string("true"), std::string()};
+  const char* const kinds[] = {"flag", "number", "text"};
+  for (const char* text : full_frames) {
+    const auto full = bus::parse_fields(text, *shared(""));
+    const int type = static_cast<int>(*full->number("type"));
+    for (const auto& [key, value] : *full) {
+      if (key == "type") continue;
+      const std::vector<bus::Value>* const wrong[] = {&wrong_flags, &wrong_numbers, &wrong_texts};
+      for (const bus::Value& other : *wrong[value.index()]) {
+        auto frame = *full;
+        frame.set(key, other);
+        SCOPED_TRACE(to_json(frame));
+        std::string reason;
+        EXPECT_EQ(message_from(type, frame, reason), nullptr);
+        EXPECT_EQ(reason, std::string("no ") + (key == "days" ? "count" : kinds[value.index()]) + " '" + key + "'");
+      }
+    }
+  }
+}
+
 TEST(PlatformMessages, AnOptionalFieldMayBeAbsentAndIsNotWrittenThen) {
   const auto request = read_as<IpcMsgMorvaneRequest>(R"({"type":133,"kind":0,"days":null})");
   EXPECT_EQ(request.get_location(), std::nullopt);
