@@ -140,8 +140,10 @@ void RRM::switch_to_master(const std::shared_ptr<std::string>& domains) {
   if (vrrp_role != role_backup) return;
   report_maintenance->ensure_report_maintenance_started();
   accept_domains(true);
-  start_fixed_workers();
+  // Before anybody can connect: the access points of a master that has died come at once, and a domain that one of them
+  // has brought to life is not restored any more.
   restore_domains(domains);
+  start_fixed_workers();
 }
 
 void RRM::restore_domains(const std::shared_ptr<std::string>& text) {

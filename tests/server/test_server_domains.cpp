@@ -164,10 +164,10 @@ TEST_F(Domains, ARestoredDomainRunsBeforeAnyAccessPointComes) {
   EXPECT_TRUE(eventually([&] { return capture.has_line(LOG_TRACE, "Start worker lab"); }));
 }
 
-// An access point knocks as soon as the domain stands in the map, while it is still being filled from its backup.
+// An access point knocks as soon as the domain's thread runs, which is before the domain is filled from its backup.
 struct Knock {
-  static void on_event(const int& id, const std::shared_ptr<std::string>&) {
-    if (id != 24 || std::exchange(done, true)) return;
+  static void on_log(const char*, int, const char*, int, const char* format, va_list) {
+    if (std::string_view(format).find("Created new worker") != 0 || std::exchange(done, true)) return;
     server->receive(a_subscribe("02:00:00:00:00:00").with_radio(a_5ghz_radio()).text(), 4);
     for (int i = 0; i < 1000 && server->sent().empty(); ++i) std::this_thread::yield();
   }
@@ -182,9 +182,9 @@ TEST(RestoredServer, ADomainMeetsItsFirstMessageWithAllThatItsBackupHolds) {
   const auto ap = [](const std::string& mac) {
     return R"({"mac":")" + mac + R"(","board":"NVA-3wz","hw":"1.0","serial":"SN1"})";
   };
-  set_log_hook([](const char*, int, const char*, int, const char*, va_list) {});
+  set_event_hook([](const int&, const std::shared_ptr<std::string>&) {});
   Knock::server = &server;
-  set_event_hook(Knock::on_event);
+  set_log_hook(Knock::on_log);
   JsonReader backup(
       (R"({"name":"lab","aps":[)" + ap("02:00:00:00:00:00") + "," + ap("02:00:00:00:01:00") + "]}").c_str());
   server.restore_domain(backup);

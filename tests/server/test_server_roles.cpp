@@ -6,6 +6,8 @@
 #include <array>
 #include <atomic>
 #include <cstdarg>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -241,6 +243,23 @@ TEST_F(Roles, ANewMasterMakesTheWorkersOfItsBackupBeforeAnyAccessPointComes) {
                                            LogLine{LOG_TRACE, "Created new worker 'lab'."}));
   server.probe("hall")->record->await("hall: connect");
   server.probe("lab")->record->await("lab: connect");
+}
+
+std::ptrdiff_t threads() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+// Whoever subscribes before would bring the domain to life empty.
+TEST_F(Roles, WhileDomainsAreRestoredNobodyListensYet) {
+  const std::ptrdiff_t before = threads();
+  std::ptrdiff_t meanwhile = 0;
+  server.make = [&](const TestServer::Made& order) {
+    meanwhile = threads();
+    return std::make_unique<ProbeWorker>(&server, ProbeWorker::Options{order.domain});
+  };
+  server.update_vrrp_role(1, text(R"([{"name":"lab"}])"));
+  EXPECT_EQ(meanwhile, before) << "no worker runs";
+  EXPECT_TRUE(all_fixed_run());
 }
 
 TEST_F(Roles, WhatCannotBeRestoredIsPassedOver) {
