@@ -1,18 +1,21 @@
 #include "DomainBackup.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "answers.h"
 #include "commands.h"
 
 namespace {
+
+using rrm::JsonReader;
 
 constexpr const char* extension = ".json";
 
@@ -24,12 +27,6 @@ std::string text_at(const zal::cfg_t* node, const char* key) {
   std::string text;
   zal::cfg_object_to_string(zal::cfg_get_value(node, key), &text);
   return text;
-}
-
-template <class Visit>
-void for_each_element(const zal::cfg_t* array, Visit visit) {
-  const zal::cfg_array_walk walk(zal::cfg_alloc_array_iterator(array));
-  while (const zal::cfg_t* element = zal::cfg_next_array_iterator(walk.get())) visit(element);
 }
 
 zal::cfg_tree parse_strictly(const std::string& text) {
@@ -68,9 +65,28 @@ void merge_vaps(zal::cfg_t* ap, const zal::cfg_t* links) {
   }
 }
 
-void copy_value(const zal::cfg_t* from, const char* key, zal::cfg_t* to) {
-  const zal::cfg_t* value = zal::cfg_get_value(from, key);
-  if (value != nullptr) zal::cfg_set_param(to, (std::string("/") + key).c_str(), value);
+void copy_text(const JsonReader& from, const char* key, zal::cfg_t* to) {
+  if (from.has(key)) zal::cfg_set_param(to, (std::string("/") + key).c_str(), std::string(from.get_string(key)));
+}
+
+void copy_number(const JsonReader& from, const char* key, zal::cfg_t* to) {
+  if (from.has(key)) zal::cfg_set_param(to, (std::string("/") + key).c_str(), from.get_int(key));
+}
+
+// An object with all of a domain's picture but its access points.
+std::string head_of(const std::string& domain, const JsonReader& details) {
+  const zal::cfg_tree head(zal::cfg_get_empty());
+  zal::cfg_set_param(head.get(), "/name", domain);
+  copy_number(details, "rrm-status", head.get());
+  copy_number(details, "fbt-status", head.get());
+  return zal::cfg_serialize_compact(head.get());
+}
+
+// Made anew, so that nothing is written through a link that lies there, and for the daemon's user alone: it holds keys.
+bool is_made(const std::string& file) {
+  static_cast<void>(std::remove(file.c_str()));
+  const int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  return descriptor >= 0 && ::close(descriptor) == 0;
 }
 
 bool is_written(const std::string& file, const std::string& text) {
@@ -82,7 +98,7 @@ bool is_written(const std::string& file, const std::string& text) {
 
 // A full disk is given back what the attempt took.
 void replace_file(const std::string& file, const std::string& unfinished, const std::string& text) {
-  if (is_written(unfinished, text) && std::rename(unfinished.c_str(), file.c_str()) == 0) return;
+  if (is_made(unfinished) && is_written(unfinished, text) && std::rename(unfinished.c_str(), file.c_str()) == 0) return;
   const int reason = errno;
   static_cast<void>(std::remove(unfinished.c_str()));
   throw ApiFailure("cannot write '" + file + "': " + std::strerror(reason));
@@ -91,18 +107,18 @@ void replace_file(const std::string& file, const std::string& unfinished, const 
 // A text that would break the command that all backups are joined in must not keep the others from being restored: it
 // has to be readable by itself and in its place.
 bool is_backup(const std::string& text) {
-  if (rrm::JsonReader(text.c_str()).empty()) return false;
-  const rrm::JsonReader command(commands::role_master({text}).c_str());
+  if (JsonReader(text.c_str()).empty()) return false;
+  const JsonReader command(commands::role_master({text}).c_str());
   return command.get("vrrp").get("domains").at(0).has("name");
 }
 
-// Up to the first zero byte: a file system that lost its power may have left a file longer than it was written. And up
-// to the first byte that the disk does not give, which ends an insertion but throws out of any other way to read.
+// Up to the first zero byte: a file system that lost its power may have left a file longer than it was written, by any
+// length. And up to the first byte that the disk does not give.
 std::string read_text(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
-  std::ostringstream content;
-  content << stream.rdbuf();
-  return content.str().c_str();
+  std::string content;
+  std::getline(stream, content, '\0');
+  return content;
 }
 
 }  // namespace
@@ -129,28 +145,28 @@ void DomainBackup::write_file(const std::string& domain) const {
   replace_file(directory_ + domain + extension, directory_ + unfinished_name, text);
 }
 
+// The text is joined from one for each access point: a tree of a whole domain would be copied again and again.
 std::string DomainBackup::build_domain_backup(const std::string& domain) const {
-  const auto answer = api_.ask_domain(domain);
-  const zal::cfg_tree details = parse(answer.get("details").to_string());
-  const zal::cfg_tree backup(zal::cfg_get_empty());
-  zal::cfg_set_param(backup.get(), "/name", domain);
-  copy_value(details.get(), "rrm-status", backup.get());
-  copy_value(details.get(), "fbt-status", backup.get());
-  for (const char* set : {"/aps", "/deleted-aps", "/unanswered-aps"}) zal::cfg_set_empty_array(backup.get(), set);
-  add_aps(domain, details.get(), "aps", "active-ap", backup.get());
-  add_aps(domain, details.get(), "unanswered-aps", "unanswered-ap", backup.get());
-  add_aps(domain, details.get(), "deleted-aps", "deleted-ap", backup.get());
-  return zal::cfg_serialize_compact(backup.get());
+  const JsonReader answer = api_.ask_domain(domain);
+  const JsonReader details = answer.get("details");
+  const std::string aps = join_aps(domain, details.get("aps"), "active-ap");
+  const std::string unanswered_aps = join_aps(domain, details.get("unanswered-aps"), "unanswered-ap");
+  const std::string deleted_aps = join_aps(domain, details.get("deleted-aps"), "deleted-ap");
+  std::string text = head_of(domain, details);
+  text.pop_back();
+  text += R"(,"aps":[)" + aps + R"(],"deleted-aps":[)" + deleted_aps + R"(],"unanswered-aps":[)" + unanswered_aps;
+  return text + "]}";
 }
 
-void DomainBackup::add_aps(const std::string& domain, const zal::cfg_t* details, const std::string& set,
-                           const std::string& key, zal::cfg_t* backup) const {
-  for_each_element(zal::cfg_get_value(details, set), [&](const zal::cfg_t* known) {
-    const zal::cfg_tree ap = ap_picture(domain, text_at(known, "mac"), key);
+std::string DomainBackup::join_aps(const std::string& domain, const JsonReader& set, const std::string& key) const {
+  std::string list;
+  answers::for_each(set, [&](const JsonReader& known) {
+    const zal::cfg_tree ap = ap_picture(domain, known.get_string("mac"), key);
     if (ap == nullptr) return;
-    for (const char* part : {"board", "hw", "serial"}) copy_value(known, part, ap.get());
-    zal::cfg_add_element(backup, ("/" + set).c_str(), ap.get());
+    for (const char* part : {"board", "hw", "serial"}) copy_text(known, part, ap.get());
+    list += (list.empty() ? "" : ",") + zal::cfg_serialize_compact(ap.get());
   });
+  return list;
 }
 
 // Null for an access point that has left its set meanwhile.

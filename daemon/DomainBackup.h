@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ApiZAL.h"
+#include "json/JsonReader.h"
 #include "zal/cfg.h"
 
 class DomainBackup {
@@ -30,8 +31,8 @@ class DomainBackup {
   bool has_directory() const;
   void write_file(const std::string& domain) const;
   std::string build_domain_backup(const std::string& domain) const;
-  void add_aps(const std::string& domain, const zal::cfg_t* details, const std::string& set, const std::string& key,
-               zal::cfg_t* backup) const;
+  // The pictures of the access points of a set, joined by commas.
+  std::string join_aps(const std::string& domain, const rrm::JsonReader& set, const std::string& key) const;
   zal::cfg_tree ap_picture(const std::string& domain, const std::string& mac, const std::string& key) const;
 
   ApiZAL& api_;

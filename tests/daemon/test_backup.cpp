@@ -2,8 +2,10 @@
 // into a file and out of it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -248,13 +250,54 @@ TEST_F(DaemonBackup, WithoutTheDirectoryNothingIsAskedOrSaved) {
   EXPECT_FALSE(std::filesystem::exists(directory_.path()));
 }
 
-TEST_F(DaemonBackup, OnAFullDiskTheFileStaysAndNothingIsLeftBehind) {
+// While it lives this process may write no files longer than `bytes`.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : old_handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &old_limit_);
+    const rlimit limit{bytes, old_limit_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &old_limit_);
+    std::signal(SIGXFSZ, old_handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  void (*const old_handler_)(int);
+  rlimit old_limit_{};
+};
+
+TEST_F(DaemonBackup, WithoutRoomForItTheFileStaysAndNothingIsLeftBehind) {
   put("lab.json", "as it was");
   answer_one_ap();
-  std::filesystem::create_symlink("/dev/full", directory_.file(".unfinished"));
-  EXPECT_EQ(save(), "cannot write '" + directory_.file("lab.json") + "': No space left on device");
+  for (const rlim_t bytes : {rlim_t{0}, rlim_t{100}}) {
+    const FileSizeLimit limit(bytes);
+    EXPECT_EQ(save(), "cannot write '" + directory_.file("lab.json") + "': File too large");
+  }
   EXPECT_EQ(saved(), "as it was");
   EXPECT_THAT(files(), ElementsAre("lab.json"));
+}
+
+TEST_F(DaemonBackup, NothingIsWrittenThroughALink) {
+  put("other", "as it was");
+  std::filesystem::create_symlink(directory_.file("other"), directory_.file(".unfinished"));
+  std::filesystem::create_symlink(directory_.file("other"), directory_.file("lab.json"));
+  answer_one_ap();
+  EXPECT_EQ(save(), "");
+  EXPECT_EQ(read_file(directory_.file("other")), "as it was");
+  EXPECT_FALSE(std::filesystem::is_symlink(directory_.file("lab.json")));
+  EXPECT_EQ(saved(), saved_domain(saved_ap(ap1)));
+}
+
+// It holds the keys of 802.11r.
+TEST_F(DaemonBackup, AFileIsForItsUserAlone) {
+  answer_one_ap();
+  EXPECT_EQ(save(), "");
+  EXPECT_EQ(std::filesystem::status(directory_.file("lab.json")).permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
 TEST_F(DaemonBackup, AFileThatCannotBeReplacedIsTold) {
@@ -264,14 +307,14 @@ TEST_F(DaemonBackup, AFileThatCannotBeReplacedIsTold) {
   EXPECT_THAT(files(), ElementsAre("lab.json"));
 }
 
-TEST_F(DaemonBackup, AFileThatCannotBeOpenedIsTold) {
+TEST_F(DaemonBackup, AFileThatCannotBeMadeIsTold) {
   put(".unfinished/inside", "");
   answer_one_ap();
-  EXPECT_EQ(save(), "cannot write '" + directory_.file("lab.json") + "': Is a directory");
+  EXPECT_EQ(save(), "cannot write '" + directory_.file("lab.json") + "': File exists");
   EXPECT_THAT(files(), ElementsAre(".unfinished"));
 }
 
-TEST_F(DaemonBackup, WhatACrashLeftUnfinishedIsOverwritten) {
+TEST_F(DaemonBackup, WhatACrashLeftUnfinishedIsReplaced) {
   put(".unfinished", R"({"name":"half)");
   answer_one_ap();
   EXPECT_EQ(save(), "");
