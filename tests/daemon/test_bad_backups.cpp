@@ -191,6 +191,8 @@ TEST_F(BadBackups, AFileThatCannotBeReadKeepsNoOtherFromBeingRestored) {
   std::string noise;
   for (unsigned i = 0; i < 4u << 20; ++i) noise += static_cast<char>(i * 2654435761u >> 24);
   put("noise.json", noise);
+  put("grown.json", "");
+  std::filesystem::resize_file(directory_.file("grown.json"), std::uintmax_t{1} << 36);
   const Outcome outcome = restore();
   EXPECT_THAT(outcome.restored, ElementsAre(ap1, ap2, ap3));
   EXPECT_THAT(outcome.told, IsEmpty());
