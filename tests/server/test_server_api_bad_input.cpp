@@ -552,6 +552,36 @@ TEST_F(ConfigSweep, ASectionThatIsWrongInEveryKeyIsRefusedAsAWhole) {
   EXPECT_EQ(answer.get("invalid_parameters").size(), static_cast<int>(domain_cases.size()));
 }
 
+TEST_F(ConfigSweep, ACommandThatIsCutAnywhereOrIsNoJsonIsNotAnswered) {
+  const std::string remove = R"({"operation":"remove","level":"pattern","pattern":"office"})";
+  std::vector<std::string> commands = {
+      "nonsense",
+      remove + "x",
+      remove + remove,
+      "{'operation':'get','level':'global'}",
+      R"({"operation":"get","level":"global",})",
+      std::string(10000, '['),
+      R"({"operation":"get","level":"global","deep":)" + std::string(600, '[') + std::string(600, ']') + "}"};
+  for (std::size_t length = 0; length < remove.size(); ++length) commands.push_back(remove.substr(0, length));
+  for (const std::string& command : commands) {
+    SCOPED_TRACE(command.substr(0, 100));
+    const Outcome outcome = run(&Api::process_cfg_command, command);
+    expect(outcome, no_answer, {}, "");
+    check(outcome);
+  }
+}
+
+// As everywhere in the server a text ends at its first zero byte, and of a repeated key the last one counts.
+TEST_F(ConfigSweep, ANameIsWhatIsReadOfIt) {
+  expect(run(&Api::process_cfg_command, R"({"operation":"get","level":"pattern","pattern":"office\u0000x"})"),
+         R"({"version":"2.1",)" + office_settings + "}", {}, "");
+  expect(run(&Api::process_cfg_command, R"({"operation":"get","level":"pattern","pattern":"\u0000office"})"), no_answer,
+         {}, "");
+  expect(run(&Api::process_cfg_command, R"({"operation":"remove","operation":"get","level":"pattern",)"
+                                        R"("pattern":"cellar","pattern":"office"})"),
+         R"({"version":"2.1",)" + office_settings + "}", {}, "");
+}
+
 // Questions
 
 const char* const ap1 = "00:11:22:33:44:00";
