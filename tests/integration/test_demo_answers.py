@@ -4,6 +4,7 @@ import datetime
 import json
 import os
 import re
+import shutil
 import subprocess
 import time
 import unittest
@@ -249,6 +250,36 @@ class AnswersTest(DemoCase):
         self.expect_refusals()
         terminal.press(b"\x03")
         self.expect_clean_end(terminal, 0)
+
+    def write_site(self, *bands_of_aps):
+        """The office's first access points, each with the radios of these bands, numbered from 0."""
+        site = self.read("sim", "sites", "office.json")
+        profile = {radio["band"]: radio for radio in site.pop("radio_profile")}
+        site["access_points"] = [{**ap, "radios": [{**profile[band], "id": i} for i, band in enumerate(bands)]}
+                                 for ap, bands in zip(site["access_points"], bands_of_aps)]
+        del site["expectations"]
+        with open(self.path("sim", "sites", "site.json"), "w", encoding="utf-8") as file:
+            json.dump(site, file)
+        shutil.copy(self.path("sim", "sites", "office-setup.json"), self.path("sim", "sites", "site-setup.json"))
+        return "sim/sites/site.json"
+
+    def test_boards_with_other_bands_are_told_by_theirs(self):
+        terminal = self.start(self.write_site([5, 2], [5, 2]))
+        deadline = time.monotonic() + 60
+        while len(self.ask("sessions")["array"]) < 2 or self.run_zalctl("stat", "office").returncode != 0:
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.1)
+        answer = self.ask("stat", "office")
+        self.assertEqual({row["channel"] for row in answer["5g"]}, {36})
+        self.assertEqual({row["channel"] for row in answer["2g"]}, {1})
+        terminal.press(b"\x03")
+        self.expect_clean_end(terminal, 0)
+
+    def test_a_board_that_cannot_be_told_is_refused_before_anything_starts(self):
+        run = self.run_at_once(self.write_site([5, 2], [2, 5]))
+        self.assertEqual((run.returncode, run.stdout, run.stderr), (
+            2, "", 'zal_apsim: site.access_points: radio 0 of the board "SIM-AP3" has two bands; give the access points '
+                   "boards of different names\n"))
 
 
 if __name__ == "__main__":
