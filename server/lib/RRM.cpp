@@ -32,6 +32,16 @@ void log_exception(const std::string& domain, const std::exception& error) {
   emit_event_text(13, domain);
 }
 
+// The domain is still configured as it was when the worker was made.
+bool is_up_to_date(const GlobalConfig& config, const RrmWorker& worker) {
+  try {
+    return config.domain_config(worker.name) == worker.config() &&
+           config.time_zone_offset(worker.name) == worker.time_zone_offset();
+  } catch (const std::out_of_range&) {
+    return false;
+  }
+}
+
 bool is_internal(std::string_view service) {
   return service == service_name::internal_ipc || service == service_name::rrm_internal;
 }
@@ -320,8 +330,8 @@ std::shared_ptr<Worker> RRM::make_worker(const std::string& domain) {
 }
 
 // Puts a new worker into the map and starts it. Its mutex is held meanwhile, so that whoever removes it waits until the
-// thread runs; so is it while `prepare` fills it, before it meets its first message. False if the name is taken by now
-// or the server stops: the worker is then nobody's.
+// thread runs; so is it while `prepare` fills it, before it meets its first message. False if the name is taken by now,
+// the domain was edited meanwhile or the server stops: the worker is then nobody's.
 bool RRM::launch(const std::shared_ptr<Worker>& worker, const std::function<void()>& prepare) {
   bool inserted = false;
   worker->execute_locked([&] {
@@ -348,8 +358,12 @@ bool RRM::start_or_take_out(const std::shared_ptr<Worker>& worker) {
   return true;
 }
 
+// The configuration is looked at again under the map lock: an edit that comes later finds the worker in the map and
+// removes it, and one that came since the worker was made shows here.
 bool RRM::insert(const std::shared_ptr<Worker>& worker) {
   MutexLock lock(workers.mutex);
+  const auto* const rrm_worker = dynamic_cast<const RrmWorker*>(worker.get());
+  if (rrm_worker != nullptr && !is_up_to_date(*config, *rrm_worker)) return false;
   return accepts_domains && workers.map.emplace(worker->name, worker).second;
 }
 

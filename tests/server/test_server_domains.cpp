@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -12,6 +13,8 @@
 
 #include "RrmWorker.h"
 #include "core/sleep_recorder.h"
+#include "json/JsonReader.h"
+#include "json/JsonWriter.h"
 #include "server/server_support.h"
 #include "support/capture.h"
 #include "support/messages.h"
@@ -149,6 +152,56 @@ TEST_F(Domains, AnAccessPointMayComeBackToARemovedDomain) {
   server.remove_worker("lab");
   subscribe("02:00:00:00:00:0A", 9);
   EXPECT_NE(server.find_worker("lab"), before);
+}
+
+// The edit finds no worker to remove: the one that is being made has taken its settings, but is nowhere to be seen yet.
+class DomainEditedMeanwhile : public ::testing::Test {
+ protected:
+  // Subscribes the first access point; the edit comes while the worker is made for it.
+  void subscribe_during(const std::function<void()>& edit) {
+    server.make = [this, edit](const TestServer::Made& order) {
+      auto worker = std::make_unique<RrmWorker>(&config, order.settings, order.domain, &server, order.time_zone_offset,
+                                                order.queue_capacity);
+      if (server.made().size() == 1) {
+        edit();
+        server.remove_workers({order.domain});
+      }
+      return worker;
+    };
+    server.receive(a_subscribe("02:00:00:00:00:0A").with_radio(a_5ghz_radio()).text(), 4);
+  }
+  const RrmWorker* lab() const { return dynamic_cast<const RrmWorker*>(server.find_worker("lab").get()); }
+  std::size_t answers() const { return server.sent().size(); }
+
+  Capture capture;
+  GlobalConfig config{"", patterns_and_copies};
+  JsonWriter answer;
+  JsonWriter invalid_parameters = JsonWriter::array(answer, "invalid_parameters");
+  bool changed = false;
+  TestServer server{&config};
+};
+
+TEST_F(DomainEditedMeanwhile, RunsUnderTheNewSettings) {
+  subscribe_during([this] {
+    bool failed = false;
+    config.pattern_change("common", JsonReader(R"({"use_dca":0})"), invalid_parameters, failed, changed);
+  });
+  ASSERT_NE(lab(), nullptr);
+  EXPECT_FALSE(lab()->config().use_dca);
+  EXPECT_TRUE(eventually([this] { return answers() == 1; })) << "the subscription that brought it to life";
+}
+
+TEST_F(DomainEditedMeanwhile, RunsInItsNewTimeZone) {
+  subscribe_during([this] { config.domain_change("lab", "common", "5:00", 18000, changed); });
+  ASSERT_NE(lab(), nullptr);
+  EXPECT_EQ(lab()->time_zone_offset(), 18000);
+}
+
+TEST_F(DomainEditedMeanwhile, DoesNotRunOnceItIsRemoved) {
+  subscribe_during([this] { config.domain_remove("lab", changed); });
+  EXPECT_EQ(lab(), nullptr);
+  EXPECT_EQ(answers(), 0u);
+  EXPECT_EQ(capture.count("Exception at processing message for domain 'lab': Domain not found"), 1u);
 }
 
 TEST_F(Domains, ADomainWorkerIsWokenByItsQueueInsteadOfPolling) {
