@@ -1,7 +1,8 @@
 """Debian's VRRP daemon, keepalived, drives the roles of a pair, and the access points follow the virtual address.
 
-Two hosts and the access points' network are network namespaces, joined by a bridge. All of it, processes, namespaces and
-mounts, lives in namespaces of this test, and ends with it however it ends; the machine's own network is not touched."""
+Two hosts and the access points' network are network namespaces, joined by a bridge. All of it, processes, namespaces,
+mounts and files, lives in namespaces of this test, and ends with it however it ends; the machine's own network is not
+touched."""
 
 import contextlib
 import json
@@ -315,6 +316,7 @@ def skip(reason):
 if __name__ == "__main__":
     if sys.argv[-1] != INSIDE:
         enter_namespaces()
-    # ip names its namespaces below /run, which so is a directory of this test.
+    # Below /run ip names its namespaces. So it is a directory of this test's own, in memory, and all its files go there.
     subprocess.run(["mount", "-t", "tmpfs", "zal-test", "/run"], check=True)
+    tempfile.tempdir = "/run"
     unittest.main(argv=sys.argv[:1], verbosity=2)
