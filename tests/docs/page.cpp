@@ -26,6 +26,11 @@ std::vector<std::string> cells_of(const std::string& row) {
   return cells;
 }
 
+// The sign alone stands for an answer without words, whatever an editor makes of the blank behind it.
+std::string with_blank(const std::string& line) {
+  return line == "<" || line == "!" ? line + " " : line;
+}
+
 void add_line(std::vector<Exchange>& exchanges, int number, const std::string& line) {
   const bool asks = line.starts_with("> ");
   if (asks || exchanges.empty()) exchanges.push_back({number, "", {}});
@@ -69,7 +74,7 @@ std::vector<Exchange> Page::exchanges(const std::string& kind) const {
     if (block.kind != kind) continue;
     std::istringstream lines(block.text);
     int number = block.line;
-    for (std::string line; std::getline(lines, line); ++number) add_line(all, number, line);
+    for (std::string line; std::getline(lines, line); ++number) add_line(all, number, with_blank(line));
   }
   for (Exchange& exchange : all) {
     exchange.ask = compact(exchange.ask);
