@@ -63,10 +63,12 @@ BoardTable BoardTable::from_file(const char* file) {
 
 std::optional<ApProfileRadioBand> BoardTable::band_of(const std::string& board_type, int radio_id) const {
   static const Bands ordinary{ApProfileRadioBand::band_2g, ApProfileRadioBand::band_5g, ApProfileRadioBand::band_6g};
-  const auto found = boards_.find(board_type);
-  const Bands& bands = found == boards_.end() ? ordinary : found->second;
+  if (radio_id < 0) return std::nullopt;
   const auto index = static_cast<std::size_t>(radio_id);
-  return radio_id >= 0 && index < bands.size() ? std::optional(bands[index]) : std::nullopt;
+  const auto found = boards_.find(board_type);
+  const bool is_listed = found != boards_.end() && index < found->second.size();
+  const Bands& bands = is_listed ? found->second : ordinary;
+  return index < bands.size() ? std::optional(bands[index]) : std::nullopt;
 }
 
 }  // namespace zal

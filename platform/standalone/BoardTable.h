@@ -1,6 +1,7 @@
 // The boards that the standalone platform knows: any that /etc/zal/boards.json names, and beside them one ordinary
 // board of three radios. The file is one flat JSON object, board types to the bands of their radios in order, as
-// {"outdoor-2": "5g 2g"}. Immutable.
+// {"outdoor-2": "5g 2g"}. A radio behind the last that is named there is that of the ordinary board: the server tells
+// three radios of every access point, also where the board has fewer. Immutable.
 #pragma once
 
 #include <array>
@@ -26,7 +27,7 @@ class BoardTable {
   static BoardTable from_text(std::string_view text, std::string& complaint);
   static BoardTable from_file(const char* file);
 
-  // Empty if the board has no such radio.
+  // Empty if neither the board nor the ordinary one has such a radio.
   std::optional<ApProfileRadioBand> band_of(const std::string& board_type, int radio_id) const;
 
  private:

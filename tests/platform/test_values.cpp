@@ -166,12 +166,17 @@ TEST(PlatformBoards, AnUnknownBoardHasThreeRadiosOfOneBandEach) {
 
 TEST(PlatformBoards, AKnownBoardHasTheRadiosThatTheTableNames) {
   std::string complaint;
-  const BoardTable table = BoardTable::from_text(R"({"outdoor-2":"5g 2g","dual-5":"2g 5g  5g"})", complaint);
+  const BoardTable table =
+      BoardTable::from_text(R"({"outdoor-2":"5g 2g","dual-5":"2g 5g  5g","quad":"2g 5g 5g 6g"})", complaint);
   EXPECT_EQ(complaint, "");
   EXPECT_EQ(table.band_of("outdoor-2", 0), Band::band_5g);
   EXPECT_EQ(table.band_of("outdoor-2", 1), Band::band_2g);
-  EXPECT_EQ(table.band_of("outdoor-2", 2), std::nullopt);
+  EXPECT_EQ(table.band_of("outdoor-2", 2), Band::band_6g) << "the ordinary board's";
+  EXPECT_EQ(table.band_of("outdoor-2", 3), std::nullopt);
+  EXPECT_EQ(table.band_of("outdoor-2", -1), std::nullopt);
   EXPECT_EQ(table.band_of("dual-5", 2), Band::band_5g);
+  EXPECT_EQ(table.band_of("quad", 3), Band::band_6g);
+  EXPECT_EQ(table.band_of("quad", 4), std::nullopt);
   EXPECT_EQ(table.band_of("indoor", 2), Band::band_6g);
 }
 
