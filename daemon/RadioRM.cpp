@@ -9,7 +9,6 @@
 #include "DomainBackup.h"
 #include "MorvaneRequests.h"
 #include "SetupChanges.h"
-#include "answers.h"
 #include "commands.h"
 #include "json/JsonReader.h"
 #include "mac_filter_orders.h"
@@ -21,7 +20,6 @@ namespace {
 constexpr std::chrono::milliseconds maintenance_interval{60000};
 constexpr const char* no_config_file = "";
 constexpr int ignored_type = 163;
-constexpr const char* backup_directory = "/mnt/data/zal//morvane_domains_backup/";
 
 template <class Message>
 const Message& as(const zal::IMsg& msg) {
@@ -56,10 +54,6 @@ std::shared_ptr<zal::IPC_MSG__RRM_REPORT_RESP> report_reply() {
   return reply;
 }
 
-bool is_obeyed(const ApiZAL::Answer& answer) {
-  return answer && !answers::is_failure(rrm::JsonReader(answer->c_str()));
-}
-
 bool is_json_object(const std::string& text) {
   return rrm::JsonReader(text.c_str()).to_string()[0] == '{';
 }
@@ -71,7 +65,8 @@ void change_time_zone() {
 
 }  // namespace
 
-RadioRM::RadioRM(zal::IpcPort& port) : port_(port), maintenance_timer_(maintenance_interval) {}
+RadioRM::RadioRM(zal::IpcPort& port, std::string backup_directory)
+    : port_(port), backup_directory_(std::move(backup_directory)), maintenance_timer_(maintenance_interval) {}
 
 RadioRM::~RadioRM() {
   if (rrm_) rrm_->release();
@@ -223,9 +218,15 @@ void RadioRM::change_setup(const std::string& setup) {
   const bool was_enabled = config_->enabled();
   ApiZAL interface = api();
   SetupChanges(interface, *config_).apply(next);
-  if (was_enabled && !next.enabled() && !order_role(RoleOrder::backup))
+  follow_enabled(was_enabled);
+}
+
+// What the configuration says now counts, not what the setup asked for: the server may have refused that.
+void RadioRM::follow_enabled(bool was_enabled) {
+  const bool is_enabled = config_->enabled();
+  if (was_enabled && !is_enabled && !order_role(RoleOrder::backup))
     trace.warn("Cannot update vrrp-role for RRM to STANDBY");
-  if (!was_enabled && next.enabled()) set_vrrp_state(vrrp_state_);
+  if (!was_enabled && is_enabled) set_vrrp_state(vrrp_state_);
 }
 
 void RadioRM::set_vrrp_state(std::int32_t state) {
@@ -283,15 +284,7 @@ bool RadioRM::become_master() {
 
 bool RadioRM::order_role(RoleOrder order) {
   ApiZAL interface = api();
-  switch (order) {
-    case RoleOrder::backup:
-      return is_obeyed(interface.run(commands::role_backup()));
-    case RoleOrder::master:
-      return is_obeyed(interface.run(commands::role_master()));
-    case RoleOrder::master_with_domains:
-      return is_obeyed(interface.run(commands::role_master(DomainBackup(interface, backup_directory).load_all())));
-  }
-  return false;
+  return is_role_taken(interface, order, DomainBackup(interface, backup_directory_));
 }
 
 // Housekeeping
@@ -302,12 +295,12 @@ void RadioRM::check_old_reports() {
 
 bool RadioRM::save_domain(const std::string& domain, std::string& error) {
   ApiZAL interface = api();
-  return DomainBackup(interface, backup_directory).save(domain, error);
+  return DomainBackup(interface, backup_directory_).save(domain, error);
 }
 
 bool RadioRM::save_all_domains(std::string& error) {
   ApiZAL interface = api();
-  return DomainBackup(interface, backup_directory).save_all(error);
+  return DomainBackup(interface, backup_directory_).save_all(error);
 }
 
 void RadioRM::back_up_all_domains() {

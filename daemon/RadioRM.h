@@ -18,6 +18,7 @@
 #include "Config.h"
 #include "RRM.h"
 #include "core/mutex.h"
+#include "role_orders.h"
 #include "zal/Error.h"
 #include "zal/IpcPort.h"
 #include "zal/Timer.h"
@@ -27,7 +28,9 @@ class RadioRM {
   // VRRP states as the controller gives them.
   enum VrrpState : std::int32_t { vrrp_master = 0, vrrp_master_alone = 1, vrrp_standby = 2, vrrp_undecided = 3 };
 
-  explicit RadioRM(zal::IpcPort& port);
+  static constexpr const char* usual_backup_directory = "/mnt/data/zal//morvane_domains_backup/";
+
+  explicit RadioRM(zal::IpcPort& port, std::string backup_directory = usual_backup_directory);
   virtual ~RadioRM();
   RadioRM(const RadioRM&) = delete;
   RadioRM& operator=(const RadioRM&) = delete;
@@ -52,9 +55,7 @@ class RadioRM {
   rrm::RRM* server() const { return rrm_.get(); }
 
  protected:
-  enum class RoleOrder { backup, master, master_with_domains };
-  // Orders the server into a role; with domains, a new master also restores what is known of them. False on failure.
-  // Requires: a server.
+  // Orders the server into a role. False on failure, also without a server.
   virtual bool order_role(RoleOrder order);
   // What the timers of the main loop and a change from state 0 to 1 have done. Saving is false with the reason.
   virtual void check_old_reports();
@@ -64,6 +65,7 @@ class RadioRM {
  private:
   void create_server(const std::string& setup);
   void change_setup(const std::string& setup);
+  void follow_enabled(bool was_enabled);
   void enter_master();
   void enter_master_alone();
   void enter_standby();
@@ -85,6 +87,7 @@ class RadioRM {
   std::unique_ptr<rrm::GlobalConfig> config_;  // outlives the server
   std::unique_ptr<rrm::RRM> rrm_;
   zal::IpcPort& port_;
+  const std::string backup_directory_;
   ActiveApStorage active_aps_;
   std::int32_t vrrp_state_ = vrrp_undecided;
   zal::Timer maintenance_timer_;

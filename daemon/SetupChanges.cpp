@@ -9,11 +9,9 @@ namespace {
 
 using rrm::JsonReader;
 
-// Nothing of what the edit asked for was done.
+// Nothing of what the edit asked for was done. No edit here adds what is there already or removes what is not.
 bool is_refused(const JsonReader& answer) {
-  if (answers::is_failure(answer)) return true;
-  if (answer.has("add_status")) return std::string(answer.get_string("add_status")) != "Success";
-  return answer.get_int("remove_status") != 0 || answer.get("invalid_parameters").size() != 0;
+  return answers::is_failure(answer) || answer.get("invalid_parameters").size() != 0;
 }
 
 }  // namespace

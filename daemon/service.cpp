@@ -46,9 +46,9 @@ void MainLoop::tick() {
   last_second_ = second;
 }
 
-int serve() {
+int serve(const std::string& backup_directory) {
   zal::IpcPort port(zal::PortId::rrm, trace);
-  RadioRM radio(port);
+  RadioRM radio(port, backup_directory);
   if (!port.register_msg_callback(RadioRM::on_ipc_message, &radio)) return exit_failure;
   if (!zal::ipc_send_ready_and_wait_for_run(port)) {
     trace.error("Send ipc ready and wait for ipc run failed");

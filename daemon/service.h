@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "RadioRM.h"
 #include "zal/IpcPort.h"
@@ -29,7 +30,7 @@ class MainLoop {
 };
 
 // Opens the port, waits for the supervisor's run order and serves. The result is the exit status of the process.
-int serve();
+int serve(const std::string& backup_directory = RadioRM::usual_backup_directory);
 
 // The exit status that the body gives, or that of a failure after what it threw was logged.
 int status_of(const std::function<int()>& body);

@@ -73,6 +73,18 @@ inline std::vector<std::string> without_commands(std::vector<std::string> notes)
   return notes;
 }
 
+// The texts of the commands among the notes, in order.
+inline std::vector<std::string> questions(const std::vector<std::string>& notes) {
+  const std::string mark = "ap_limited: ";
+  std::vector<std::string> texts;
+  for (std::size_t i = 1; i < notes.size(); ++i) {
+    if (notes[i - 1] == "ap: Morvane API request sent:" && notes[i].starts_with(mark)) {
+      texts.push_back(notes[i].substr(mark.size()));
+    }
+  }
+  return texts;
+}
+
 inline std::shared_ptr<std::string> text(const std::string& value) {
   return std::make_shared<std::string>(value);
 }

@@ -6,6 +6,8 @@
 #include "zal/Timer.h"
 #include "zal/Trace.h"
 #include "zal/alarm.h"
+#include "zal/boards.h"
+#include "zal/cfg.h"
 
 namespace zal {
 
@@ -21,7 +23,11 @@ void Platform::reset() {
   is_ordered_to_run = true;
   timer_has_expired = false;
   timer_resets = 0;
+  gives_trees = true;
+  boards = BoardTable();
   serve = nullptr;
+  callback = nullptr;
+  user = nullptr;
   clear();
 }
 
@@ -129,8 +135,10 @@ IpcPort::IpcPort(PortId id, const Trace&) : impl_(std::make_unique<Impl>()) {
 IpcPort::~IpcPort() {
   platform().note("port closed");
 }
-bool IpcPort::register_msg_callback(const MsgCallback&, void*) {
+bool IpcPort::register_msg_callback(const MsgCallback& callback, void* user) {
   platform().note("register");
+  platform().callback = callback;
+  platform().user = user;
   return platform().registers;
 }
 void IpcPort::run_once_for_timeout(long ms) {
@@ -163,4 +171,20 @@ void emit_alarm_MORVANE_OPTIMIZATION_STATUS_CHANGED(const std::string& location,
   platform().note("alarm: " + location + " " + std::to_string(static_cast<int>(status)));
 }
 
+// The boards of the test, whatever those of this machine are.
+std::optional<ApProfileRadioBand> zalbt_get_band_by_radio_id(const std::string& board_type, int radio_id) {
+  return platform().boards.band_of(board_type, radio_id);
+}
+const char* ApProfileRadioBandToStrX(ApProfileRadioBand band) {
+  return band_names.at(static_cast<std::size_t>(band));
+}
+
 }  // namespace zal
+
+// The linker sends the daemon's calls of cfg_get_empty to the second of these.
+extern "C" {
+zal::cfg_t* __real__ZN3zal13cfg_get_emptyEv();
+zal::cfg_t* __wrap__ZN3zal13cfg_get_emptyEv() {
+  return zal::platform().gives_trees ? __real__ZN3zal13cfg_get_emptyEv() : nullptr;
+}
+}

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/mutex.h"
+#include "platform/standalone/BoardTable.h"
 #include "zal/IMsg.h"
 #include "zal/IpcPort.h"
 
@@ -33,8 +34,13 @@ class Platform {
   bool is_ordered_to_run = true;
   bool timer_has_expired = false;
   int timer_resets = 0;
+  bool gives_trees = true;  // whether cfg_get_empty finds memory for one
+  BoardTable boards;
   // Called by each pass of a port's service; a port without one is finalised at once.
   std::function<void(IpcPort& port, long ms)> serve;
+  // What was registered last, for a `serve` that has a message to deliver.
+  IpcPort::MsgCallback callback;
+  void* user = nullptr;
 
  private:
   Platform() = default;

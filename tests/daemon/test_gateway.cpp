@@ -4,7 +4,10 @@
 
 #include <cstdarg>
 #include <ctime>
+#include <filesystem>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,7 +16,9 @@
 #include "daemon/radio_support.h"
 #include "daemon/trace.h"
 #include "json/JsonReader.h"
+#include "json/JsonWriter.h"
 #include "support/capture.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -282,6 +287,37 @@ TEST_F(DaemonGateway, AfterADifferenceTheConfigurationIsThatOfTheSetup) {
   EXPECT_EQ(radio_->config()->time_zone_offset("yard"), -9000);
 }
 
+TEST_F(DaemonGateway, EachDifferenceIsOneCommandInTheOrderOfTheirKinds) {
+  run_site();
+  const std::string next = R"({
+    "global": {"enabled": 1, "listen_port": 8100}, "common": {"use_dca": 1},
+    "patterns": [{"pattern": "dense", "use_tpc": 0}, {"pattern": "new", "use_dca": 0}],
+    "domains": [{"domain": "north", "pattern": "dense", "time_zone": "4:00"},
+                {"domain": "yard", "pattern": "new"}, {"domain": "hall", "pattern": "common"},
+                {"domain": "attic", "pattern": "new", "time_zone": "-2:30"}]})";
+  const rrm::GlobalConfig wanted("", next);
+  const auto settings = [](const auto& section) {
+    rrm::JsonWriter writer;
+    rrm::write_settings(section, writer);
+    return std::string(writer.to_string());
+  };
+  const auto edit = [](const std::string& operation, const std::string& level, const std::string& name = "") {
+    return R"({"version":"2.0","cfg":{"operation":")" + operation + R"(","level":")" + level + "\"" +
+           (name.empty() ? "" : ",\"" + level + R"(":")" + name + "\"");
+  };
+  radio_->update_setup(text(next));
+  EXPECT_THAT(zal::testing::questions(Platform::instance().notes()),
+              ElementsAre(edit("set", "global") + R"(,"config":)" + settings(wanted.global()) + "}}",
+                          edit("set", "pattern", "dense") + R"(,"config":)" + settings(*wanted.pattern("dense")) + "}}",
+                          edit("add", "pattern", "new") + R"(,"config":)" + settings(*wanted.pattern("new")) + "}}",
+                          edit("remove", "pattern", "wide") + "}}",
+                          edit("set", "domain", "north") + R"(,"config":{"pattern":"dense","time_zone":"4:00"}}})",
+                          edit("add", "domain", "attic") + R"(,"config":{"pattern":"new","time_zone":"-2:30"}}})",
+                          edit("add", "domain", "yard") + R"(,"config":{"pattern":"new"}}})",
+                          edit("remove", "domain", "south") + "}}"));
+  EXPECT_TRUE(*radio_->config() == wanted);
+}
+
 TEST_F(DaemonGateway, AValueThatFailsItsCheckLeavesTheGlobalSettingsAndIsLogged) {
   run_site();
   const auto notes =
@@ -297,6 +333,14 @@ TEST_F(DaemonGateway, ADomainOnAnUnknownPatternIsRefusedAndLogged) {
   const auto notes = notes_of_setup(changed_setup(R"("yard", "pattern": "wide")", R"("yard", "pattern": "none")"));
   EXPECT_THAT(notes, Contains("warn: Setup: 'set domain yard' refused, invalid parameters: []"));
   EXPECT_EQ(radio_->config()->domain_info("yard")->pattern, "wide");
+}
+
+TEST_F(DaemonGateway, ANewDomainOnAnUnknownPatternIsRefusedAndLogged) {
+  run_site();
+  const auto notes = notes_of_setup(
+      changed_setup(R"([{"domain": "north")", R"([{"domain": "new", "pattern": "none"}, {"domain": "north")"));
+  EXPECT_THAT(notes, Contains(R"(warn: Setup: 'add domain new' refused, invalid parameters: [{"pattern":"none"}])"));
+  EXPECT_FALSE(radio_->config()->domain_info("new"));
 }
 
 TEST_F(DaemonGateway, RecordsOfAccessPointsAreKeptByTheirAddress) {
@@ -459,25 +503,93 @@ TEST_F(DaemonGateway, TheServerIsStoppedBeforeAnythingElseGoes) {
   EXPECT_THAT(LookDuringTheStop::seen, ElementsAre("record", "domain"));
 }
 
-// The orders as they reach the server.
+// The orders and the savings as they reach the server and the disk.
+
 class PlainRadio final : public RadioRM {
  public:
   using RadioRM::RadioRM;
-  bool order(const std::string& role) {
-    return order_role(role == "backup" ? RoleOrder::backup
-                                       : (role == "master" ? RoleOrder::master : RoleOrder::master_with_domains));
-  }
+  bool order(RoleOrder role) { return order_role(role); }
 };
 
-TEST_F(DaemonGateway, ARoleOrderChangesTheRoleOfTheServer) {
-  PlainRadio radio(port_);
-  radio.update_setup(text(R"({"global":{"enabled":1,"listen_port":0}})"));
-  EXPECT_TRUE(radio.order("master with domains"));
-  EXPECT_EQ(radio.server()->role(), rrm::RRM::role_master);
-  EXPECT_TRUE(radio.order("backup"));
-  EXPECT_EQ(radio.server()->role(), rrm::RRM::role_backup);
-  EXPECT_TRUE(radio.order("master"));
-  EXPECT_EQ(radio.server()->role(), rrm::RRM::role_master);
+class DaemonGatewayToTheServer : public DaemonGateway {
+ protected:
+  DaemonGatewayToTheServer() {
+    rrm::testing::write_file(backup_of("north"), R"({"name":"north","rrm-status":0,"fbt-status":0,"aps":[]})");
+  }
+  void run() {
+    plain_.update_setup(text(R"({"global":{"enabled":1,"listen_port":0},"common":{},"patterns":[],
+        "domains":[{"domain":"north","pattern":"common"}]})"));
+    Platform::instance().clear();
+  }
+  std::string backup_of(const std::string& domain) const { return backups_.file(domain + ".json"); }
+  bool is_saved(const std::string& domain) const { return std::filesystem::exists(backup_of(domain)); }
+  static Notes commands() { return zal::testing::questions(Platform::instance().notes()); }
+
+  rrm::testing::TempDir backups_;
+  PlainRadio plain_{port_, backups_.path().string() + "/"};
+  const std::string master_with_domains =
+      R"({"vrrp":{"role":"master","domains":[{"name":"north","rrm-status":0,"fbt-status":0,"aps":[]}]}})";
+};
+
+TEST_F(DaemonGatewayToTheServer, ARoleOrderChangesTheRoleOfTheServer) {
+  run();
+  EXPECT_TRUE(plain_.order(RoleOrder::master_with_domains));
+  EXPECT_EQ(plain_.server()->role(), rrm::RRM::role_master);
+  EXPECT_TRUE(plain_.order(RoleOrder::backup));
+  EXPECT_EQ(plain_.server()->role(), rrm::RRM::role_backup);
+  EXPECT_TRUE(plain_.order(RoleOrder::master));
+  EXPECT_EQ(plain_.server()->role(), rrm::RRM::role_master);
+  EXPECT_THAT(commands(),
+              ElementsAre(master_with_domains, R"({"vrrp":{"role":"backup"}})", R"({"vrrp":{"role":"master"}})"));
+}
+
+TEST_F(DaemonGatewayToTheServer, WithoutAServerNoOrderIsObeyed) {
+  for (const RoleOrder order : {RoleOrder::backup, RoleOrder::master, RoleOrder::master_with_domains})
+    EXPECT_FALSE(plain_.order(order));
+}
+
+TEST_F(DaemonGatewayToTheServer, AMasterRestoresWhatTheDirectoryHolds) {
+  run();
+  plain_.set_vrrp_state(1);
+  EXPECT_THAT(commands(), ElementsAre(master_with_domains));
+  EXPECT_NE(plain_.server()->find_worker("north"), nullptr);
+}
+
+TEST_F(DaemonGatewayToTheServer, AMarkedDomainIsSavedInTheDirectory) {
+  run();
+  plain_.set_vrrp_state(1);
+  std::filesystem::remove(backup_of("north"));
+  plain_.mark_domain_for_backup("north");
+  plain_.backup_marked_domains();
+  EXPECT_EQ(rrm::testing::read_file(backup_of("north")),
+            R"({"name":"north","rrm-status":0,"fbt-status":0,"aps":[],"deleted-aps":[],"unanswered-aps":[]})");
+}
+
+TEST_F(DaemonGatewayToTheServer, AMarkedDomainThatCannotBeSavedIsLoggedWithTheReason) {
+  run();
+  plain_.mark_domain_for_backup("south");
+  plain_.backup_marked_domains();
+  EXPECT_THAT(Platform::instance().notes(), Contains("warn: Cannot backup domains info: 'failure from morvane api'"));
+  EXPECT_FALSE(is_saved("south"));
+}
+
+TEST_F(DaemonGatewayToTheServer, EveryDomainIsSavedBeforeAMasterIsMasterAlone) {
+  run();
+  for (const int state : {1, 0}) plain_.set_vrrp_state(state);
+  std::filesystem::remove(backup_of("north"));
+  Platform::instance().clear();
+  plain_.set_vrrp_state(1);
+  EXPECT_THAT(commands(), ElementsAre(R"({"cfg":{"operation":"get","level":"domain"}})",
+                                      R"({"rrm":{"domain":"north"}})", R"({"vrrp":{"role":"master"}})"));
+  EXPECT_TRUE(is_saved("north"));
+}
+
+TEST_F(DaemonGatewayToTheServer, DomainsThatCannotBeSavedAreLoggedWithTheReason) {
+  run();
+  for (const int state : {2, 0, 1}) plain_.set_vrrp_state(state);
+  EXPECT_THAT(Platform::instance().notes(), Contains("warn: Cannot backup domains info: 'failure from morvane api'"))
+      << "nobody runs the domain";
+  EXPECT_EQ(plain_.vrrp_state(), 1);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "daemon/service.h"
 #include "daemon/trace.h"
 #include "support/capture.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -63,12 +64,27 @@ TEST_F(DaemonService, ChangedDomainsAreMarkedOnlyFromTheRunOrderOn) {
   serve();
   EXPECT_THROW(rrm::emit_event_text(23, "office"), std::bad_function_call);
 
+  // A master by its number whose server does not run. To save a domain begins with a question about it.
   Platform::instance().reset();
-  Platform::instance().serve = [](zal::IpcPort& port, long) {
-    rrm::emit_event_text(23, "office");
-    port.finalize();
+  rrm::testing::ManualClock clock;
+  const rrm::testing::TempDir backups;
+  Platform::instance().serve = [&, pass = 0](zal::IpcPort& port, long) mutable {
+    const auto deliver = [&port](const zal::IMsg& message) {
+      EXPECT_EQ(Platform::instance().callback(message, port, Platform::instance().user), zal::Error::none);
+    };
+    if (++pass == 1) {
+      deliver(zal::testing::setup_message(R"({"global":{"enabled":0,"listen_port":0}})"));
+      deliver(zal::testing::vrrp_message(0));
+      rrm::emit_event_text(23, "office");
+    } else {
+      Platform::instance().clear();
+      clock.advance(1);
+      port.finalize();
+    }
   };
-  EXPECT_EQ(serve(), 0);
+  EXPECT_EQ(serve(backups.path().string() + "/"), 0);
+  EXPECT_THAT(zal::testing::questions(notes()), ElementsAre(R"({"rrm":{"domain":"office"}})"));
+  EXPECT_THAT(notes(), Contains("warn: Cannot backup domains info: 'failure from morvane api'"));
 }
 
 TEST_F(DaemonService, PassesFollowOneAnotherUntilThePortIsFinalised) {
