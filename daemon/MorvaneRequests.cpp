@@ -20,6 +20,11 @@ std::optional<std::string> band_of(const Request& request) {
   return request.get_band(valid);
 }
 
+// The server reads a name up to its first zero byte: to ask for such a location would be to ask for another one.
+bool is_readable(const std::string& location) {
+  return location.find('\0') == std::string::npos;
+}
+
 // What is wrong with the parameters that are there; empty if nothing is.
 std::string invalid_parameters(const Request& request) {
   bool band_valid = false;
@@ -29,6 +34,8 @@ std::string invalid_parameters(const Request& request) {
   std::string wrong;
   if (band && !band_valid) wrong += " 'band' '" + *band + "'";
   if (mac && !mac_valid) wrong += " 'mac' '" + *mac + "'";
+  const auto& location = request.get_location();
+  if (location && !is_readable(*location)) wrong += " 'location' '" + *location + "'";
   return wrong.empty() ? "" : "invalid parameter:" + wrong;
 }
 

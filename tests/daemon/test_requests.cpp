@@ -9,11 +9,14 @@
 #include <utility>
 #include <vector>
 
+#include "core/version.h"
 #include "daemon/MorvaneRequests.h"
 #include "daemon/radio_support.h"
 #include "daemon/scripted_api.h"
 #include "daemon/trace.h"
+#include "reports/report_texts.h"
 #include "support/capture.h"
+#include "support/temp_dir.h"
 #include "zal/MacFilter.h"
 
 namespace {
@@ -170,17 +173,153 @@ TEST_F(DaemonRequests, ARequestThatCannotBeReadIsRefusedAsItStands) {
   EXPECT_THAT(api_.asked, IsEmpty());
 }
 
-// The bus
+// No text that the server would read only in part is put to it.
+TEST_F(DaemonRequests, ALocationThatHoldsAZeroByteIsRefused) {
+  for (const std::string& location : {std::string("lab\0", 4), std::string("lab\0x", 5), std::string("\0", 1)}) {
+    for (const std::int32_t kind : {1, 3, 4, 6, 7}) {
+      const auto response = serve(a_request(kind, location));
+      EXPECT_EQ(response.failed, 1);
+      EXPECT_EQ(*response.error, "invalid parameter: 'location' '" + location + "'");
+      EXPECT_EQ(*response.result, "");
+    }
+  }
+  EXPECT_EQ(*serve(a_request(4, std::string("\0", 1), "x", "y")).error,
+            std::string("invalid parameter: 'band' 'y' 'mac' 'x' 'location' '\0'", 54));
+  EXPECT_THAT(api_.asked, IsEmpty());
+  EXPECT_THAT(Platform::instance().notes(), IsEmpty());
+}
 
-constexpr const char* setup = R"({"global":{"enabled":1,"listen_port":0},"common":{},"patterns":[],
-    "domains":[{"domain":"lab","pattern":"common"}]})";
+// Each parameter on its way to the server and into the answer: two access points in one location and one in another,
+// each with a session, and in the first location with a VAP and a line of the report on every band.
+class DaemonRequestParameters : public DaemonRequests {
+ protected:
+  DaemonRequestParameters() {
+    know(ap1, "10.0.0.1", "lab");
+    know(ap2, "10.0.0.2", "lab");
+    know(ap3, "10.0.0.3", "attic");
+    api_.answer(sessions_command, R"({"websock-sessions":[{"id":7,"peer":"10.0.0.1"},{"id":4,"peer":"10.0.0.2"},)"
+                                  R"({"id":5,"peer":"10.0.0.3"}]})");
+    for (const char* ids : {"[7,4,5]", "[4]"}) api_.answer(drop_command(ids), "{}");
+    api_.answer(domains_command, R"({"domains":[{"name":"attic"},{"name":"lab"}]})");
+    api_.answer(configured_command, R"({"domains":[{"name":"attic"},{"name":"lab"}]})");
+    api_.answer(lab_command, R"({"details":{"rrm-status":0,"aps":[)" + with_vaps(ap1) + "," + with_vaps(ap2) + "]}}");
+    api_.answer(attic_command, R"({"details":{"rrm-status":0,"aps":[]}})");
+    for (const char* mac : {ap1, ap2}) api_.answer(ap_command(mac), R"({"active-ap":{"radios":{"interfaces":[]}}})");
+    api_.answer(optimize_command, R"({"status":"success"})");
+    api_.answer(last_report_command, report);
+    api_.answer(list_command, R"({"data":[{"id":"x","domain":"lab"}]})");
+    api_.answer(report_command, report);
+  }
+
+  static std::string drop_command(const std::string& ids) {
+    return R"({"rrm":{"drop_session":"true","ids":)" + ids + "}}";
+  }
+  static std::string ap_command(const std::string& mac) { return R"({"rrm":{"domain":"lab","ap":")" + mac + "\"}}"; }
+  static std::string session(const char* ap, int number, int id, const char* location) {
+    return R"({"ap-mac":")" + std::string(ap) + R"(","ap-ip":"10.0.0.)" + std::to_string(number) +
+           R"(","session-id":)" + std::to_string(id) + R"(,"ap-board-type":"NVA-3wz","ap-location":")" + location +
+           "\"}";
+  }
+  // The VAPs have the address of their access point.
+  static std::string with_vaps(const char* ap) {
+    std::string radios;
+    for (int id = 0; id < 3; ++id) {
+      radios += (id == 0 ? "" : ",") + (R"({"id":)" + std::to_string(id)) + R"(,"vaps":[{"id":0,"mac":")" + ap +
+                R"(","ssid":"on )" + std::to_string(id) + R"("}]})";
+    }
+    return R"({"mac":")" + std::string(ap) + R"(","radios":[)" + radios + "]}";
+  }
+  static std::string vap(const char* ap, int radio) {
+    return R"({"ap-mac":")" + std::string(ap) + R"(","vap-mac":")" + ap + R"(","ssid":"on )" + std::to_string(radio) +
+           R"(","80211k-enable":0,"80211r-enable":0,"80211v-enable":0,"fbt-links":0})";
+  }
+  static std::string row(int channel) {
+    return R"({"ap-mac":"a8:f9:4b:00:11:00","ip-addr":"10.0.0.1","board-type":"NVA-3wz","location":"lab",)"
+           R"("report-time":"then","power-before":0,"power-after":0,"channel-before":)" +
+           std::to_string(channel) + R"(,"channel-after":0})";
+  }
+  static std::string by_band(const std::string& on_2g, const std::string& on_5g, const std::string& on_6g) {
+    return R"({"2g":[)" + on_2g + R"(],"5g":[)" + on_5g + R"(],"6g":[)" + on_6g + "]}";
+  }
+
+  static constexpr const char* ap1 = "a8:f9:4b:00:11:00";
+  static constexpr const char* ap2 = "a8:f9:4b:00:22:00";
+  static constexpr const char* ap3 = "a8:f9:4b:00:33:00";
+  const std::string sessions_command = R"({"rrm":{"sessions":"1"}})";
+  const std::string domains_command = R"({"rrm":{}})";
+  const std::string configured_command = R"({"cfg":{"operation":"get","level":"domain"}})";
+  const std::string lab_command = R"({"rrm":{"domain":"lab"}})";
+  const std::string attic_command = R"({"rrm":{"domain":"attic"}})";
+  const std::string optimize_command = R"({"rrm":{"domain":"attic","start_optimization":"true"}})";
+  const std::string last_report_command = R"({"rrm":{"domain":"lab","last_report":"lab"}})";
+  const std::string list_command = R"({"rrm":{"domain":"lab","report_list":{"date_start":"2023-11-11,00:00:00 UTC",)"
+                                   R"("date_finish":"2023-11-14,22:13:20 UTC"}}})";
+  const std::string report_command = R"({"rrm":{"domain":"lab","report":"x"}})";
+  const std::string report =
+      R"({"report":{"domain":"lab","date":"then","details":[{"ap_mac":"A8:F9:4B:00:11:00","radio_interfaces":[)"
+      R"({"radio_id":0,"before":{"channel":1}},{"radio_id":1,"before":{"channel":36}},)"
+      R"({"radio_id":2,"before":{"channel":37}}]}]}})";
+  rrm::testing::ManualClock clock_{1000, 1700000000};  // 2023-11-14,22:13:20 UTC
+};
+
+struct ParameterCase {
+  Request request;
+  std::vector<std::string> asked;
+  std::string result;
+  std::string error;
+};
+
+TEST_F(DaemonRequestParameters, EachReachesTheServerAndTheAnswer) {
+  const std::string mac = "A8F94B002200";  // of the second
+  const auto none = std::nullopt;
+  const std::string in_attic = session(ap3, 3, 5, "attic");
+  const std::string in_lab = session(ap1, 1, 7, "lab") + "," + session(ap2, 2, 4, "lab");
+  const auto both = [](int radio) { return vap(ap1, radio) + "," + vap(ap2, radio); };
+  const std::vector<std::string> of_lab{domains_command, lab_command};
+  const std::vector<ParameterCase> cases{
+      {a_request(1), {sessions_command}, R"({"array":[)" + in_attic + "," + in_lab + "]}", ""},
+      {a_request(1, "lab"), {sessions_command}, R"({"array":[)" + in_lab + "]}", ""},
+      {a_request(1, "attic"), {sessions_command}, R"({"array":[)" + in_attic + "]}", ""},
+      {a_request(2), {sessions_command, drop_command("[7,4,5]")}, "", ""},
+      {a_request(2, none, mac), {sessions_command, drop_command("[4]")}, "", ""},
+      {a_request(3, "attic"),
+       {configured_command, domains_command, attic_command},
+       "",
+       "ap-location 'attic' currently has no active APs"},
+      {a_request(3, "lab"),
+       {configured_command, domains_command, lab_command, ap_command(ap1), ap_command(ap2)},
+       "",
+       "empty data"},
+      {a_request(4, "lab"), of_lab, by_band(both(0), both(1), both(2)), ""},
+      {a_request(4, "attic"), {domains_command, attic_command}, by_band("", "", ""), ""},
+      {a_request(4, "lab", none, "2g"), of_lab, by_band(both(0), "", ""), ""},
+      {a_request(4, "lab", none, "6g"), of_lab, by_band("", "", both(2)), ""},
+      {a_request(4, "lab", mac), of_lab, by_band(vap(ap2, 0), vap(ap2, 1), vap(ap2, 2)), ""},
+      {a_request(4, "lab", mac, "5g"), of_lab, by_band("", vap(ap2, 1), ""), ""},
+      {a_request(5, none, mac), {ap_command(ap2)}, "", "empty data"},
+      {a_request(6, "attic"), {attic_command, optimize_command}, "", ""},
+      {a_request(7, "lab"), {last_report_command}, by_band(row(1), row(36), row(37)), ""},
+      {a_request(7, "lab", none, "5g"), {last_report_command}, by_band("", row(36), ""), ""},
+      {a_request(7, "lab", none, "6g", 3), {list_command, report_command}, by_band("", "", row(37)), ""},
+      {a_request(7, "lab", none, none, 3), {list_command, report_command}, by_band(row(1), row(36), row(37)), ""},
+  };
+  for (const auto& [request, asked, result, error] : cases) {
+    SCOPED_TRACE(std::to_string(request.kind) + " " + request.location.value_or("-") + " " + request.mac.value_or("-") +
+                 " " + request.band.value_or("-"));
+    api_.asked.clear();
+    const auto response = serve(request);
+    EXPECT_EQ(*response.result, result);
+    EXPECT_EQ(*response.error, error);
+    EXPECT_EQ(response.failed, error.empty() ? 0 : 1);
+    EXPECT_EQ(api_.asked, asked);
+  }
+}
+
+// The bus
 
 class DaemonBus : public ::testing::Test {
  protected:
-  DaemonBus() {
-    Platform::instance().reset();
-    radio_ = std::make_unique<RadioRM>(port_);
-  }
+  DaemonBus() { Platform::instance().reset(); }
   void set_up_site() { radio_->update_setup(text(setup)); }
 
   // The one reply to a message.
@@ -206,10 +345,20 @@ class DaemonBus : public ::testing::Test {
   // Every older question.
   void expect_answers_to_questions();
 
+  // The server's answer with these members behind those of every such answer.
+  std::string of_server(const std::string& members = "") const {
+    return R"({"version":"2.1","server":")" + radio_->config()->hostname() + R"(","morvane_version":")" +
+           rrm::build_version + "\"" + (members.empty() ? "" : ",") + members + "}";
+  }
+
   rrm::testing::ManualClock clock_{1000, 1700006400};
   rrm::testing::Capture log_;
+  rrm::testing::TempDir backups_;
+  rrm::testing::TempDir reports_;
   zal::IpcPort port_{zal::PortId::rrm, trace};
-  std::unique_ptr<RadioRM> radio_;
+  std::unique_ptr<RadioRM> radio_ = std::make_unique<RadioRM>(port_, backups_.path().string() + "/");
+  const std::string setup = R"({"global":{"enabled":1,"listen_port":0,"reports_path":")" + reports_.path().string() +
+                            R"("},"common":{},"patterns":[],"domains":[{"domain":"lab","pattern":"common"}]})";
 };
 
 void DaemonBus::expect_answers_to_questions() {
@@ -246,6 +395,138 @@ TEST_F(DaemonBus, TheOlderQuestionsAreAnsweredByTheServerAsItStands) {
   expect_answers_to_questions();
 }
 
+// A site whose domain "lab" came back from its backup, with one access point that is gone, and has one report.
+class DaemonBusOfASite : public DaemonBus {
+ protected:
+  DaemonBusOfASite() {
+    rrm::testing::write_file(
+        backups_.file("lab.json"),
+        R"({"name":"lab","rrm-status":0,"fbt-status":0,"aps":[{"mac":"A8:F9:4B:00:11:00","ap-mac-count":48,)"
+        R"("radios":{"received":1,"interfaces":[{"id":1,"mac-offset":16,"radio-mac-count":16,"status":1,)"
+        R"("channel":36,"band":5,"power":17,"max-power":20,"min-power":5,"bandwidth":20,)"
+        R"("available-channels":[36,40],"vaps":[]}]},"visible-members":[],"visible-rogue":[],)"
+        R"("board":"NVA-3wz","hw":"1.0","serial":"SN1"}]})");
+    rrm::testing::lay_out(reports_.path(), rrm::testing::report_files("lab", {1700000000}, 1));
+    set_up_site();
+    radio_->set_vrrp_state(1);
+  }
+  template <class Message>
+  static Message about(const std::string& group) {
+    Message message;
+    *message.group = group;
+    return message;
+  }
+  template <class Reply, class Message>
+  std::string answer_to(const Message& message) {
+    return *reply_to<Reply>(message).text;
+  }
+};
+
+TEST_F(DaemonBusOfASite, SessionsAreListedAndEnded) {
+  EXPECT_EQ(answer_to<zal::IPC_MSG__RRM_API_SESSIONS_RESP>(zal::IPC_MSG__RRM_API_SESSIONS()),
+            of_server(R"("websock-sessions":[])"));
+  zal::IPC_MSG__RRM_API_REM_SESSIONS sessions;
+  *sessions.filter = "7,4";
+  EXPECT_EQ(answer_to<zal::IPC_MSG__RRM_API_REM_SESSIONS_RESP>(sessions), of_server());
+}
+
+TEST_F(DaemonBusOfASite, GroupsAreTold) {
+  EXPECT_EQ(answer_to<zal::IPC_MSG__RRM_API_GROUPS_RESP>(zal::IPC_MSG__RRM_API_GROUPS()),
+            of_server(R"("domains":[{"name":"lab","ap-count":0,"unanswered-ap-count":0,"deleted-ap-count":1,)"
+                      R"("common-config":1}])"));
+  const auto tell = [&](const std::string& group) {
+    return answer_to<zal::IPC_MSG__RRM_API_GROUP_RESP>(about<zal::IPC_MSG__RRM_API_GROUP>(group));
+  };
+  EXPECT_EQ(tell("lab"),
+            of_server(R"("details":{"name":"lab","metrics":{"rrm-response-expected":0,"rrm-response-count":0,)"
+                      R"("rrm-mode-response-expected":0,"rrm-mode-response-count":0,"rrm-config-changed-expected":0,)"
+                      R"("rrm-config-changed-count":0,"timer-request-modes-expected":0,"timer-request-modes-count":0,)"
+                      R"("timer-request-scan-expected":0,"timer-request-scan-count":0,"timer-optimize-expected":0,)"
+                      R"("timer-optimize-count":0},"ap-count":0,"unanswered-ap-count":0,"deleted-ap-count":1,)"
+                      R"("queue-size":0,"rrm-status":0,"fbt-status":0,"aps":[],"unanswered-aps":[],"deleted-aps":[)"
+                      R"({"board":"NVA-3wz","mac":"A8:F9:4B:00:11:00","serial":"SN1","hw":"1.0","radios":[)"
+                      R"({"id":0,"vaps":[]},{"id":1,"vaps":[]},{"id":2,"vaps":[]}]}]})"));
+  EXPECT_EQ(tell("attic"), of_server(R"("error":"domain not found")"));
+}
+
+TEST_F(DaemonBusOfASite, AnAccessPointIsTold) {
+  const auto tell = [&](const std::string& mac) {
+    auto question = about<zal::IPC_MSG__RRM_API_AP>("lab");
+    *question.ap = mac;
+    return answer_to<zal::IPC_MSG__RRM_API_AP_RESP>(question);
+  };
+  // A radio up to its channel, and from its channels on.
+  const auto begin = [](int id, int mac_offset, int status) {
+    return R"({"id":)" + std::to_string(id) + R"(,"mac":"A8:F9:4B:00:11:)" + std::to_string(id) +
+           R"(0","mac-offset":)" + std::to_string(mac_offset) + R"(,"radio-mac-count":16,"status":)" +
+           std::to_string(status) +
+           R"(,"power-changed":0,"conflicted":0,"locked-tpc":0,"locked-dca":0,"locked-balancer":0,"locked-80211v":0,)";
+  };
+  const auto end = [](const std::string& channels) {
+    return R"("bandwidth":20,"primary-channel":0,"available-channels":[)" + channels +
+           R"(],"vaps":[],"assoc_clients":[]})";
+  };
+  const std::string unset = R"("channel":0,"band":0,"power":0,"max-power":0,"min-power":0,)";
+  EXPECT_EQ(tell("a8:f9:4b:00:11:00"),
+            of_server(R"("deleted-ap":{"mac":"A8:F9:4B:00:11:00","active":0,"ap-mac-count":48,)"
+                      R"("use-wildcard-80211r":0,"radios":{"received":0,"interfaces":[)" +
+                      begin(0, 0, 0) + unset + end("") + "," + begin(1, 16, 1) +
+                      R"("channel":36,"band":5,"power":17,"max-power":20,"min-power":5,)" + end("36,40") + "," +
+                      begin(2, 32, 0) + unset + end("") + R"(]},"visible-members":[],"visible-rogue":[]})"));
+  EXPECT_EQ(tell("a8:f9:4b:00:99:00"), of_server(R"("error":"ap not found")"));
+}
+
+TEST_F(DaemonBusOfASite, AnOptimisationStartsOrNot) {
+  const auto start = [&](const std::string& group) {
+    return answer_to<zal::IPC_MSG__RRM_API_START_OPT_RESP>(about<zal::IPC_MSG__RRM_API_START_OPT>(group));
+  };
+  EXPECT_EQ(start("lab"), of_server(R"("status":"success")"));
+  EXPECT_EQ(start("attic"), of_server(R"("error":"domain not found")"));
+}
+
+TEST_F(DaemonBusOfASite, ReportsAreListed) {
+  const auto list = [&](const std::string& start, const std::string& finish) {
+    auto question = about<zal::IPC_MSG__RRM_API_REPORTS>("lab");
+    *question.date_start = start;
+    *question.date_finish = finish;
+    return answer_to<zal::IPC_MSG__RRM_API_REPORTS_RESP>(question);
+  };
+  EXPECT_EQ(list("2023-11-14,00:00:00 UTC", "2023-11-15,00:00:00 UTC"),
+            of_server(R"("data":[{"id":"2023-11-14,22:13:20,lab","domain":"lab","date":"2023-11-14,22:13:20 UTC"}],)"
+                      R"("count":1,"status":"success")"));
+  EXPECT_EQ(list("2023-11-13,00:00:00 UTC", "2023-11-14,00:00:00 UTC"),
+            of_server(R"("data":[],"count":0,"status":"success")"));
+  EXPECT_EQ(list("2023-11-15,00:00:00 UTC", "2023-11-15,00:00:00 UTC"), of_server(R"("status":"failure")"));
+  EXPECT_EQ(list("yesterday", ""), of_server(R"("status":"failure")"));
+}
+
+TEST_F(DaemonBusOfASite, AReportIsTold) {
+  const auto tell = [&](const std::string& id) {
+    auto question = about<zal::IPC_MSG__RRM_API_REPORT>("lab");
+    *question.report = id;
+    return answer_to<zal::IPC_MSG__RRM_API_REPORT_RESP>(question);
+  };
+  EXPECT_EQ(
+      tell("2023-11-14,22:13:20,lab"),
+      of_server(R"("report":{"id":"2023-11-14,22:13:20,lab","domain":"lab","date":"2023-11-14,22:13:20 UTC",)"
+                R"("domain_config":{"use_dunva_rrm_scan":1,"use_dca":1,"use_tpc":1,"use_hd_mode":1,"dca_threshold":25,)"
+                R"("ap_rssi_threshold_2g":-70,"ap_rssi_threshold_5g":-70,"ap_rssi_threshold_6g":-70,"hysteresis_2g":2,)"
+                R"("hysteresis_5g":2,"hysteresis_6g":2,"optimization_time":"00:00","use_optimization_time":0,)"
+                R"("use_optimization_event":1,"away_timeout":300,"blacklist_thr_low":-75,"blacklist_thr_high":-65,)"
+                R"("blacklist_timeout":30,"load_balance_sta_low":5,"load_balance_sta_high":20,)"
+                R"("roam_attempt_timeout":600,"sta_load_balance_period":60,"load_balance_roam_count_min":2,)"
+                R"("load_balance_roam_count_max":4,"use_all_ap_balance":0,"use_balance":1,"client_rssi_renew":15,)"
+                R"("client_max_age":20,"client_try_no_balance":2,"no_balance_enterprise":0,"use_rrm_report":1,)"
+                R"("report_days_to_live":93,"use_80211k":1,"use_80211r":1,"use_80211r_2g_cross_band":1,"use_80211v":0,)"
+                R"("fbt_reassoc_deadline":1000,"fbt_over_ds":0},"details":[{"ap_mac":"00:11:22:00:00:00",)"
+                R"("radio_interfaces":[{"radio_id":0,"radio_mac":"00:11:22:00:00:01",)"
+                R"("before":{"power":20,"channel":36,"eirp":22},"after":{"power":17,"channel":44,"eirp":19},)"
+                R"("bandwidth":40,"max_power":23,"min_power":5,"primary_channel":1,)"
+                R"("available_channels":[36,40,44,48],"eirp-min":7,"eirp-max":30,)"
+                R"("antenna-configuration":{"antenna-gain":3,"cable-loss":1}}]}]},"status":"success")"));
+  EXPECT_EQ(tell("nonsense"), of_server(R"("status":"failure")"));
+}
+
 TEST_F(DaemonBus, BeforeAnySetupTheOlderQuestionsAreAnsweredByNothing) {
   expect_answers_to_questions();
 }
@@ -266,6 +547,11 @@ TEST_F(DaemonBus, ASessionFilterThatIsNoNumberDropsNothing) {
 
 TEST_F(DaemonBus, AReportOfLifeSucceedsAlsoBeforeAnySetup) {
   EXPECT_EQ(*reply_to<zal::IPC_MSG__RRM_REPORT_RESP>(zal::IPC_MSG__RRM_REPORT()).text, R"({"status":"success"})");
+}
+
+TEST_F(DaemonBus, WithoutMemoryForATreeAReportOfLifeIsAnError) {
+  Platform::instance().gives_trees = false;
+  EXPECT_EQ(*reply_to<zal::IPC_MSG__RRM_REPORT_RESP>(zal::IPC_MSG__RRM_REPORT()).text, R"({"status": "error"})");
 }
 
 TEST_F(DaemonBus, AManagementRequestIsServedAndAnswered) {
@@ -365,6 +651,14 @@ TEST_F(DaemonBus, ASetupThatDisablesTheServerMakesItBackupUntilAnotherEnablesIt)
   EXPECT_EQ(radio_->vrrp_state(), 1);
 }
 
+TEST_F(DaemonBus, ASetupThatIsRefusedDisablesNothing) {
+  set_up_site();
+  radio_->set_vrrp_state(1);
+  radio_->update_setup(text(R"({"global":{"enabled":0,"report_delete_at_time_utc":"24:00"},"common":{}})"));
+  EXPECT_TRUE(radio_->config()->enabled());
+  EXPECT_EQ(radio_->server()->role(), rrm::RRM::role_master);
+}
+
 // The log's MAC filter
 
 class DaemonMacFilter : public DaemonBus {
@@ -421,6 +715,16 @@ TEST_F(DaemonMacFilter, AnActionWithoutAMeaningChangesNothing) {
   EXPECT_EQ(order(7, "a8f94b002200"), R"({"error":true,"cause":"invalid action"})");
   for (const std::int32_t action : {8, 2147483647, -1}) EXPECT_EQ(order(action, "a8f94b002200"), done);
   EXPECT_EQ(order(4), R"({"error":false,"filter_status":true})");
+  EXPECT_EQ(order(5), R"({"error":false,"macs":["a8:f9:4b:00:11:00"]})");
+}
+
+TEST_F(DaemonMacFilter, WithoutMemoryForATreeNoActionIsDone) {
+  EXPECT_EQ(order(2, "a8f94b001100"), done);
+  Platform::instance().gives_trees = false;
+  for (const std::int32_t action : {0, 2, 3, 4, 5, 6, 7, 8})
+    EXPECT_EQ(order(action, "a8f94b001100 a8f94b002200"), R"({"error":true, "cause":"can't get empty cfg"})");
+  Platform::instance().gives_trees = true;
+  EXPECT_EQ(order(4), R"({"error":false,"filter_status":false})");
   EXPECT_EQ(order(5), R"({"error":false,"macs":["a8:f9:4b:00:11:00"]})");
 }
 
