@@ -21,7 +21,7 @@ bool attempt(std::string& error, const std::function<void()>& request);
 
 void for_each(const rrm::JsonReader& array, const std::function<void(const rrm::JsonReader&)>& visit);
 
-// The controller knows an address of the access point.
+// The controller knows an address of the access point. Access points are reached by IPv4 only.
 bool has_ip(const zal::IpcMsgRrmApInfo& record);
 
 // An address as the controller writes it, lower-case with colons; all zero if the text is none.

@@ -210,8 +210,10 @@ bool ApiZAL::morvane_ap(const zal::MacAddr& mac, std::string& answer, std::strin
 
 // Roaming
 
+// An access point that the controller knows not yet, or no longer, is left out: it must not cost the others.
 void ApiZAL::add_roaming_vaps(const JsonReader& ap, std::map<std::string, std::vector<RoamingVap>>& vaps) const {
   const std::string mac = answers::mac_text(ap.get_string("mac"));
+  if (active_aps_.find(zal::MacAddr::from_str(mac)) == nullptr) return;
   answers::for_each(ap.get("radios"), [&](const JsonReader& radio) {
     const std::string band = band_of(mac, radio.get_int("id"));
     answers::for_each(radio.get("vaps"), [&](const JsonReader& vap) {

@@ -9,7 +9,13 @@
 #include <vector>
 
 #include "daemon/scripted_api.h"
+#include "platform/standalone/BoardTable.h"
+#include "reports/report_texts.h"
+#include "server/server_support.h"
 #include "support/capture.h"
+#include "support/gate.h"
+#include "support/messages.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -201,6 +207,23 @@ TEST_F(DaemonAnswers, TheSessionsAreThoseOfKnownAccessPointsByLocationAndAddress
   EXPECT_EQ(ask(sessions("cellar")), R"({"array":[]})");
 }
 
+// Its session is one all the same; but there is no location that it could count for.
+TEST_F(DaemonAnswers, AnAccessPointWithoutALocationIsListedAndNotCounted) {
+  know_record(ap1, R"({"ip":"10.0.0.1","board-type":"NVA-2"})");
+  api_.answer(sessions_command, R"({"websock-sessions":[{"id":7,"peer":"10.0.0.1"}]})");
+  api_.answer(domains_command, R"({"domains":[]})");
+  const std::string listed = R"({"array":[{"ap-mac":"a8:f9:4b:00:11:00","ap-ip":"10.0.0.1","session-id":7,)"
+                             R"("ap-board-type":"NVA-2","ap-location":""}]})";
+  EXPECT_EQ(ask(sessions()), listed);
+  EXPECT_EQ(ask(sessions("")), listed);
+  EXPECT_EQ(ask(sessions("lab")), R"({"array":[]})");
+  EXPECT_EQ(ask(common()), R"({"array":[]})");
+  know(ap1, "10.0.0.1", "", "NVA-2");
+  EXPECT_EQ(ask(sessions()), listed);
+  EXPECT_EQ(ask(common()), R"({"array":[{"ap-location":"","ap-morvane":0,"ap-count":1}]})")
+      << "a location may have an empty name";
+}
+
 TEST_F(DaemonAnswers, APeerOfSeveralSessionsCountsWithItsYoungest) {
   know(ap1, "10.0.0.1", "lab");
   for (const char* list : {R"([{"id":3,"peer":"10.0.0.1"},{"id":9,"peer":"10.0.0.1"},{"id":5,"peer":"10.0.0.1"}])",
@@ -213,21 +236,20 @@ TEST_F(DaemonAnswers, APeerOfSeveralSessionsCountsWithItsYoungest) {
 
 TEST_F(DaemonAnswers, TheSessionsOfAThousandAccessPointsAreTold) {
   std::string list;
+  std::string expected;
   for (int i = 0; i < 1000; ++i) {
     char address[18];
     std::snprintf(address, sizeof address, "a8:f9:4b:01:%02x:%02x", (static_cast<unsigned>(i) / 256) & 0xFF,
                   static_cast<unsigned>(i) & 0xFF);
     const std::string ip = "10.1." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1);
+    const std::string comma = i == 0 ? "" : ",";
     know(address, ip, "lab");
-    list += (i == 0 ? "" : ",") + (R"({"id":)" + std::to_string(i) + R"(,"peer":")" + ip + "\"}");
+    list += comma + R"({"id":)" + std::to_string(i) + R"(,"peer":")" + ip + "\"}";
+    expected += comma + R"({"ap-mac":")" + address + R"(","ap-ip":")" + ip + R"(","session-id":)" + std::to_string(i) +
+                R"(,"ap-board-type":"NVA-3wz","ap-location":"lab"})";
   }
   api_.answer(sessions_command, R"({"websock-sessions":[)" + list + "]}");
-  const std::string answer = ask(sessions());
-  std::size_t count = 0;
-  for (std::size_t at = 0;
-       (at = answer.find("\"session-id\":" + std::to_string(count) + ",", at)) != std::string::npos;)
-    ++count;
-  EXPECT_EQ(count, 1000u) << "in the order of the addresses";
+  EXPECT_EQ(ask(sessions()), R"({"array":[)" + expected + "]}") << "in the order of the addresses";
 }
 
 TEST_F(DaemonAnswers, TheSessionsNeedTheServersList) {
@@ -371,8 +393,11 @@ TEST_F(DaemonAnswers, ARadioNeedsItsChannelsAndItsVaps) {
     EXPECT_EQ(ask(ap()), "failed: " + malformed_answer) << interface;
   }
   api_.answer(ap_command(ap1), ap_answer("active-ap", R"({"id":1,"available-channels":[],"vaps":[]})"));
-  EXPECT_NE(ask(ap()).find(R"("5g":{"radio-mac":"00:00:00:00:00:00","status":"Down","power-changed":0,)"),
-            std::string::npos)
+  EXPECT_EQ(ask(ap()),
+            R"({"ap-location":"lab","ap-mac":"a8:f9:4b:00:11:00","5g":{"radio-mac":"00:00:00:00:00:00",)"
+            R"("status":"Down","power-changed":0,"conflicted":0,"locked-tpc":0,"locked-dca":0,"locked-balancer":0,)"
+            R"("locked-80211v":0,"channel":0,"power":0,"max-power":0,"min-power":0,"bandwidth":0,"primary-channel":0,)"
+            R"("available-channels":[],"ssids":[]}})")
       << "all else may be missing";
 }
 
@@ -453,6 +478,11 @@ TEST_F(DaemonStatistics, AnAccessPointThatGoesMeanwhileEndsTheAnswer) {
 TEST_F(DaemonStatistics, AnAccessPointUnknownToTheControllerHasNoBands) {
   storage_.clear();
   EXPECT_EQ(ask(rrm_stat()), "failed: Cannot get radio by id '1' for AP 'a8:f9:4b:00:11:00'");
+}
+
+TEST_F(DaemonStatistics, OneAccessPointUnknownToTheControllerEndsTheAnswer) {
+  know_record(ap2, "{}");
+  EXPECT_EQ(ask(rrm_stat()), "failed: Cannot get radio by id '1' for AP 'a8:f9:4b:00:22:00'");
 }
 
 TEST_F(DaemonStatistics, EachOfTheServersAnswersIsNeeded) {
@@ -545,6 +575,12 @@ TEST_F(DaemonRoaming, ALocationWithoutADomainOrWithoutAccessPointsHasNothing) {
   EXPECT_THAT(api_.asked, ElementsAre(domains_command, domains_command));
 }
 
+TEST_F(DaemonRoaming, AnAccessPointUnknownToTheControllerIsLeftOut) {
+  know_record(ap2, "{}");
+  EXPECT_EQ(ask(roaming_stat()), R"({"2g":[)" + on_2g + R"(],"5g":[)" + first_on_5g + R"(],"6g":[]})");
+  EXPECT_EQ(ask(roaming_stat(std::nullopt, "5g")), R"({"2g":[],"5g":[)" + first_on_5g + R"(],"6g":[]})");
+}
+
 TEST_F(DaemonRoaming, ARadioThatTheBoardDoesNotHaveEndsTheAnswer) {
   api_.answer(lab_command, R"({"details":{"aps":[{"mac":"A8:F9:4B:00:11:00","radios":[{"id":7,"vaps":[]}]}]}})");
   EXPECT_EQ(ask(roaming_stat()), "failed: Cannot get radio by id '7' for AP 'a8:f9:4b:00:11:00'");
@@ -557,6 +593,7 @@ TEST_F(DaemonRoaming, BothOfTheServersAnswersAreNeeded) {
 
 // Reports
 
+// The location of a row is the domain that the report is of, whichever was asked for.
 class DaemonReports : public DaemonAnswers {
  protected:
   DaemonReports() {
@@ -571,8 +608,13 @@ class DaemonReports : public DaemonAnswers {
     return R"({"radio_id":)" + std::to_string(radio_id) + R"(,"before":)" + state(0) + R"(,"after":)" + state(4) + "}";
   }
   static std::string report_text(const std::string& details, const std::string& date = "2023-11-14,22:13:20 UTC") {
-    return R"({"status":"success","report":{"id":"5","domain":"lab","date":")" + date + R"(","details":[)" + details +
-           "]}}";
+    return R"({"version":"2.1","server":"controller","morvane_version":"1.0","report":{"id":"5","domain":"annex",)"
+           R"("date":")" +
+           date + R"(","domain_config":{},"details":[)" + details + R"(]},"status":"success"})";
+  }
+  static std::string list_text(const std::string& entries = "", int count = 0) {
+    return R"({"version":"2.1","server":"controller","morvane_version":"1.0","data":[)" + entries + R"(],"count":)" +
+           std::to_string(count) + R"(,"status":"success"})";
   }
   static std::string of_ap(const std::string& mac, const std::string& radios) {
     return R"({"ap_mac":")" + mac + R"(","radio_interfaces":[)" + radios + "]}";
@@ -590,9 +632,9 @@ TEST_F(DaemonReports, TheLastReportIsToldRadioByRadio) {
               report_text(of_ap("A8:F9:4B:00:11:00", row_of(1, 36, true) + "," + row_of(0, 1, false)) + "," +
                           of_ap("A8:F9:4B:00:22:00", row_of(1, 44, true) + "," + row_of(2, 37, true))));
   const std::string first = R"({"ap-mac":"a8:f9:4b:00:11:00","ip-addr":"10.0.0.1","board-type":"NVA-3wz",)"
-                            R"("location":"lab","report-time":"2023-11-14,22:13:20 UTC",)";
+                            R"("location":"annex","report-time":"2023-11-14,22:13:20 UTC",)";
   const std::string second = R"({"ap-mac":"a8:f9:4b:00:22:00","ip-addr":"","board-type":"",)"
-                             R"("location":"lab","report-time":"2023-11-14,22:13:20 UTC",)";
+                             R"("location":"annex","report-time":"2023-11-14,22:13:20 UTC",)";
   const std::string changes_2g = R"("power-before":10,"power-after":14,"channel-before":1,"channel-after":5})";
   const std::string power = R"("power-before":10,"power-after":14,)";
   const std::string eirps = R"("eirp-before":20,"eirp-after":24})";
@@ -601,6 +643,22 @@ TEST_F(DaemonReports, TheLastReportIsToldRadioByRadio) {
                                R"("channel-before":44,"channel-after":48,)" + eirps + R"(],"6g":[)" + second + power +
                                R"("channel-before":37,"channel-after":41,)" + eirps + "]}");
   EXPECT_EQ(ask(report("2g")), R"({"2g":[)" + first + changes_2g + R"(],"5g":[],"6g":[]})");
+}
+
+TEST_F(DaemonReports, EachEirpIsToldWhereTheReportHasIt) {
+  api_.answer(
+      last_report_command,
+      report_text(of_ap("A8:F9:4B:00:11:00", R"({"radio_id":0,"before":{"power":1,"channel":2,"eirp":3},"after":{}},)"
+                                             R"({"radio_id":1,"before":{},"after":{"power":4,"channel":5,"eirp":0}},)"
+                                             R"({"radio_id":2})")));
+  const std::string row = R"({"ap-mac":"a8:f9:4b:00:11:00","ip-addr":"10.0.0.1","board-type":"NVA-3wz",)"
+                          R"("location":"annex","report-time":"2023-11-14,22:13:20 UTC",)";
+  EXPECT_EQ(ask(report()),
+            R"({"2g":[)" + row +
+                R"("power-before":1,"power-after":0,"channel-before":2,"channel-after":0,"eirp-before":3}],"5g":[)" +
+                row +
+                R"("power-before":0,"power-after":4,"channel-before":0,"channel-after":5,"eirp-after":0}],"6g":[)" +
+                row + R"("power-before":0,"power-after":0,"channel-before":0,"channel-after":0}]})");
 }
 
 TEST_F(DaemonReports, AnAccessPointThatTheControllerHasForgottenIsLeftOut) {
@@ -622,8 +680,17 @@ TEST_F(DaemonReports, ARadioThatTheBoardDoesNotHaveEndsTheAnswer) {
 }
 
 TEST_F(DaemonReports, NoDaysAskForTheCurrentDay) {
-  api_.answer(list_command("2023-11-14,00:00:00 UTC", "2023-11-14,22:13:20 UTC"), R"({"status":"success","data":[]})");
+  api_.answer(list_command("2023-11-14,00:00:00 UTC", "2023-11-14,22:13:20 UTC"), list_text());
   EXPECT_EQ(ask(report(std::nullopt, 0)), R"({"2g":[],"5g":[],"6g":[]})");
+}
+
+TEST_F(DaemonReports, AsLongAsAPeriodIsEmptyNothingIsAskedFor) {
+  for (const std::int64_t now : {1700006400, 0}) {
+    clock_.set_wall(now);
+    EXPECT_EQ(ask(report(std::nullopt, 0)), R"({"2g":[],"5g":[],"6g":[]})") << now;
+  }
+  EXPECT_EQ(ask(report(std::nullopt, 1)), R"({"2g":[],"5g":[],"6g":[]})") << "there is no day before the first";
+  EXPECT_THAT(api_.asked, IsEmpty());
 }
 
 TEST_F(DaemonReports, DaysBeginAtTheirMidnight) {
@@ -637,7 +704,8 @@ TEST_F(DaemonReports, DaysBeginAtTheirMidnight) {
       {1700000000, 1, "2023-11-13,00:00:00 UTC", "2023-11-14,22:13:20 UTC"},
       {1700000000, 14, "2023-10-31,00:00:00 UTC", "2023-11-14,22:13:20 UTC"},
       {1700006399, 0, "2023-11-14,00:00:00 UTC", "2023-11-14,23:59:59 UTC"},
-      {1700006400, 0, "2023-11-15,00:00:00 UTC", "2023-11-15,00:00:00 UTC"},
+      {1700006401, 0, "2023-11-15,00:00:00 UTC", "2023-11-15,00:00:01 UTC"},
+      {1700006400, 1, "2023-11-14,00:00:00 UTC", "2023-11-15,00:00:00 UTC"},
       {1709251200, 1, "2024-02-29,00:00:00 UTC", "2024-03-01,00:00:00 UTC"},
       {1704067200, 365, "2023-01-01,00:00:00 UTC", "2024-01-01,00:00:00 UTC"},
       {1700000000, 19675, "1970-01-01,00:00:00 UTC", "2023-11-14,22:13:20 UTC"},
@@ -647,15 +715,17 @@ TEST_F(DaemonReports, DaysBeginAtTheirMidnight) {
   for (const auto& [now, days, start, finish] : cases) {
     SCOPED_TRACE(days);
     clock_.set_wall(now);
-    api_.answer(list_command(start, finish), R"({"data":[]})");
+    api_.asked.clear();
+    api_.answer(list_command(start, finish), list_text());
     EXPECT_EQ(ask(report(std::nullopt, days)), R"({"2g":[],"5g":[],"6g":[]})");
+    EXPECT_THAT(api_.asked, ElementsAre(list_command(start, finish)));
   }
 }
 
 TEST_F(DaemonReports, TheZoneOfTheControllerMovesNoMidnight) {
   setenv("TZ", "ABC-9", 1);
   tzset();
-  api_.answer(list_command("2023-11-13,00:00:00 UTC", "2023-11-14,22:13:20 UTC"), R"({"data":[]})");
+  api_.answer(list_command("2023-11-13,00:00:00 UTC", "2023-11-14,22:13:20 UTC"), list_text());
   EXPECT_EQ(ask(report(std::nullopt, 1)), R"({"2g":[],"5g":[],"6g":[]})");
   unsetenv("TZ");
   tzset();
@@ -663,24 +733,99 @@ TEST_F(DaemonReports, TheZoneOfTheControllerMovesNoMidnight) {
 
 TEST_F(DaemonReports, TheReportsOfTheDaysFollowTheirList) {
   const std::string list = list_command("2023-11-13,00:00:00 UTC", "2023-11-14,22:13:20 UTC");
-  const std::string second = R"({"rrm":{"domain":"lab","report":"lab_9"}})";
-  const std::string first = R"({"rrm":{"domain":"lab","report":"lab_2"}})";
-  api_.answer(list, R"({"data":[{"date":"d","domain":"lab","id":"lab_9"},{"date":"d","domain":"lab","id":"lab_2"}]})");
+  const std::string second = R"({"rrm":{"domain":"yard","report":"x_9"}})";
+  const std::string first = R"({"rrm":{"domain":"hall","report":"x_2"}})";
+  api_.answer(list, list_text(R"({"id":"x_9","domain":"yard","date":"d"},{"id":"x_2","domain":"hall","date":"d"})", 2));
   api_.answer(second, report_text(of_ap("A8:F9:4B:00:11:00", row_of(0, 1, false)), "late"));
   api_.answer(first, report_text(of_ap("A8:F9:4B:00:11:00", row_of(0, 6, false)), "early"));
   const std::string row = R"({"ap-mac":"a8:f9:4b:00:11:00","ip-addr":"10.0.0.1","board-type":"NVA-3wz",)"
-                          R"("location":"lab","report-time":")";
+                          R"("location":"annex","report-time":")";
   EXPECT_EQ(ask(report("2g", 1)),
             R"({"2g":[)" + row + R"(late","power-before":10,"power-after":14,"channel-before":1,"channel-after":5},)" +
                 row + R"(early","power-before":10,"power-after":14,"channel-before":6,"channel-after":10}],)" +
                 R"("5g":[],"6g":[]})");
   EXPECT_THAT(api_.asked, ElementsAre(list, second, first));
-  expect_reasons(report(std::nullopt, 1), first, "no answer on morvane api request for report '%s'lab_2", false);
+  expect_reasons(report(std::nullopt, 1), first, "no answer on morvane api request for report '%s'x_2", false);
   expect_reasons(report(std::nullopt, 1), list, "no answer on morvane api request for report list", false);
 }
 
 TEST_F(DaemonReports, TheLastReportNeedsTheServersAnswer) {
   expect_reasons(report(), last_report_command, "no answer on morvane api request for last report", false);
+}
+
+// With a server
+
+// A server with one domain, the interface to it, and a directory for its reports.
+class DaemonAnswersOfAServer : public DaemonAnswers {
+ protected:
+  DaemonAnswersOfAServer() {
+    know(ap1, "10.0.0.1", "lab", "outdoor-2");
+    real_server_.make_real_domain_workers();
+  }
+  std::string ask(const Question& question) { return DaemonAnswers::ask(real_api_, question); }
+
+  rrm::testing::ManualClock clock_{1000, 1700000000};  // 2023-11-14,22:13:20 UTC
+  rrm::testing::Capture log_;
+  rrm::testing::TempDir reports_;
+  rrm::GlobalConfig real_config_{
+      "", R"({"global":{"reports_path":")" + reports_.path().string() +
+              R"("},"common":{},"patterns":[],"domains":[{"domain":"lab","pattern":"common"}]})"};
+  rrm::testing::TestServer real_server_{&real_config_};
+  ApiZAL real_api_{&real_server_, storage_};
+};
+
+// The server tells three radios of every access point.
+TEST_F(DaemonAnswersOfAServer, ABoardThatIsListedWithTwoRadiosHasAnswersForAll) {
+  std::string complaint;
+  Platform::instance().boards = zal::BoardTable::from_text(R"({"outdoor-2":"5g 2g"})", complaint);
+  ASSERT_EQ(complaint, "");
+  const std::size_t before = real_server_.sent().size();
+  real_server_.receive(rrm::testing::a_subscribe("A8:F9:4B:00:11:00")
+                           .with_radio(rrm::testing::RadioJson(0, 36, "36 40").with_vap(0, "office"))
+                           .with_radio(rrm::testing::RadioJson(1, 6, "1 6 11"))
+                           .text());
+  ASSERT_TRUE(rrm::testing::eventually([&] { return real_server_.sent().size() > before; }));
+  // Of each radio: what of it stands after its status and its locks, in the two answers.
+  const auto whole = [](const char* mac, const char* status, const std::string& rest) {
+    return R"({"radio-mac":"a8:f9:4b:00:11:)" + std::string(mac) + R"(","status":")" + status +
+           R"(","power-changed":0,"conflicted":0,"locked-tpc":0,"locked-dca":0,"locked-balancer":0,"locked-80211v":0,)" +
+           rest + "}";
+  };
+  const std::string plan = R"("power":14,"max-power":20,"min-power":5,"bandwidth":20,"primary-channel":0,)";
+  const std::string no_plan = R"("power":0,"max-power":0,"min-power":0,"bandwidth":20,"primary-channel":0,)";
+  EXPECT_EQ(ask(ap()),
+            R"({"ap-location":"lab","ap-mac":"a8:f9:4b:00:11:00","2g":)" +
+                whole("10", "Up", R"("channel":6,)" + plan + R"("available-channels":[1,6,11],"ssids":[])") +
+                R"(,"5g":)" +
+                whole("00", "Up",
+                      R"("channel":36,)" + plan +
+                          R"("available-channels":[36,40],"ssids":[{"vap-mac":"a8:f9:4b:00:11:00","ssid":"office",)"
+                          R"("80211k":"Enable","80211r":"Disable","80211v":"Enable","fbt-links":[]}])") +
+                R"(,"6g":)" +
+                whole("20", "Down", R"("channel":0,)" + no_plan + R"("available-channels":[],"ssids":[])") + "}");
+  const auto brief = [](const char* mac, const char* status, const std::string& rest) {
+    return R"([{"ap-mac":"a8:f9:4b:00:11:00","radio-mac":"a8:f9:4b:00:11:)" + std::string(mac) + R"(","status":")" +
+           status + R"(","locked-dca":0,"locked-tpc":0,"locked-balancer":0,"locked-80211v":0,)" + rest + "}]";
+  };
+  const std::string nobody = R"("bandwidth":20,"assoc-clients":0,"available-channels":)";
+  EXPECT_EQ(ask(rrm_stat()), R"({"2g":)" + brief("10", "Up", R"("channel":6,"power":14,)" + nobody + "[1,6,11]") +
+                                 R"(,"5g":)" + brief("00", "Up", R"("channel":36,"power":14,)" + nobody + "[36,40]") +
+                                 R"(,"6g":)" + brief("20", "Down", R"("channel":0,"power":0,)" + nobody + "[]") + "}");
+  EXPECT_EQ(ask(roaming_stat()), R"({"2g":[],"5g":[{"ap-mac":"a8:f9:4b:00:11:00","vap-mac":"a8:f9:4b:00:11:00",)"
+                                 R"("ssid":"office","80211k-enable":1,"80211r-enable":0,"80211v-enable":1,)"
+                                 R"("fbt-links":0}],"6g":[]})");
+}
+
+TEST_F(DaemonAnswersOfAServer, TheReportsOfADayAreFoundFromItsMidnightOn) {
+  rrm::testing::lay_out(reports_.path(), rrm::testing::report_files("lab", {1700006400}, 1));
+  know("00:11:22:00:00:00", "10.0.0.2", "lab");
+  clock_.set_wall(1700006400);
+  EXPECT_EQ(ask(report(std::nullopt, 0)), R"({"2g":[],"5g":[],"6g":[]})") << "what the server would refuse to list";
+  clock_.set_wall(1700006401);
+  EXPECT_EQ(ask(report(std::nullopt, 0)),
+            R"({"2g":[{"ap-mac":"00:11:22:00:00:00","ip-addr":"10.0.0.2","board-type":"NVA-3wz","location":"lab",)"
+            R"("report-time":"2023-11-15,00:00:00 UTC","power-before":20,"power-after":17,"channel-before":36,)"
+            R"("channel-after":44,"eirp-before":22,"eirp-after":19}],"5g":[],"6g":[]})");
 }
 
 // The role
