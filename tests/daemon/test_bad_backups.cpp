@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <memory>
 #include <set>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,7 +23,10 @@
 
 namespace {
 
+using rrm::testing::any;
 using rrm::testing::Fault;
+using rrm::testing::names_kind;
+using rrm::testing::texts;
 using rrm::testing::write_file;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -229,17 +231,6 @@ struct Row {
   Lines restored;
   Lines told = {};  // "@" stands for the text that was read
 };
-
-constexpr const char* any = "any";
-constexpr const char* texts = "text long control nul";
-
-bool names_kind(const std::string& how, const std::string& kind) {
-  std::istringstream words(how);
-  for (std::string word; words >> word;) {
-    if (word == kind || word == any) return true;
-  }
-  return false;
-}
 
 Lines operator+(Lines first, const Lines& second) {
   first.insert(first.end(), second.begin(), second.end());

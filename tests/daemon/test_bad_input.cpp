@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,7 +28,12 @@
 
 namespace {
 
+using rrm::testing::any;
+using rrm::testing::as_json;
 using rrm::testing::Fault;
+using rrm::testing::names_kind;
+using rrm::testing::replaced_all;
+using rrm::testing::texts;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using zal::Error;
@@ -40,33 +44,8 @@ using zal::testing::text;
 
 using Lines = std::vector<std::string>;
 
-constexpr const char* any = "any";  // of the faults that no row above names
-constexpr const char* texts = "text long control nul";
 constexpr const char* not_text = "missing null number negative fraction true empty array object";
 constexpr const char* read_as_zero = "null fraction text empty long control nul array object";
-
-bool names_kind(const std::string& how, const std::string& kind) {
-  std::istringstream words(how);
-  for (std::string word; words >> word;) {
-    if (word == kind || word == any) return true;
-  }
-  return false;
-}
-
-std::string replaced_all(std::string line, const std::string& part, const std::string& by) {
-  for (std::size_t at = line.find(part); at != std::string::npos; at = line.find(part, at + by.size())) {
-    line.replace(at, part.size(), by);
-  }
-  return line;
-}
-
-std::string as_json(const std::string& value) {
-  std::string json = value;
-  for (const auto& [raw, escape] : {std::pair("\x01", "\\u0001"), {"\x1f", "\\u001f"}, {"\n", "\\n"}}) {
-    json = replaced_all(json, raw, escape);
-  }
-  return "\"" + json + "\"";
-}
 
 // Setups
 

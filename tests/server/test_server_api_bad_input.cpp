@@ -5,7 +5,6 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,12 +26,10 @@ using Lines = std::vector<std::string>;
 // The tables. "@" stands for the text that was read: as a JSON text in an answer, as it is in a change.
 
 constexpr const char* no_answer = "no answer";
-constexpr const char* any = "any";  // all faults that no row above it names
-constexpr const char* texts = "text long control nul";
 
 struct Row {
   std::string where;
-  std::string how;  // some of the kinds of faults, or any
+  std::string how;  // the kinds of faults; any: all that no row above names
   std::string answer;
   Lines change = {};  // of the picture: "- " a line that goes, "+ " one that comes
 };
@@ -43,29 +40,6 @@ struct Command {
   Lines change;
   std::vector<Row> rows;
 };
-
-bool names_kind(const std::string& how, const std::string& kind) {
-  std::istringstream words(how);
-  for (std::string word; words >> word;) {
-    if (word == kind || word == any) return true;
-  }
-  return false;
-}
-
-std::string replaced_all(std::string text, const std::string& part, const std::string& by) {
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + by.size())) {
-    text.replace(at, part.size(), by);
-  }
-  return text;
-}
-
-std::string as_json(const std::string& text) {
-  std::string json = text;
-  for (const auto& [raw, escape] : {std::pair("\x01", "\\u0001"), {"\x1f", "\\u001f"}, {"\n", "\\n"}}) {
-    json = replaced_all(json, raw, escape);
-  }
-  return "\"" + json + "\"";
-}
 
 // Long texts need not be seen to be compared.
 std::string shortened(const std::string& text) {

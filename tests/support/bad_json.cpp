@@ -1,5 +1,7 @@
 #include "support/bad_json.h"
 
+#include <sstream>
+#include <utility>
 #include <vector>
 
 #include "yajson/object.h"
@@ -131,6 +133,29 @@ void for_each_fault_at(const std::string& where, const std::string& valid,
   for (const Place& place : places_of(document)) {
     if (place.where == where) visit_faults(document, place, visit);
   }
+}
+
+bool names_kind(const std::string& kinds, const std::string& kind) {
+  std::istringstream words(kinds);
+  for (std::string word; words >> word;) {
+    if (word == kind || word == any) return true;
+  }
+  return false;
+}
+
+std::string as_json(const std::string& read) {
+  std::string json = read;
+  for (const auto& [raw, escape] : {std::pair("\x01", "\\u0001"), {"\x1f", "\\u001f"}, {"\n", "\\n"}}) {
+    json = replaced_all(json, raw, escape);
+  }
+  return "\"" + json + "\"";
+}
+
+std::string replaced_all(std::string text, const std::string& part, const std::string& by) {
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + by.size())) {
+    text.replace(at, part.size(), by);
+  }
+  return text;
 }
 
 }  // namespace rrm::testing

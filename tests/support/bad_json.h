@@ -23,4 +23,13 @@ void for_each_fault(const std::string& valid, const std::function<void(const Fau
 void for_each_fault_at(const std::string& where, const std::string& valid,
                        const std::function<void(const Fault&)>& visit);
 
+// For tables of faults: whether a row's list of kinds, or "any", names this kind.
+inline constexpr const char* any = "any";
+bool names_kind(const std::string& kinds, const std::string& kind);
+// The kinds that put a text in place; and what was read of it as a JSON text again.
+inline constexpr const char* texts = "text long control nul";
+std::string as_json(const std::string& read);
+// The text with every such part replaced.
+std::string replaced_all(std::string text, const std::string& part, const std::string& by);
+
 }  // namespace rrm::testing
