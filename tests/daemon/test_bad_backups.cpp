@@ -242,6 +242,23 @@ std::string with_text(std::string line, const std::string& text) {
   return at == std::string::npos ? line : line.replace(at, 1, text);
 }
 
+// Where no text belongs a long one reads as a short one.
+bool may_be_long(const std::string& where) {
+  const std::set<std::string> keys = {"name",
+                                      "mac",
+                                      "board",
+                                      "hw",
+                                      "serial",
+                                      "ssid",
+                                      "fbt-r0-keyholder",
+                                      "fbt-r1-keyholder",
+                                      "fbt-rrb-key",
+                                      "remote-r0-kh-id",
+                                      "remote-r1-kh-id",
+                                      "remote-r1-kh-key"};
+  return keys.contains(where.substr(where.rfind('/') + 1));
+}
+
 TEST_F(BadBackups, AValueThatIsWrongCostsNoMoreThanItsOwn) {
   const Lines none;
   const Lines all = {ap1, ap2, ap3};
@@ -321,6 +338,7 @@ TEST_F(BadBackups, AValueThatIsWrongCostsNoMoreThanItsOwn) {
   std::set<const Row*> used;
   rrm::testing::for_each_fault(typical_backup(), [&](const Fault& fault) {
     if (fault.where.starts_with("/unanswered-aps/") || fault.where.starts_with("/deleted-aps/")) return;
+    if (names_kind("long control nul", fault.how) && !may_be_long(fault.where)) return;
     SCOPED_TRACE(fault.where + " " + fault.how);
     put("lab.json", fault.text);
     const Outcome outcome = restore();
