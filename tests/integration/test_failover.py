@@ -143,7 +143,9 @@ def back_and_forth(label, change_roles):
             changed_at = change_roles(pair)
             lines.append(served_line(f"{label} {number}", pair, changed_at))
             assert_all_keep(pair, began_at, expected)
+            check.assertEqual(pair.master.state(), IDLE)
             check.assertEqual(pair.await_settled(), expected)
+        check.assertEqual(pair.sent(began_at, "rrm-request-mode"), [])
         order_cycle(pair, expected)
         assert_all_keep(pair, began_at, expected)
         return lines
