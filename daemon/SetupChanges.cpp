@@ -11,7 +11,8 @@ using rrm::JsonReader;
 
 // Nothing of what the edit asked for was done. No edit here adds what is there already or removes what is not.
 bool is_refused(const JsonReader& answer) {
-  return answers::is_failure(answer) || answer.get("invalid_parameters").size() != 0;
+  const int invalid = answer.get("invalid_parameters").size();
+  return answers::is_failure(answer) || invalid != 0;
 }
 
 }  // namespace

@@ -151,7 +151,8 @@ bool ApiZAL::morvane_rrm_stat(const std::string& location, std::string& answer, 
     if (!ask_domains().contains(location)) throw ApiFailure("ap-location '" + location + "' is empty");
     const JsonReader domain = ask_domain(location);
     const JsonReader aps = domain.get("details").get("aps");
-    if (aps.size() == 0) throw ApiFailure("ap-location '" + location + "' currently has no active APs");
+    const int count = aps.size();
+    if (count == 0) throw ApiFailure("ap-location '" + location + "' currently has no active APs");
     std::map<std::string, std::vector<Radio>> bands;
     answers::for_each(aps, [&](const JsonReader& ap) {
       for (auto& [band, radio] : get_radios(location, ap.get_string("mac"))) bands[band].push_back(std::move(radio));

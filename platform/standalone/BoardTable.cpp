@@ -63,8 +63,7 @@ BoardTable BoardTable::from_file(const char* file) {
 
 std::optional<ApProfileRadioBand> BoardTable::band_of(const std::string& board_type, int radio_id) const {
   static const Bands ordinary{ApProfileRadioBand::band_2g, ApProfileRadioBand::band_5g, ApProfileRadioBand::band_6g};
-  if (radio_id < 0) return std::nullopt;
-  const auto index = static_cast<std::size_t>(radio_id);
+  const auto index = static_cast<std::size_t>(radio_id);  // of a negative number, more than any board has
   const auto found = boards_.find(board_type);
   const bool is_listed = found != boards_.end() && index < found->second.size();
   const Bands& bands = is_listed ? found->second : ordinary;
