@@ -80,6 +80,12 @@ int FleetAccess::callback(lws* wsi, lws_callback_reasons reason, void* /*user*/,
     case LWS_CALLBACK_CLIENT_CLOSED:
       session->fleet.went_down(*session, "the session ended");
       return 0;
+    case LWS_CALLBACK_WSI_DESTROY:
+      // All that the library tells of a connection that ends after it was made and before it was upgraded.
+      if (session->wsi == wsi) {
+        session->fleet.went_down(*session, "the connection ended");
+      }
+      return 0;
     default:
       return 0;
   }
@@ -203,8 +209,8 @@ void Fleet::connect(Session& session) {
   info.protocol = sub_protocol;
   info.iface = sources_.empty() ? nullptr : sources_[session.ap].c_str();
   info.opaque_user_data = &session;
-  info.pwsi = &session.wsi;
-  if (lws_client_connect_via_info(&info) == nullptr && session.connect_at <= now()) {
+  session.wsi = lws_client_connect_via_info(&info);
+  if (session.wsi == nullptr && session.connect_at <= now()) {
     went_down(session, "cannot connect");
   }
 }
