@@ -1,9 +1,11 @@
 #include "load/crowd.h"
 
+#include <map>
 #include <numeric>
 #include <thread>
 #include <utility>
 
+#include "core/mutex.h"
 #include "sim/fleet.h"
 #include "sim/radio_model.h"
 #include "sim/simulation.h"
@@ -90,8 +92,8 @@ class Crowd::Site {
  public:
   Site(int number, int port, std::uint64_t seed)
       : site_(a_site(number, seed)),
-        simulation_(site_, [](const std::string&) {}),
-        fleet_(simulation_, {loopback, port, "/apb/rrm"}, [](const std::string&) {}) {
+        simulation_(site_, [this](const std::string& line) { note(line); }),
+        fleet_(simulation_, {loopback, port, "/apb/rrm"}, [this](const std::string& line) { note(line); }) {
     thread_ = std::thread([this] { fleet_.run([this] { return look(); }); });
   }
   ~Site() {
@@ -103,21 +105,38 @@ class Crowd::Site {
   std::size_t subscribed() const { return subscribed_; }
   std::size_t infos() const { return infos_; }
   int whole_cycles() const { return whole_cycles_; }
+  std::string missing() const {
+    const rrm::MutexLock lock(mutex_);
+    return missing_;
+  }
 
  private:
+  // "AP: what it has to say"; all on the site's thread.
+  void note(const std::string& line) { last_words_[line.substr(0, line.find(':'))] = line; }
+
   bool look() {
     std::size_t subscribed = 0;
+    std::string missing;
     std::size_t infos = 0;
     for (std::size_t ap = 0; ap < simulation_.size(); ++ap) {
       subscribed += simulation_.subscribed(ap) ? 1 : 0;
+      const std::string& name = site_.access_points[ap].name;
+      if (!simulation_.subscribed(ap)) missing += name + " (" + last_words_[name] + ")\n";
       infos += static_cast<std::size_t>(simulation_.access_point(ap).infos_received());
     }
     subscribed_ = subscribed;
     infos_ = infos;
+    {
+      const rrm::MutexLock lock(mutex_);
+      missing_ = std::move(missing);
+    }
     while (simulation_.take_result()) ++whole_cycles_;
     return is_over_;
   }
 
+  mutable rrm::Mutex mutex_;
+  std::string missing_ RRM_GUARDED_BY(mutex_);
+  std::map<std::string, std::string> last_words_;
   const sim::Site site_;
   sim::Simulation simulation_;
   sim::Fleet fleet_;
@@ -145,6 +164,12 @@ Crowd::~Crowd() = default;
 std::size_t Crowd::subscribed() const {
   return std::accumulate(sites_.begin(), sites_.end(), std::size_t{0},
                          [](std::size_t sum, const auto& site) { return sum + site->subscribed(); });
+}
+
+std::string Crowd::missing() const {
+  std::string missing;
+  for (const auto& site : sites_) missing += site->missing();
+  return missing;
 }
 
 std::size_t Crowd::infos() const {

@@ -37,6 +37,8 @@ class Crowd {
 
   // How many access points are subscribed now.
   std::size_t subscribed() const;
+  // Those that are not, with the last that they had to say, a line each.
+  std::string missing() const;
   // How many orders to their radios and lists of neighbours they have received so far.
   std::size_t infos() const;
   // How often all access points of a domain went through an optimisation together.

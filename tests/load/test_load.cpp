@@ -321,7 +321,7 @@ void Load::tell() const {
 TEST_F(Load, AMinuteOfEverythingAtOnceLosesNothing) {
   begin();
   ASSERT_TRUE(serve_until("the first subscriptions", [this] { return crowd_.subscribed() == Crowd::size; }))
-      << crowd_.subscribed();
+      << crowd_.missing();
   ASSERT_TRUE(serve_until("the first report", [this] { return has_report(); }));
   round(false);
   started_ = next_upheaval_ = Steady::now();
@@ -332,7 +332,7 @@ TEST_F(Load, AMinuteOfEverythingAtOnceLosesNothing) {
   add_missing_domains(stage_);
   EXPECT_TRUE(serve_until("the return of all", [this] {
     return crowd_.subscribed() == Crowd::size && served_access_points() == all_access_points();
-  })) << crowd_.subscribed();
+  })) << crowd_.missing();
   EXPECT_TRUE(serve_until("the end of dropped sessions", [this] { return dropped_sessions_are_gone(); }));
   EXPECT_EQ(gateway_.radio().vrrp_state(), stage_.vrrp_state);
   expect_configuration();
