@@ -172,9 +172,14 @@ void RRM::restore_domain(JsonReader& domain) {
   if (find_worker(name) != nullptr) return;
   const auto worker = make_worker(name);
   if (worker == nullptr) return;
-  launch(worker, [&] {
-    if (auto* const domain_worker = dynamic_cast<RrmWorker*>(worker.get())) domain_worker->restore(domain);
-  });
+  // One domain must not cost the others theirs, nor the server its start.
+  try {
+    launch(worker, [&] {
+      if (auto* const domain_worker = dynamic_cast<RrmWorker*>(worker.get())) domain_worker->restore(domain);
+    });
+  } catch (const std::exception& error) {
+    log_exception(name, error);
+  }
 }
 
 // --- Routing.

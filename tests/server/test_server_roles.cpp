@@ -9,9 +9,11 @@
 #include <filesystem>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/version.h"
@@ -259,6 +261,27 @@ TEST_F(Roles, WhileDomainsAreRestoredNobodyListensYet) {
   };
   server.update_vrrp_role(1, text(R"([{"name":"lab"}])"));
   EXPECT_EQ(meanwhile, before) << "no worker runs";
+  EXPECT_TRUE(all_fixed_run());
+}
+
+// Memory runs out as the first of them is being restored.
+struct FailingRestore {
+  __attribute__((format(printf, 5, 0))) static void on_log(const char*, int, const char*, int level, const char* format,
+                                                           va_list args) {
+    if (std::string_view(format).find("Created new worker") == 0 && !std::exchange(has_failed, true)) {
+      throw std::bad_alloc();
+    }
+    if (level == LOG_ERROR) errors.push_back(format_text(format, args));
+  }
+  static inline bool has_failed = false;
+  static inline std::vector<std::string> errors;
+};
+
+TEST_F(Roles, ADomainWhoseRestoringFailsCostsNoOtherAndNotTheStart) {
+  set_log_hook(FailingRestore::on_log);
+  server.update_vrrp_role(1, text(R"([{"name":"lab"},{"name":"yard"}])"));
+  EXPECT_THAT(FailingRestore::errors, ElementsAre("Exception at processing message for domain 'lab': std::bad_alloc"));
+  EXPECT_THAT(server.domains(), ElementsAre("lab", "yard"));
   EXPECT_TRUE(all_fixed_run());
 }
 
