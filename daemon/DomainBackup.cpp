@@ -76,6 +76,7 @@ void copy_number(const JsonReader& from, const char* key, zal::cfg_t* to) {
 // An object with all of a domain's picture but its access points.
 std::string head_of(const std::string& domain, const JsonReader& details) {
   const zal::cfg_tree head(zal::cfg_get_empty());
+  if (head == nullptr) throw ApiFailure(answers::no_memory);
   zal::cfg_set_param(head.get(), "/name", domain);
   copy_number(details, "rrm-status", head.get());
   copy_number(details, "fbt-status", head.get());

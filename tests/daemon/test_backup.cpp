@@ -13,6 +13,7 @@
 
 #include "daemon/DomainBackup.h"
 #include "daemon/commands.h"
+#include "daemon/recording_platform.h"
 #include "daemon/scripted_api.h"
 #include "server/server_support.h"
 #include "support/capture.h"
@@ -27,6 +28,7 @@ using rrm::testing::write_file;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
+using zal::testing::Platform;
 
 const char* const ap1 = "A8:F9:4B:00:11:00";
 const char* const ap2 = "A8:F9:4B:00:22:00";
@@ -83,7 +85,8 @@ class DaemonBackup : public zal::testing::ScriptedApiTest {
   // Empty on success, or the reason.
   std::string save(const std::string& domain = "lab") {
     std::string error;
-    EXPECT_EQ(backup().save(domain, error), error.empty());
+    const bool is_saved = backup().save(domain, error);
+    EXPECT_EQ(is_saved, error.empty());
     return error;
   }
   DomainBackup backup() { return {api_, directory()}; }
@@ -292,6 +295,15 @@ TEST_F(DaemonBackup, NothingIsWrittenThroughALink) {
   EXPECT_EQ(saved(), saved_domain(saved_ap(ap1)));
 }
 
+TEST_F(DaemonBackup, WithoutMemoryForATreeTheFileStaysAsItWas) {
+  put("lab.json", "as it was");
+  api_.answer(lab_command, details(""));
+  Platform::instance().gives_trees = false;
+  EXPECT_EQ(save(), "internal error");
+  Platform::instance().gives_trees = true;
+  EXPECT_EQ(saved(), "as it was");
+}
+
 // It holds the keys of 802.11r.
 TEST_F(DaemonBackup, AFileIsForItsUserAlone) {
   answer_one_ap();
@@ -328,7 +340,8 @@ class DaemonBackupOfAll : public DaemonBackup {
   static constexpr const char* configured = R"({"cfg":{"operation":"get","level":"domain"}})";
   std::string save_all() {
     std::string error;
-    EXPECT_EQ(backup().save_all(error), error.empty());
+    const bool is_saved = backup().save_all(error);
+    EXPECT_EQ(is_saved, error.empty());
     return error;
   }
 };
