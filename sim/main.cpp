@@ -48,6 +48,7 @@ int write_records(const Options& options) {
   const std::filesystem::path directory = options.records;
   std::filesystem::create_directories(directory);
   write_file(directory / "ap-info.json", sim::ap_records(site, sim::source_addresses(host, site.access_points.size())));
+  std::filesystem::remove(directory / "boards.json");  // of another site
   if (boards) {
     write_file(directory / "boards.json", *boards);
   }

@@ -30,7 +30,9 @@ bool is_loopback(const std::string& host) {
 bool can_be_used(const std::string& address) {
   sockaddr_in name{};
   name.sin_family = AF_INET;
-  inet_pton(AF_INET, address.c_str(), &name.sin_addr);
+  if (inet_pton(AF_INET, address.c_str(), &name.sin_addr) != 1) {
+    return false;
+  }
   const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (probe < 0) {
     return false;

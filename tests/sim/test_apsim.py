@@ -230,6 +230,9 @@ class ProgramTest(unittest.IsolatedAsyncioTestCase):
 
     async def test_records_for_a_server_elsewhere_have_no_address(self):
         self.write_site({**SITE, "radio_profile": [{**SITE["radio_profile"][0], "id": 1}]})
+        os.mkdir(self.path("records"))
+        with open(self.path("records/boards.json"), "w", encoding="utf-8") as boards:
+            boards.write("of another site")
         run = await self.finish(await self.start("ws://192.0.2.1:8099/apb/rrm", "--records", self.path("records")))
         self.assertEqual(run, (0, "", ""))
         self.assertEqual(os.listdir(self.path("records")), ["ap-info.json"])
