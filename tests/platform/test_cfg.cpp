@@ -216,8 +216,9 @@ TEST_F(PlatformCfg, TheRootItselfCanBeSet) {
 
 TEST_F(PlatformCfg, WhatCannotBeSetChangesNothing) {
   const std::string before = R"({"text":"t","array":[[],7],"null":null})";
-  for (const char* path : {"/text/a", "/text/a/b", "/null/a", "/array/2", "/array/-", "/array/00", "/array/+0", "/array/x",
-                           "/array/", "/array/1/a", "/array/2/a", "array", "/~", "/array/99999999999999999999"}) {
+  for (const char* path :
+       {"/text/a", "/text/a/b", "/null/a", "/array/2", "/array/-", "/array/00", "/array/+0", "/array/x", "/array/",
+        "/array/1/a", "/array/2/a", "array", "/~", "/array/99999999999999999999"}) {
     SCOPED_TRACE(path);
     const cfg_tree unchanged = tree(before);
     EXPECT_FALSE(cfg_set_param(unchanged.get(), path, 1));
