@@ -45,6 +45,14 @@ std::string answered(int type, const std::string& text) {
   return R"({"type":)" + std::to_string(type) + R"(,"text":)" + quoted(text) + "}";
 }
 
+struct Question {
+  Arguments command;
+  std::string asked;   // the frame that the daemon gets
+  std::string answer;  // the frame that it answers with
+  std::string told;    // to a person
+  std::string raw;     // to a program
+};
+
 class Zalctl : public ::testing::Test {
  protected:
   Zalctl() {
@@ -73,18 +81,20 @@ class Zalctl : public ::testing::Test {
     arguments.insert(arguments.begin(), {ZALCTL_PROGRAM, "--state", state()});
     return run_to_end(arguments);
   }
+  // Asks for both forms of the answer to a frame of this type.
+  void expect_told(const std::string& type, const Question& question) const {
+    SCOPED_TRACE(question.asked);
+    answer("{\"" + type + "\":" + question.answer + "}");
+    EXPECT_EQ(zalctl(question.command), (Finished{0, question.told}));
+    EXPECT_THAT(served(), EndsWith("\n" + question.asked + "\n"));
+    Arguments with_json = question.command;
+    with_json.insert(with_json.begin(), "--json");
+    EXPECT_EQ(zalctl(with_json), (Finished{0, question.raw}));
+  }
   // What the daemon served, one frame a line; right after a request its frame is the last one.
   std::string served() const { return read_file(state() + "/zal_rrm.err"); }
 
   rrm::testing::TempDir directory_;
-};
-
-struct Question {
-  Arguments command;
-  std::string asked;   // the frame that the daemon gets
-  std::string answer;  // the frame that it answers with
-  std::string told;    // to a person
-  std::string raw;     // to a program
 };
 
 TEST_F(Zalctl, ARequestOfTheManagementIsAskedAndTold) {
@@ -164,15 +174,7 @@ TEST_F(Zalctl, ARequestOfTheManagementIsAskedAndTold) {
        reports_table,
        bands + "\n"},
   };
-  for (const auto& [command, asked, reply, told, raw] : questions) {
-    SCOPED_TRACE(asked);
-    answer(R"({"133":)" + reply + "}");
-    EXPECT_EQ(zalctl(command), (Finished{0, told}));
-    EXPECT_THAT(served(), EndsWith("\n" + asked + "\n"));
-    Arguments with_json = command;
-    with_json.insert(with_json.begin(), "--json");
-    EXPECT_EQ(zalctl(with_json), (Finished{0, raw}));
-  }
+  for (const Question& question : questions) expect_told("133", question);
 }
 
 TEST_F(Zalctl, AQuestionToTheServersInterfaceIsAskedAndTold) {
@@ -240,15 +242,8 @@ TEST_F(Zalctl, AQuestionToTheServersInterfaceIsAskedAndTold) {
        "report      i\ndomain      office\ntime        d\n\nAP  RADIO  MAC  CHANNEL  POWER  EIRP  WIDTH\n",
        report + "\n"},
   };
-  for (const auto& [command, asked, reply, told, raw] : questions) {
-    SCOPED_TRACE(asked);
-    const std::string type = asked.substr(asked.find(':') + 1, 2);
-    answer("{\"" + type + "\":" + reply + "}");
-    EXPECT_EQ(zalctl(command), (Finished{0, told}));
-    EXPECT_THAT(served(), EndsWith("\n" + asked + "\n"));
-    Arguments with_json = command;
-    with_json.insert(with_json.begin(), "--json");
-    EXPECT_EQ(zalctl(with_json), (Finished{0, raw}));
+  for (const Question& question : questions) {
+    expect_told(question.asked.substr(question.asked.find(':') + 1, 2), question);
   }
 }
 
