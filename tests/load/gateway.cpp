@@ -5,8 +5,6 @@
 #include <utility>
 
 #include "daemon/DomainBackup.h"
-#include "daemon/answers.h"
-#include "daemon/commands.h"
 #include "daemon/events.h"
 #include "daemon/trace.h"
 #include "platform/bus/bus_types.h"
@@ -25,31 +23,16 @@ Fields frame(int type, const Fields& fields = {}) {
   return whole;
 }
 
-bool succeeds(const std::optional<std::string>& answer) {
-  return answer && !answers::is_failure(rrm::JsonReader(answer->c_str()));
-}
-
 }  // namespace
 
-std::vector<std::string> RadioWithOwnBackups::backups() {
+std::vector<std::string> TellingRadio::backups() {
   ApiZAL api(server(), active_aps());
-  return DomainBackup(api, directory_).load_all();
+  return DomainBackup(api, backup_directory_).load_all();
 }
 
-bool RadioWithOwnBackups::order_role(RoleOrder order) {
-  if (order != RoleOrder::master_with_domains) return RadioRM::order_role(order);
-  return succeeds(ApiZAL(server(), active_aps()).run(commands::role_master(backups())));
-}
-
-bool RadioWithOwnBackups::save_domain(const std::string& domain, std::string& error) {
+bool TellingRadio::save_domain(const std::string& domain, std::string& error) {
   progress_("the backup of " + domain);
-  ApiZAL api(server(), active_aps());
-  return DomainBackup(api, directory_).save(domain, error);
-}
-
-bool RadioWithOwnBackups::save_all_domains(std::string& error) {
-  ApiZAL api(server(), active_aps());
-  return DomainBackup(api, directory_).save_all(error);
+  return RadioRM::save_domain(domain, error);
 }
 
 Gateway::Gateway(const std::string& backup_directory, const Progress& progress)

@@ -22,21 +22,19 @@ namespace load {
 // Told what the gateway turns to next.
 using Progress = std::function<void(const std::string& step)>;
 
-// A RadioRM whose backups are somewhere else.
-class RadioWithOwnBackups final : public RadioRM {
+// Tells of each backup before it begins.
+class TellingRadio final : public RadioRM {
  public:
-  RadioWithOwnBackups(zal::IpcPort& port, std::string directory, Progress progress)
-      : RadioRM(port), directory_(std::move(directory)), progress_(std::move(progress)) {}
+  TellingRadio(zal::IpcPort& port, const std::string& backup_directory, Progress progress)
+      : RadioRM(port, backup_directory), backup_directory_(backup_directory), progress_(std::move(progress)) {}
   // The texts of all backups.
   std::vector<std::string> backups();
 
  protected:
-  bool order_role(RoleOrder order) override;
   bool save_domain(const std::string& domain, std::string& error) override;
-  bool save_all_domains(std::string& error) override;
 
  private:
-  const std::string directory_;
+  const std::string backup_directory_;
   const Progress progress_;
 };
 
@@ -62,7 +60,7 @@ class Gateway {
   // One pass of the main loop.
   void pass();
 
-  RadioWithOwnBackups& radio() { return radio_; }
+  TellingRadio& radio() { return radio_; }
   std::size_t alarms() const { return alarms_; }
   std::size_t rounds_of_backups() const { return rounds_of_backups_; }
 
@@ -73,7 +71,7 @@ class Gateway {
 
   zal::testing::BusPeer peer_;
   zal::IpcPort port_;
-  RadioWithOwnBackups radio_;
+  TellingRadio radio_;
   std::deque<zal::bus::Fields> received_;
   std::int64_t last_id_ = 0;
   std::size_t alarms_ = 0;
