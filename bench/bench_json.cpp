@@ -8,20 +8,58 @@
 // medians.
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
+#include "Comparison.h"
+#include "Measures.h"
 #include "ap_corpus.h"
 #include "json/JsonReader.h"
 
 #ifdef ZAL_BENCH_BOOST_JSON
 #include <boost/json.hpp>
 #endif
+
+// Everything that asks the heap for memory is counted; the linker leads the calls here.
+static std::size_t allocations = 0;
+
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* memory, std::size_t size);
+void* __wrap_malloc(std::size_t size) {
+  ++allocations;
+  return __real_malloc(size);
+}
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+  ++allocations;
+  return __real_calloc(count, size);
+}
+void* __wrap_realloc(void* memory, std::size_t size) {
+  ++allocations;
+  return __real_realloc(memory, size);
+}
+}
+
+void* operator new(std::size_t size) {
+  void* const memory = std::malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return std::malloc(size);
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 namespace {
 
@@ -80,63 +118,34 @@ void add_benchmarks(const Document& document) {
   });
 }
 
-// Prints nothing but the comparison.
-class ComparisonReporter final : public benchmark::BenchmarkReporter {
- public:
-  bool ReportContext(const Context& context) override {
-    PrintBasicContext(&GetErrorStream(), context);
-    return true;
-  }
-
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      const std::string name = run.run_name.function_name;
-      const std::size_t slash = name.rfind('/');
-      rates_[name.substr(0, slash)][name.substr(slash + 1)].push_back(run.counters.at("bytes_per_second") / 1e6);
-    }
-  }
-
-  void Finalize() override {
-    std::printf("%-16s %12s %12s %8s\n", "MB/s of CPU", "yajson", "boost mono", "ratio");
-    for (auto& [what, by_library] : rates_) {
-      const double ours = median(by_library["yajson"]);
-      const double theirs = median(by_library["boost"]);
-      std::printf("%-16s %12.0f %12.0f %8.2f\n", what.c_str(), ours, theirs, theirs > 0 ? ours / theirs : 0);
-    }
-  }
-
- private:
-  static double median(std::vector<double>& values) {
-    if (values.empty()) return 0;
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-  }
-
-  std::map<std::string, std::map<std::string, std::vector<double>>> rates_;
-};
+// Parsing a message, and its end, with everything that asks the heap for memory.
+std::size_t allocations_of(const Document& document) {
+  const std::size_t before = allocations;
+  Ours::read(document.text);
+  return allocations - before;
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<std::string> defaults{argv[0], "--benchmark_repetitions=11", "--benchmark_min_time=0.05",
-                                    "--benchmark_enable_random_interleaving=true"};
-  std::vector<char*> arguments;
-  for (std::string& argument : defaults) arguments.push_back(argument.data());
-  arguments.insert(arguments.end(), argv + 1, argv + argc);
-  int count = static_cast<int>(arguments.size());
-  benchmark::Initialize(&count, arguments.data());
-  if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 1;
-
+  zal::bench::Measures measures(argc, argv);
   const std::vector<Document> documents = zal::bench::ap_corpus();
+  std::map<std::string, std::string> goals;
   for (const Document& document : documents) {
     std::printf("%-8s %8zu bytes\n", document.name, document.text.size());
     add_benchmarks<Ours>(document);
 #ifdef ZAL_BENCH_BOOST_JSON
     add_benchmarks<Boost>(document);
 #endif
+    goals[std::string("read/") + document.name] = "1.3, never below 1";
+    goals[std::string("write/") + document.name] = "1.0";
   }
-  ComparisonReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
+  for (const Document& document : documents) {
+    const bool is_small = document.name == documents.front().name;
+    measures.add({std::string("allocations of a parsed message/") + document.name,
+                  static_cast<double>(allocations_of(document)), "", {}, is_small ? "4" : ""});
+  }
+  const int status = zal::bench::Comparison(measures, Ours::name, "boost", goals).run(argc, argv);
+  measures.write();
+  return status;
 }

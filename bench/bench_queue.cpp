@@ -1,5 +1,5 @@
-// What a message costs on its way through a worker's queue: the lock-free ring of the server, beside a deque under a
-// mutex with the same bound.
+// What a message costs on its way through a worker's queue: the lock-free ring of the server, beside a plain ring with
+// the same cells and nothing else, and a deque under a mutex with the same bound.
 //
 // The items are what the queues carry, shared pointers to a message-sized record; they exist before the time counts and
 // are only moved. "same thread" is the cost without any contention; "producers" has that many threads push to one
@@ -9,15 +9,21 @@
 #include <sched.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "Comparison.h"
+#include "Measures.h"
 #include "core/Ring.h"
 
 namespace {
@@ -38,6 +44,54 @@ class RingQueue {
 
  private:
   rrm::Ring<Item> ring_{capacity};
+};
+
+// What a queue of cells cannot do without: a position for each side, a sequence number for each cell.
+class PlainRing {
+ public:
+  PlainRing() : cells_(capacity) {
+    for (std::uint64_t i = 0; i < capacity; ++i) cells_[i].turn.store(i, std::memory_order_relaxed);
+  }
+
+  bool push(Item&& item) {
+    Cell* const cell = take_place(pushed_, 0);
+    if (cell == nullptr) return false;
+    cell->item = std::move(item);
+    cell->turn.fetch_add(1, std::memory_order_release);
+    return true;
+  }
+
+  std::optional<Item> pop() {
+    Cell* const cell = take_place(popped_, 1);
+    if (cell == nullptr) return std::nullopt;
+    std::optional<Item> item(std::move(cell->item));
+    cell->turn.fetch_add(capacity - 1, std::memory_order_release);
+    return item;
+  }
+
+ private:
+  struct Cell {
+    std::atomic<std::uint64_t> turn{0};
+    Item item;
+  };
+
+  Cell* take_place(std::atomic<std::uint64_t>& position, std::uint64_t ahead) {
+    std::uint64_t place = position.load(std::memory_order_relaxed);
+    for (;;) {
+      Cell& cell = cells_[place % capacity];
+      const auto wait = static_cast<std::int64_t>(cell.turn.load(std::memory_order_acquire) - place - ahead);
+      if (wait < 0) return nullptr;
+      if (wait > 0) {
+        place = position.load(std::memory_order_relaxed);
+      } else if (position.compare_exchange_weak(place, place + 1, std::memory_order_relaxed)) {
+        return &cell;
+      }
+    }
+  }
+
+  std::vector<Cell> cells_;
+  alignas(64) std::atomic<std::uint64_t> pushed_{0};
+  alignas(64) std::atomic<std::uint64_t> popped_{0};
 };
 
 class MutexQueue {
@@ -129,11 +183,33 @@ void producers(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(items_per_run));
 }
 
-BENCHMARK(same_thread<RingQueue>)->Name("same_thread/ring");
-BENCHMARK(same_thread<MutexQueue>)->Name("same_thread/mutex");
-BENCHMARK(producers<RingQueue>)->Name("producers/ring")->Arg(1)->Arg(2)->Arg(4)->MeasureProcessCPUTime();
-BENCHMARK(producers<MutexQueue>)->Name("producers/mutex")->Arg(1)->Arg(2)->Arg(4)->MeasureProcessCPUTime();
+template <class Queue>
+void add_benchmarks(const std::string& way) {
+  benchmark::RegisterBenchmark(("one thread/" + way).c_str(), same_thread<Queue>);
+  for (const int count : {1, 4}) {
+    const std::string what = std::to_string(count) + (count == 1 ? " producer/" : " producers/");
+    benchmark::RegisterBenchmark((what + way).c_str(), producers<Queue>)->Arg(count)->MeasureProcessCPUTime();
+  }
+}
+
+// Producers and consumer share the daemon's one CPU.
+void stay_on_one_cpu() {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  CPU_SET(0, &set);
+  if (sched_setaffinity(0, sizeof set, &set) != 0) throw std::runtime_error("CPU 0 cannot be had");
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  zal::bench::Measures measures(argc, argv);
+  stay_on_one_cpu();
+  add_benchmarks<RingQueue>("ring");
+  add_benchmarks<PlainRing>("plain ring");
+  add_benchmarks<MutexQueue>("mutex");
+  const std::map<std::string, std::string> goals{{"1 producer", "1"}, {"4 producers", "1"}};
+  const int status = zal::bench::Comparison(measures, "ring", "plain ring", goals).run(argc, argv);
+  measures.write();
+  return status;
+}

@@ -1,0 +1,31 @@
+"""What a benchmark measured: printed as a table, and with --json FILE written as an array of objects with the keys `name`,
+`value`, `unit`, and where the measure is compared with something `anchor`, `anchor_value`, `ratio` and `goal`."""
+
+import json
+
+
+class Measures:
+    def __init__(self):
+        self.rows = []
+
+    def add(self, name, value, unit, anchor=None, anchor_value=None, ratio=None, goal=None):
+        row = {"name": name, "value": value, "unit": unit}
+        if anchor:
+            row.update(anchor=anchor, anchor_value=anchor_value, ratio=ratio)
+        if goal:
+            row["goal"] = goal
+        self.rows.append(row)
+        self._print(row)
+
+    def write(self, path):
+        with open(path, "w", encoding="utf-8") as file:
+            json.dump(self.rows, file, indent=1)
+
+    @staticmethod
+    def _print(row):
+        text = f"{row['name']:<62} {row['value']:>10.4g} {row['unit']:<10}"
+        if "anchor" in row:
+            text += f" {row['anchor']} {row['anchor_value']:.4g}, ratio {row['ratio']:.2f}"
+        if "goal" in row:
+            text += f" (goal: {row['goal']})"
+        print(text.rstrip(), flush=True)
