@@ -1,7 +1,10 @@
 """What a benchmark measured: printed as a table, and with --json FILE written as an array of objects with the keys `name`,
-`value`, `unit`, and where the measure is compared with something `anchor`, `anchor_value`, `ratio` and `goal`."""
+`value`, `unit`, and where the measure is compared with something `anchor`, `anchor_value`, `ratio` and `goal`.
+
+As a program it puts the files that it is given together: measures.py FILE..."""
 
 import json
+import sys
 
 
 class Measures:
@@ -29,3 +32,15 @@ class Measures:
         if "goal" in row:
             text += f" (goal: {row['goal']})"
         print(text.rstrip(), flush=True)
+
+
+def main():
+    rows = []
+    for path in sys.argv[1:]:
+        with open(path, encoding="utf-8") as file:
+            rows += json.load(file)
+    json.dump(rows, sys.stdout, indent=1)
+
+
+if __name__ == "__main__":
+    main()
