@@ -143,7 +143,10 @@ int main(int argc, char** argv) {
   for (const Document& document : documents) {
     const bool is_small = document.name == documents.front().name;
     measures.add({std::string("allocations of a parsed message/") + document.name,
-                  static_cast<double>(allocations_of(document)), "", {}, is_small ? "4" : ""});
+                  static_cast<double>(allocations_of(document)),
+                  "",
+                  {},
+                  is_small ? "4" : ""});
   }
   const int status = zal::bench::Comparison(measures, Ours::name, "boost", goals).run(argc, argv);
   measures.write();
