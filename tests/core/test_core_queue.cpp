@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <memory>
 #include <numeric>
 #include <thread>
@@ -198,6 +200,46 @@ TEST(EventFd, AClosedOneDoesNothing) {
   event_fd.signal();
   event_fd.drain();
   event_fd.wait(-1);
+}
+
+TEST(EventFd, SignalsThatNobodyHasTakenYetAreOne) {
+  EventFd event_fd(true);
+  for (int i = 0; i < 3; ++i) event_fd.signal();
+  std::uint64_t written = 0;
+  ASSERT_EQ(::read(event_fd.fd(), &written, sizeof written), static_cast<ssize_t>(sizeof written));
+  EXPECT_EQ(written, 1u);
+}
+
+TEST(EventFd, ASignalAfterTheTakingOfOthersIsANewOne) {
+  EventFd event_fd(true);
+  event_fd.signal();
+  event_fd.drain();
+  ASSERT_FALSE(readable(event_fd));
+  event_fd.signal();
+  EXPECT_TRUE(readable(event_fd));
+}
+
+// A lost one would leave both threads waiting for each other.
+TEST(EventFd, NoSignalIsLostBetweenThreadsThatAnswerEachOther) {
+  constexpr int rounds = 20000;
+  EventFd question(true);
+  EventFd answer(true);
+  std::atomic<int> asked{0};
+  std::atomic<int> answered{0};
+  std::thread peer([&] {
+    for (int round = 1; round <= rounds; ++round) {
+      while (asked < round) question.wait(-1);
+      answered = round;
+      answer.signal();
+    }
+  });
+  for (int round = 1; round <= rounds; ++round) {
+    asked = round;
+    question.signal();
+    while (answered < round) answer.wait(-1);
+  }
+  peer.join();
+  EXPECT_EQ(answered, rounds);
 }
 
 TEST(EventFd, NeitherBlocksNorReachesAChildProcess) {

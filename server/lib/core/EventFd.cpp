@@ -13,7 +13,7 @@ EventFd::~EventFd() {
 }
 
 void EventFd::signal() {
-  if (!valid()) return;
+  if (!valid() || signalled_.exchange(true, std::memory_order_acq_rel)) return;
   const std::uint64_t one = 1;
   // It fails only when the counter is at its end, and then it wakes all the same.
   [[maybe_unused]] const ssize_t written = ::write(fd_, &one, sizeof one);
@@ -23,6 +23,9 @@ void EventFd::drain() {
   if (!valid()) return;
   std::uint64_t signals = 0;
   [[maybe_unused]] const ssize_t got = ::read(fd_, &signals, sizeof signals);
+  // In this order: a signal in between writes nothing and is taken by this, whereas in the other order its write would
+  // be taken and every later signal held for one that is still to be read.
+  signalled_.exchange(false, std::memory_order_acq_rel);
 }
 
 void EventFd::wait(std::int32_t timeout_us) {

@@ -1,7 +1,9 @@
 // A wake-up that a thread can sleep on: an eventfd, or nothing at all, where the owner polls instead. Any thread may
-// signal; one thread waits.
+// signal; one thread waits, and looks afresh at what it waits for after every wait. Signals until then are one: only the
+// first is written, since to a busy waiter a write for each would cost more than what it tells of.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace rrm {
@@ -26,6 +28,7 @@ class EventFd {
 
  private:
   const int fd_;  // -1 if there is none
+  std::atomic<bool> signalled_{false};
 };
 
 }  // namespace rrm
