@@ -14,6 +14,7 @@ namespace {
 using rrm::JsonReader;
 using rrm::JsonWriter;
 
+constexpr std::size_t answer_block = 64 * 1024;  // most answers fit in one
 constexpr const char* failure_text = R"({"status":"failure"})";
 
 }  // namespace
@@ -53,7 +54,7 @@ rrm::Api::Answer ApiZAL::dispatch(const std::string& command) {
 JsonReader ApiZAL::ask(const std::string& command, const std::string& no_answer) {
   const Answer text = run(command);
   if (!text) throw ApiFailure(no_answer);
-  JsonReader answer(text->c_str());
+  JsonReader answer(text->c_str(), answer_block);
   if (answers::is_failure(answer)) throw ApiFailure(answers::failure);
   return answer;
 }

@@ -12,10 +12,15 @@
 
 #include "answers.h"
 #include "commands.h"
+#include "json/JsonWriter.h"
+#include "yajson/serializer.h"
+#include "yajson/value.h"
 
 namespace {
 
 using rrm::JsonReader;
+using rrm::JsonWriter;
+using yajson::Value;
 
 constexpr const char* extension = ".json";
 
@@ -23,64 +28,34 @@ constexpr const char* extension = ".json";
 // fits wherever the name of a domain's file does.
 constexpr const char* unfinished_name = ".unfinished";
 
-std::string text_at(const zal::cfg_t* node, const char* key) {
-  std::string text;
-  zal::cfg_object_to_string(zal::cfg_get_value(node, key), &text);
-  return text;
-}
-
-zal::cfg_tree parse_strictly(const std::string& text) {
-  return zal::cfg_tree(zal::cfg_parse_buffer(text.data(), text.size()));
-}
-
-// The same text with U+FFFD for every byte that is not UTF-8, which is how a tree writes such bytes.
-std::string as_utf8(const std::string& text) {
-  const zal::cfg_tree written(zal::cfg_get_empty());
-  zal::cfg_set_param(written.get(), "/text", text);
-  return text_at(parse_strictly(zal::cfg_serialize_compact(written.get())).get(), "text");
-}
-
-// A network's name may be any bytes, but a tree is UTF-8.
-zal::cfg_tree parse(const std::string& text) {
-  zal::cfg_tree tree = parse_strictly(text);
-  if (tree == nullptr) tree = parse_strictly(as_utf8(text));
-  if (tree == nullptr) throw ApiFailure(answers::malformed);
-  return tree;
-}
+// What a picture of an access point takes while it is made.
+constexpr std::size_t arena_block = 64 * 1024;
 
 // Puts the full form of the VAPs, keys and all, in place of the short one in each radio of an access point.
-void merge_vaps(zal::cfg_t* ap, const zal::cfg_t* links) {
-  const zal::cfg_t* interfaces = zal::cfg_get_subtree_from_path(ap, "/radios/interfaces");
-  const zal::cfg_t* radios = zal::cfg_get_value(links, "radios");
-  const std::size_t count = zal::cfg_get_size(interfaces);
-  if (interfaces == nullptr || radios == nullptr || zal::cfg_get_size(radios) != count) {
+void merge_vaps(Value& ap, const JsonReader& links) {
+  Value* const own = ap.find("radios");
+  Value* const interfaces = own != nullptr ? own->find("interfaces") : nullptr;
+  const JsonReader radios = links.get_array("radios");
+  const int count = radios.size();
+  if (interfaces == nullptr || !interfaces->is_array() || !radios.is_array() ||
+      interfaces->size() != static_cast<std::size_t>(count)) {
     throw ApiFailure(answers::malformed);
   }
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::string place = "/" + std::to_string(i) + "/vaps";
-    const zal::cfg_t* vaps = zal::cfg_get_subtree_from_path(radios, place.c_str());
-    if (vaps == nullptr || !zal::cfg_set_param(ap, ("/radios/interfaces" + place).c_str(), vaps)) {
-      throw ApiFailure(answers::malformed);
-    }
+  for (int i = 0; i < count; ++i) {
+    Value& interface = interfaces->element(static_cast<std::size_t>(i));
+    if (!interface.is_object() || !radios.at(i).has("vaps")) throw ApiFailure(answers::malformed);
+    interface.set("vaps", radios.at(i).get("vaps").value());
   }
-}
-
-void copy_text(const JsonReader& from, const char* key, zal::cfg_t* to) {
-  if (from.has(key)) zal::cfg_set_param(to, (std::string("/") + key).c_str(), std::string(from.get_string(key)));
-}
-
-void copy_number(const JsonReader& from, const char* key, zal::cfg_t* to) {
-  if (from.has(key)) zal::cfg_set_param(to, (std::string("/") + key).c_str(), from.get_int(key));
 }
 
 // An object with all of a domain's picture but its access points.
 std::string head_of(const std::string& domain, const JsonReader& details) {
-  const zal::cfg_tree head(zal::cfg_get_empty());
-  if (head == nullptr) throw ApiFailure(answers::no_memory);
-  zal::cfg_set_param(head.get(), "/name", domain);
-  copy_number(details, "rrm-status", head.get());
-  copy_number(details, "fbt-status", head.get());
-  return zal::cfg_serialize_compact(head.get());
+  JsonWriter head;
+  head.add_string("name", domain);
+  for (const char* status : {"rrm-status", "fbt-status"}) {
+    if (details.has(status)) head.add_int(status, details.get_int(status));
+  }
+  return head.to_string();
 }
 
 // Made anew, so that nothing is written through a link that lies there, and for the daemon's user alone: it holds keys.
@@ -162,26 +137,28 @@ std::string DomainBackup::build_domain_backup(const std::string& domain) const {
 std::string DomainBackup::join_aps(const std::string& domain, const JsonReader& set, const std::string& key) const {
   std::string list;
   answers::for_each(set, [&](const JsonReader& known) {
-    const zal::cfg_tree ap = ap_picture(domain, known.get_string("mac"), key);
-    if (ap == nullptr) return;
-    for (const char* part : {"board", "hw", "serial"}) copy_text(known, part, ap.get());
-    list += (list.empty() ? "" : ",") + zal::cfg_serialize_compact(ap.get());
+    const std::string ap = ap_picture(domain, known, key);
+    if (!list.empty() && !ap.empty()) list += ',';
+    list += ap;
   });
   return list;
 }
 
-// Null for an access point that has left its set meanwhile.
-zal::cfg_tree DomainBackup::ap_picture(const std::string& domain, const std::string& mac,
-                                       const std::string& key) const {
+std::string DomainBackup::ap_picture(const std::string& domain, const JsonReader& known, const std::string& key) const {
+  const std::string mac = known.get_string("mac");
   const auto whole =
       api_.ask(commands::ap(domain, mac), "no answer on morvane api request for specific ap '" + mac + "'");
   const auto links =
       api_.ask(commands::ap_fbt(domain, mac), "no answer on morvane api fbt-info request for '" + mac + "'");
-  if (!whole.has(key.c_str()) || !links.has(key.c_str())) return nullptr;
-  zal::cfg_tree ap = parse(whole.get(key.c_str()).to_string());
-  const zal::cfg_tree links_tree = parse(links.get(key.c_str()).to_string());
-  merge_vaps(ap.get(), links_tree.get());
-  return ap;
+  if (!whole.has(key.c_str()) || !links.has(key.c_str())) return {};
+  yajson::MonotonicArena arena(arena_block);
+  const yajson::ArenaScope scope(&arena);
+  Value ap = whole.get(key.c_str()).value();
+  merge_vaps(ap, links.get(key.c_str()));
+  for (const char* part : {"board", "hw", "serial"}) {
+    if (known.has(part)) ap.set(part, known.get_string(part));
+  }
+  return yajson::serialize(ap);
 }
 
 std::vector<std::string> DomainBackup::load_all() const {

@@ -13,7 +13,6 @@
 
 #include "ApiZAL.h"
 #include "json/JsonReader.h"
-#include "zal/cfg.h"
 
 class DomainBackup {
  public:
@@ -33,7 +32,8 @@ class DomainBackup {
   std::string build_domain_backup(const std::string& domain) const;
   // The pictures of the access points of a set, joined by commas.
   std::string join_aps(const std::string& domain, const rrm::JsonReader& set, const std::string& key) const;
-  zal::cfg_tree ap_picture(const std::string& domain, const std::string& mac, const std::string& key) const;
+  // Empty for an access point that has left its set meanwhile.
+  std::string ap_picture(const std::string& domain, const rrm::JsonReader& known, const std::string& key) const;
 
   ApiZAL& api_;
   const std::string directory_;

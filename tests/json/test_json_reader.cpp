@@ -371,5 +371,22 @@ TEST(JsonReaderFromFd, is_empty_for_nothing_an_error_and_a_bad_text) {
   ::close(directory);
 }
 
+// --- the value itself
+
+TEST(JsonReader, AValueIsTheReadersOwnAndItsCopiesOutliveIt) {
+  yajson::Value copy;
+  {
+    const JsonReader reader(R"({"ap":{"mac":"A8:F9:4B:00:11:00"}})", 256);
+    EXPECT_EQ(&reader.get("ap").value(), reader.value().find("ap"));
+    copy = reader.get("ap").value();
+  }
+  EXPECT_EQ(copy.find("mac")->as_string(), "A8:F9:4B:00:11:00");
+}
+
+TEST(JsonReader, TheValueOfAnEmptyReaderIsNull) {
+  EXPECT_TRUE(JsonReader(static_cast<const char*>(nullptr)).value().is_null());
+  EXPECT_TRUE(JsonReader("{}").get("absent").value().is_null());
+}
+
 }  // namespace
 }  // namespace rrm

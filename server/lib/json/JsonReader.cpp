@@ -188,6 +188,11 @@ const char* JsonReader::get_string(int index) const {
   return text_of(element(index));
 }
 
+const Value& JsonReader::value() const {
+  static const Value nothing;
+  return current_ != nullptr ? *current_ : nothing;
+}
+
 const char* JsonReader::to_string() const {
   text_cache_ = current_ != nullptr ? yajson::serialize(*current_) : "null";
   return text_cache_.c_str();

@@ -57,6 +57,9 @@ class JsonReader {
   std::int32_t get_int(int index) const;
   const char* get_string(int index) const;
 
+  // The value itself, null for an empty reader. Copies of it are the caller's own.
+  const yajson::Value& value() const;
+
   // The value's compact text, "null" for an empty reader; valid until the next call.
   const char* to_string() const;
 
