@@ -24,7 +24,8 @@ constexpr std::size_t overload_length = 255;  // messages that may wait in the w
 
 void forget_expected(ApEntry& ap, const MacAddr& client, const std::string& ssid) {
   for (Radio& radio : ap.radios.list) {
-    if (radio.status && radio.vaps.find(ssid) != nullptr) radio.assoc.remove_expected(client);
+    if (!radio.status || radio.assoc.find_expected(client) == nullptr) continue;
+    if (radio.vaps.find(ssid) != nullptr) radio.assoc.remove_expected(client);
   }
 }
 

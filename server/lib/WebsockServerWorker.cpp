@@ -248,11 +248,12 @@ int WebsockServerWorker::lws_callback(lws* wsi, lws_callback_reasons reason, voi
   return lws_callback_target ? lws_callback_target(wsi, reason, user, in, len) : -1;
 }
 
-// With every level on, the library says some 35 lines for each message: they share one buffer a thread.
+// With every level on, the library says some 35 lines for each message: they share one buffer a thread, and as a rule
+// the only newline is at the end.
 void WebsockServerWorker::logger_callback(int level, const char* line) {
   static thread_local std::string text;
   text = line;
-  std::replace(text.begin(), text.end(), '\n', ' ');
+  for (std::size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at)) text[at] = ' ';
   RRM_LOG(LOG_TRACE, "libwebsocket-debug> %d: %.*s", level, static_cast<int>(text.size()), text.c_str());
 }
 
@@ -293,14 +294,14 @@ int WebsockServerWorker::dispatch(lws* wsi, lws_callback_reasons reason, void* u
   }
 }
 
-std::shared_ptr<WebsockSession> WebsockServerWorker::find_session(lws* wsi) const {
+WebsockSession* WebsockServerWorker::find_session(lws* wsi) const {
   const auto found = sessions.map.find(wsi);
-  return found != sessions.map.end() ? found->second : nullptr;
+  return found != sessions.map.end() ? found->second.get() : nullptr;
 }
 
-std::shared_ptr<WebsockSession> WebsockServerWorker::live_session(lws* wsi) const {
+bool WebsockServerWorker::is_live(lws* wsi) const {
   MutexLock lock(sessions.mutex);
-  return find_session(wsi);
+  return sessions.map.contains(wsi);
 }
 
 bool WebsockServerWorker::valid_tsi(int tsi) {

@@ -121,8 +121,8 @@ class WebsockServerWorker final : public Worker {
   int process_server_writeable(lws* wsi, void* user) RRM_EXCLUDES(sessions.mutex);
 
   // The session table.
-  std::shared_ptr<WebsockSession> find_session(lws* wsi) const RRM_REQUIRES(sessions.mutex);
-  std::shared_ptr<WebsockSession> live_session(lws* wsi) const RRM_EXCLUDES(sessions.mutex);
+  WebsockSession* find_session(lws* wsi) const RRM_REQUIRES(sessions.mutex);
+  bool is_live(lws* wsi) const RRM_EXCLUDES(sessions.mutex);
   void forget_session(lws* wsi, void* user, int tsi) RRM_REQUIRES(sessions.mutex);
   std::uint32_t take_session_id() RRM_EXCLUDES(id_mutex);
 

@@ -42,10 +42,13 @@ MacAddr MacAddr::parse(const char* text) {
 }
 
 std::string MacAddr::to_string() const {
-  std::array<char, 18> text{};
-  std::snprintf(text.data(), text.size(), "%02X:%02X:%02X:%02X:%02X:%02X", bytes_[0], bytes_[1], bytes_[2], bytes_[3],
-                bytes_[4], bytes_[5]);
-  return text.data();
+  static constexpr char digits[] = "0123456789ABCDEF";
+  std::string text(size * 3 - 1, ':');
+  for (std::size_t i = 0; i < size; ++i) {
+    text[i * 3] = digits[bytes_[i] >> 4];
+    text[i * 3 + 1] = digits[bytes_[i] & 0xF];
+  }
+  return text;
 }
 
 std::uint64_t MacAddr::to_number() const {

@@ -56,8 +56,8 @@ void WebsockServerWorker::process_received(lws* wsi, const char* in, std::size_t
   bool overloaded = false;
   {
     MutexLock lock(sessions.mutex);
-    const auto session = find_session(wsi);
-    if (!session) return;
+    auto* const session = find_session(wsi);
+    if (session == nullptr) return;
     if (library.remaining_packet_payload(wsi) != 0 || !library.is_final_fragment(wsi)) {
       if (len != 0) append(*session, in, len, "fragment");
       return;
@@ -90,8 +90,8 @@ void WebsockServerWorker::hand_to_jsonificator(JsonificatorItem&& item) {
 
 void WebsockServerWorker::process_pong(lws* wsi) {
   MutexLock lock(sessions.mutex);
-  const auto session = find_session(wsi);
-  if (session) note_life(*session);
+  auto* const session = find_session(wsi);
+  if (session != nullptr) note_life(*session);
 }
 
 // No life sign delays the end of a session that is ordered dropped.
@@ -104,8 +104,8 @@ void WebsockServerWorker::process_closed(lws* wsi, void* user) {
   BaseSession closed;
   {
     MutexLock lock(sessions.mutex);
-    const auto session = find_session(wsi);
-    if (!session) return;  // ended by a drop-session
+    auto* const session = find_session(wsi);
+    if (session == nullptr) return;  // ended by a drop-session
     closed = *session;
     const int tsi = library.get_tsi(wsi);
     if (!valid_tsi(tsi)) RRM_LOG(LOG_ERROR, "process_closed: invalid lws tsi %d", tsi);
@@ -133,7 +133,7 @@ void WebsockServerWorker::jsonificator_loop() {
 
 // The look-up is by `wsi` alone: a dead session whose `wsi` has a new owner is found out on the way back.
 void WebsockServerWorker::parse(const JsonificatorItem& item) {
-  if (item.text == nullptr || !live_session(item.session.wsi)) return;
+  if (item.text == nullptr || !is_live(item.session.wsi)) return;
   JsonReader json(item.text.get(), parse_buffer_size);
   upstream.process_incoming_message(json, item.session);
 }

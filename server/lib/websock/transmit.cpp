@@ -70,8 +70,8 @@ void WebsockServerWorker::send_to_session(Message&& message, SendRing ring, cons
 WebsockServerWorker::HandOver WebsockServerWorker::hand_over(Message&& message, SendRing ring, BaseSession& live) {
   const BaseSession& session = message->session;
   MutexLock lock(sessions.mutex);
-  const auto found = find_session(session.wsi);
-  if (!found) return HandOver::session_gone;
+  auto* const found = find_session(session.wsi);
+  if (found == nullptr) return HandOver::session_gone;
   live = *found;
   if (session.identity() != live.identity()) return HandOver::stale;
   const bool drop = ring == &SendQueue::force && is_drop(*message);
@@ -114,9 +114,11 @@ void WebsockServerWorker::process_wait_cancelled(lws* wsi) {
   const int tsi = library.get_tsi(wsi);
   if (!valid_tsi(tsi)) return;
   SendQueues& queues = send_queues[static_cast<std::size_t>(tsi)];
-  for (lws* const filled : take_filled(queues)) {
-    const auto session = live_session(filled);
-    if (!session) {
+  const std::vector<lws*> all_filled = take_filled(queues);
+  MutexLock lock(sessions.mutex);
+  for (lws* const filled : all_filled) {
+    const WebsockSession* const session = find_session(filled);
+    if (session == nullptr) {
       erase_send_queue(queues, filled);
       continue;
     }
@@ -138,8 +140,8 @@ std::vector<lws*> WebsockServerWorker::take_filled(SendQueues& queues) {
 
 int WebsockServerWorker::process_server_writeable(lws* wsi, void* user) {
   MutexLock lock(sessions.mutex);
-  const auto session = find_session(wsi);
-  if (!session) return 0;
+  auto* const session = find_session(wsi);
+  if (session == nullptr) return 0;
   const int tsi = library.get_tsi(wsi);
   switch (write_next(*session, tsi)) {
     case Written::all:
