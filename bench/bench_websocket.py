@@ -52,6 +52,9 @@ class Echo:
             raise RuntimeError("hop_echo does not start")
         self.options = ["--echo"]
 
+    def rest(self):
+        pass
+
     def stop(self):
         self.process.terminate()
         if self.process.wait(10) != 0:
@@ -80,6 +83,16 @@ class Server:
             fields = file.read().rpartition(")")[2].split()
         return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
+    def rest(self):
+        """Until what the subscriptions led to is done, the saving of the domain among it."""
+        deadline = time.monotonic() + 60
+        while time.monotonic() < deadline:
+            burnt = self.cpu_seconds()
+            time.sleep(2)
+            if self.cpu_seconds() - burnt < 0.1:
+                return
+        raise RuntimeError("the daemon does not come to rest")
+
     def peak_bytes(self):
         with open(f"/proc/{self.pid}/status", encoding="ascii") as file:
             return 1024 * int(re.search(r"^VmHWM:\s*(\d+) kB$", file.read(), re.MULTILINE)[1])
@@ -100,12 +113,22 @@ class Load:
         self.process = subprocess.Popen(
             [os.path.join(build, "bench", "wire", "ap_load"), "--port", str(server.port), *server.options,
              *map(str, arguments)], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, preexec_fn=pinned(1))
+        self.server = server
 
     def result(self):
+        line = self._line()
+        if line == "open\n":
+            self.server.rest()
+            self.process.stdin.write("\n")
+            self.process.stdin.flush()
+            line = self._line()
+        return json.loads(line)
+
+    def _line(self):
         line = self.process.stdout.readline()
         if not line:
             raise RuntimeError("ap_load failed")
-        return json.loads(line)
+        return line
 
     def stop(self):
         self.process.stdin.close()

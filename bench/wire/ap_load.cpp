@@ -1,9 +1,12 @@
-// Loads a WebSocket server with access points and prints what came of it, one JSON object on one line.
+// Loads a WebSocket server with access points and prints what came of it, one JSON object on one line. Before it
+// measures messages it prints "open" and waits for a line, so that whoever started it can let the server come to rest.
 //
 //   ap_load --port P --sessions N silent     opens the sessions, and holds them until standard input ends
-//   …       associations --seconds S [--rate R]   small messages: one outstanding on each session, or R a second over all
+//   …       associations --seconds S [--rate R]   small messages: one outstanding on each session, or R a second over
+//   all
 //                                             sessions in turn, whose latency counts from when a message was due
-//   …       scans --seconds S --heard H      answers to a scan, one outstanding on each session, each followed by a small
+//   …       scans --seconds S --heard H      answers to a scan, one outstanding on each session, each followed by a
+//   small
 //                                             message whose acknowledgement says that both were taken. The last session
 //                                             never answers, so that the server waits on
 //   …       cycle                            answers modes and scans until every session has had a plan
@@ -62,9 +65,9 @@ double quantile(const std::vector<float>& sorted, double part) {
 class Load {
  public:
   explicit Load(const Options& options)
-      : options_(options),
-        client_(options.port, options.sessions,
-                [this](std::size_t session, std::string_view text) { take(session, text); }) {
+      : options_(options), client_(options.port, options.sessions, [this](std::size_t session, std::string_view text) {
+          take(session, text);
+        }) {
     const std::size_t per_domain = (options.sessions + options.domains - 1) / options.domains;
     for (std::size_t i = 0; i < options.sessions; ++i) {
       aps_.emplace_back(i, "bench-" + std::to_string(i / per_domain));
@@ -80,13 +83,19 @@ class Load {
     return now_seconds() - began;
   }
 
+  // Serves until there is a line to read, or the end of input.
   void hold() {
-    bool told_to_end = false;
-    while (!told_to_end) {
+    for (char byte = 0; byte != '\n';) {
       client_.serve(100);
       pollfd input{STDIN_FILENO, POLLIN, 0};
-      told_to_end = ::poll(&input, 1, 0) != 0;
+      if (::poll(&input, 1, 0) != 0 && ::read(STDIN_FILENO, &byte, 1) != 1) return;
     }
+  }
+
+  void wait_for_start() {
+    std::puts("open");
+    std::fflush(stdout);
+    hold();
   }
 
   // One message outstanding on each session.
@@ -137,7 +146,8 @@ class Load {
     constexpr double us = 1e6;
     std::printf(
         "{\"sessions\":%zu,\"open_s\":%.3f,\"messages\":%zu,\"seconds\":%.3f,\"p50_us\":%.1f,\"p99_us\":%.1f,"
-        "\"max_us\":%.1f,\"bytes_sent\":%zu,\"modes_asked\":%zu,\"scans_asked\":%zu,\"planned\":%zu,\"cycle_s\":%.3f,\"ended\":%zu}\n",
+        "\"max_us\":%.1f,\"bytes_sent\":%zu,\"modes_asked\":%zu,\"scans_asked\":%zu,\"planned\":%zu,\"cycle_s\":%.3f,"
+        "\"ended\":%zu}\n",
         client_.size(), opened, measured_, seconds_, us * quantile(latencies_, 0.5), us * quantile(latencies_, 0.99),
         us * quantile(latencies_, 1), bytes_measured_, modes_asked_, scans_asked_, planned_, cycle, client_.ended());
     std::fflush(stdout);
@@ -246,10 +256,9 @@ void run(const std::string& what, const Options& options) {
   Load load(options);
   const double opened = load.open();
   double cycle = 0;
-  if (what == "associations" && options.rate > 0) {
-    load.run_at_rate();
-  } else if (what == "associations") {
-    load.run_closed();
+  if (what == "associations") {
+    load.wait_for_start();
+    options.rate > 0 ? load.run_at_rate() : load.run_closed();
   } else if (what == "scans") {
     load.run_scans();
   } else if (what == "cycle") {
