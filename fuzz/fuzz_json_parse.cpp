@@ -1,10 +1,12 @@
-// Any text under any options. The input's first byte chooses the options, a bit each; a space stands for none, so that
-// the corpus reads well.
+// Any text under any options, read by the parser and by a plain reader of the same rules: both take or refuse it, and
+// give the same value or the same error. The input's first byte chooses the options, a bit each; a space stands for
+// none, so that the corpus reads well.
 #include <cmath>
 #include <string>
 #include <string_view>
 
 #include "fuzz/fuzz.h"
+#include "fuzz/reader_comparison.h"
 #include "yajson/error.h"
 #include "yajson/object.h"
 #include "yajson/parser.h"
@@ -121,6 +123,17 @@ void check_against_strict(std::string_view text, const ParseResult& result) {
   require(equal(strict.value, result.value), "strict JSON means the same under any options");
 }
 
+void require_agreement(std::string_view text, const ParseOptions& options) {
+  const std::string difference = zal::fuzz::difference_of_readers(text, options);
+  require(difference.empty(), difference.c_str());
+}
+
+void check_against_plain(std::string_view text, ParseOptions options) {
+  require_agreement(text, options);
+  options.max_depth = 1 + text.size() % 8;
+  require_agreement(text, options);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -134,5 +147,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_accepted(text, options, result.value);
   }
   check_against_strict(text, result);
+  check_against_plain(text, options);
   return 0;
 }

@@ -6,6 +6,7 @@
 #include <limits>
 #include <string>
 
+#include "fuzz/reader_comparison.h"
 #include "parse_support.h"
 #include "yajson/error.h"
 #include "yajson/parser.h"
@@ -58,6 +59,7 @@ struct FloatCase {
 
 void expect_float(const std::string& text, double expected) {
   SCOPED_TRACE(text);
+  EXPECT_EQ(zal::fuzz::difference_of_readers(text, {.allow_nan_inf = true}), "");
   const Value value = parse_exactly(text);
   ASSERT_EQ(value.type(), Type::floating);
   EXPECT_EQ(value.as_number(), expected);

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "fuzz/reader_comparison.h"
 #include "parse_support.h"
 #include "yajson/error.h"
 #include "yajson/parser.h"
@@ -190,6 +191,13 @@ TEST(ParseErrors, reach_the_nothrow_entry_by_their_code) {
     const ParseResult result = parse_nothrow(c.text.data(), c.text.size(), c.options);
     EXPECT_EQ(result.error, std::error_code(c.code, json_category()));
     EXPECT_TRUE(result.value.is_null());
+  }
+}
+
+TEST(ParseErrors, are_told_alike_by_the_plain_reader) {
+  for (const ErrorCase& c : cases) {
+    SCOPED_TRACE(c.label);
+    EXPECT_EQ(zal::fuzz::difference_of_readers(c.text, c.options), "");
   }
 }
 

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <thread>
 
+#include "fuzz/reader_comparison.h"
 #include "parse_support.h"
 #include "yajson/error.h"
 #include "yajson/object.h"
@@ -32,6 +33,7 @@ void expect_accepted(const AcceptCase (&cases)[count]) {
   for (const AcceptCase& c : cases) {
     SCOPED_TRACE(c.text);
     EXPECT_NO_THROW(EXPECT_EQ(show(parse_exactly(c.text, c.options)), c.shown));
+    EXPECT_EQ(zal::fuzz::difference_of_readers(c.text, c.options), "");
   }
 }
 
@@ -48,6 +50,7 @@ void expect_rejected(const RejectCase (&cases)[count]) {
     const ParseResult result = parse_nothrow(c.text.data(), c.text.size(), c.options);
     EXPECT_EQ(result.error, std::error_code(c.code, json_category()));
     EXPECT_TRUE(result.value.is_null());
+    EXPECT_EQ(zal::fuzz::difference_of_readers(c.text, c.options), "");
   }
 }
 
