@@ -10,8 +10,10 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
+#include "Measures.h"
 #include "campus.h"
 #include "planning/dca.h"
 #include "planning/tpc.h"
@@ -24,8 +26,10 @@ namespace {
 using namespace rrm;
 using namespace zal::bench;
 
-constexpr int rounds = 15;
-constexpr int sizes[] = {125, 250, 500, 1000, 2000};
+constexpr int rounds = 9;
+constexpr int sizes[] = {125, 250, 500, 1000, 2000, 4000, 8000};
+constexpr const char* time_goal = "150";
+constexpr const char* growth_goal = "2.2";
 
 struct Times {
   double copy = 0;
@@ -79,54 +83,87 @@ bool same_as_plain(int count) {
          testing::describe(our_results) == testing::describe(plain_results);
 }
 
-double median_of(const std::vector<Run>& runs, double (*value)(const Times&)) {
+// A step of a plan by its name.
+struct Step {
+  const char* name;
+  double (*time)(const Times&);
+};
+
+const Step whole{"whole plan", [](const Times& times) { return times.total(); }};
+const Step parts[] = {
+    {"copy", [](const Times& times) { return times.copy; }},
+    {"first channel pass", [](const Times& times) { return times.pass_1; }},
+    {"second channel pass", [](const Times& times) { return times.pass_2; }},
+    {"power", [](const Times& times) { return times.power; }},
+};
+
+struct Size {
+  int count;
+  ApMap site;
+  std::vector<Run> runs;
+
+  std::string label(const Step& step) const { return std::string(step.name) + "/" + std::to_string(count) + " APs"; }
+};
+
+double median_time(const Size& size, const Step& step) {
   std::vector<double> values;
-  for (const Run& run : runs) values.push_back(value(run.times));
+  for (const Run& run : size.runs) values.push_back(step.time(run.times));
   return median(values);
 }
 
 // Size against size within each round, so that whatever slows the machine down for a while slows both.
-double growth(const std::vector<Run>& smaller, const std::vector<Run>& larger) {
+double growth(const Size& smaller, const Size& larger, const Step& step) {
   std::vector<double> ratios;
-  for (std::size_t i = 0; i < larger.size(); ++i) ratios.push_back(larger[i].times.total() / smaller[i].times.total());
+  for (std::size_t i = 0; i < larger.runs.size(); ++i) {
+    ratios.push_back(step.time(larger.runs[i].times) / step.time(smaller.runs[i].times));
+  }
   return median(ratios);
 }
 
-void print_row(int count, const std::vector<Run>& runs, const std::vector<Run>* smaller) {
-  std::printf(
-      "%5d %6d %9.2f %9.2f %9.2f %9.2f %9.2f", count, 3 * count, median_of(runs, [](const Times& t) { return t.copy; }),
-      median_of(runs, [](const Times& t) { return t.pass_1; }),
-      median_of(runs, [](const Times& t) { return t.pass_2; }), median_of(runs, [](const Times& t) { return t.power; }),
-      median_of(runs, [](const Times& t) { return t.total(); }));
-  smaller != nullptr ? std::printf("   x %.2f", growth(*smaller, runs)) : std::printf("         ");
-  const Run& run = runs.front();
-  std::printf("   moved %zu + %zu, lowered %zu, raised %zu\n", run.first.moved, run.second.moved, run.power.lowered,
-              run.power.raised);
+void check_moves(const Size& size) {
+  const Run& run = size.runs.front();
+  std::printf("%d APs: moved %zu, then %zu; lowered %zu, raised %zu\n", size.count, run.first.moved, run.second.moved,
+              run.power.lowered, run.power.raised);
+  if (run.first.moved == Radios::count * size.site.size()) return;
+  std::fprintf(stderr, "not every radio moved in the first pass\n");
+  std::exit(EXIT_FAILURE);
+}
+
+void add_times(Measures& measures, const std::vector<Size>& measured, const Step& step, int goal_size = 0) {
+  for (const Size& size : measured) {
+    measures.add({size.label(step), median_time(size, step), "ms", {}, size.count == goal_size ? time_goal : ""});
+  }
+}
+
+void add_growth(Measures& measures, const std::vector<Size>& measured, const Step& step, const char* goal = "") {
+  for (std::size_t i = 1; i < measured.size(); ++i) {
+    const double factor = growth(measured[i - 1], measured[i], step);
+    measures.add({"growth of " + measured[i].label(step), factor, "x", {}, goal});
+  }
 }
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  Measures measures(argc, argv);
   silence_logs();
   if (!same_as_plain(100)) {
     std::fprintf(stderr, "the plan of a site of 100 APs differs from the plain version's\n");
     return EXIT_FAILURE;
   }
   const DomainConfig config;
-  std::vector<ApMap> sites;
-  for (const int count : sizes) sites.push_back(make_campus(config, count));
-
-  std::vector<std::vector<Run>> runs(sites.size());
+  std::vector<Size> measured;
+  for (const int count : sizes) measured.push_back({count, make_campus(config, count), {}});
   for (int round = 0; round < rounds; ++round) {
-    for (std::size_t i = 0; i < sites.size(); ++i) runs[i].push_back(plan(sites[i], config));
+    for (Size& size : measured) size.runs.push_back(plan(size.site, config));
   }
-  std::printf("  APs radios   copy ms pass 1 ms pass 2 ms  power ms  total ms   growth\n");
-  for (std::size_t i = 0; i < sites.size(); ++i) {
-    if (runs[i].front().first.moved != 3 * sites[i].size()) {
-      std::fprintf(stderr, "not every radio moved in the first pass\n");
-      return EXIT_FAILURE;
-    }
-    print_row(sizes[i], runs[i], i == 0 ? nullptr : &runs[i - 1]);
+  for (const Size& size : measured) check_moves(size);
+  add_times(measures, measured, whole, 1000);
+  add_growth(measures, measured, whole, growth_goal);
+  for (const Step& part : parts) {
+    add_times(measures, measured, part);
+    add_growth(measures, measured, part);
   }
+  measures.write();
   return EXIT_SUCCESS;
 }

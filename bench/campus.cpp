@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
+#include <cstddef>
+#include <iterator>
 #include <memory>
 #include <random>
 #include <string>
@@ -17,7 +19,9 @@ namespace {
 
 using namespace rrm;
 
-constexpr std::size_t neighbours_heard = 20;
+// An AP hears all three radios of so many neighbours, and of one more the one at 2.4 GHz, which carries farthest.
+constexpr std::size_t heard_whole = (members_heard - 1) / 3;
+static_assert(3 * heard_whole + 1 == members_heard);
 constexpr double metres_apart = 12;
 
 const ChannelSet channels_24{1, 6, 11};
@@ -30,35 +34,39 @@ ChannelSet channels_6() {
   return ChannelSet(channels);
 }
 
-struct Position {
-  double x;
-  double y;
+struct Place {
+  int column;
+  int row;
 };
 
-double distance(const Position& a, const Position& b) {
-  return std::hypot(a.x - b.x, a.y - b.y);
+int square_distance(const Place& a, const Place& b) {
+  const int columns = a.column - b.column;
+  const int rows = a.row - b.row;
+  return columns * columns + rows * rows;
 }
 
-std::vector<Position> grid(int count) {
+double metres(const Place& a, const Place& b) {
+  return metres_apart * std::sqrt(square_distance(a, b));
+}
+
+std::vector<Place> grid(int count) {
   const int side = static_cast<int>(std::ceil(std::sqrt(count)));
-  std::vector<Position> positions;
-  for (int i = 0; i < count; ++i) positions.push_back({metres_apart * (i % side), metres_apart * (i / side)});
-  return positions;
+  std::vector<Place> places;
+  for (int i = 0; i < count; ++i) places.push_back({i % side, i / side});
+  return places;
 }
 
-std::vector<std::size_t> nearest_of(const std::vector<Position>& positions, std::size_t self) {
-  std::vector<std::size_t> order;
-  for (std::size_t i = 0; i < positions.size(); ++i) {
-    if (i != self) order.push_back(i);
+// Nearest first, of several as near the first.
+std::vector<std::size_t> nearest_of(const std::vector<Place>& places, std::size_t self, std::size_t count) {
+  std::vector<std::pair<int, std::size_t>> order;
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    if (i != self) order.emplace_back(square_distance(places[self], places[i]), i);
   }
-  const auto wanted = order.begin() + static_cast<std::ptrdiff_t>(std::min(neighbours_heard, order.size()));
-  std::partial_sort(order.begin(), wanted, order.end(), [&](std::size_t a, std::size_t b) {
-    const double da = distance(positions[self], positions[a]);
-    const double db = distance(positions[self], positions[b]);
-    return da != db ? da < db : a < b;
-  });
-  order.erase(wanted, order.end());
-  return order;
+  const auto wanted = order.begin() + static_cast<std::ptrdiff_t>(std::min(count, order.size()));
+  std::partial_sort(order.begin(), wanted, order.end());
+  std::vector<std::size_t> nearest;
+  std::transform(order.begin(), wanted, std::back_inserter(nearest), [](const auto& other) { return other.second; });
+  return nearest;
 }
 
 void set_up_radio(Radio& radio, std::int32_t band, std::int32_t channel, std::int32_t width,
@@ -90,7 +98,7 @@ std::shared_ptr<ApEntry> make_ap(const DomainConfig& config, std::uint64_t index
   return ap;
 }
 
-Neighbour heard(const Radio& radio, double level) {
+Neighbour as_heard_at(double level, const Radio& radio) {
   Neighbour neighbour;
   neighbour.rssi = static_cast<std::int32_t>(level);
   neighbour.channel = radio.channel;
@@ -105,15 +113,29 @@ std::uint32_t pick(std::mt19937& random, std::uint32_t count) {
   return static_cast<std::uint32_t>(random() % count);
 }
 
+void hear_members(ApEntry& ap, const std::vector<Place>& places, std::size_t self,
+                  const std::vector<std::shared_ptr<ApEntry>>& aps, std::mt19937& random) {
+  std::vector<NeighbourMap::value_type> heard;
+  for (const std::size_t other : nearest_of(places, self, heard_whole + 1)) {
+    const double shadow = static_cast<double>(pick(random, 9)) - 4;
+    const double level = -30 - 32 * std::log10(metres(places[self], places[other])) + shadow;
+    for (const Radio& radio : aps[other]->radios.list) {
+      if (heard.size() < members_heard) heard.emplace_back(radio.mac, as_heard_at(level, radio));
+    }
+  }
+  ap.visible_members.insert_all(std::move(heard));
+}
+
 void hear_strangers(ApEntry& ap, std::mt19937& random) {
-  for (int i = 0; i < 6; ++i) {
-    const Radio& like = ap.radios.list[pick(random, 3)];
-    const double level = -60 - static_cast<double>(pick(random, 35));
-    Neighbour stranger = heard(like, level);
+  std::vector<NeighbourMap::value_type> heard;
+  for (std::size_t i = 0; i < strangers_heard; ++i) {
+    const Radio& like = ap.radios.list[i % Radios::count];
+    Neighbour stranger = as_heard_at(-60 - static_cast<double>(pick(random, 35)), like);
     const auto& permitted = like.available_channels;
     stranger.channel = permitted.begin()[pick(random, static_cast<std::uint32_t>(permitted.size()))];
-    ap.visible_rogue.insert(MacAddr::from_number(0xEE0000000000 + random()), stranger);
+    heard.emplace_back(MacAddr::from_number(0xEE0000000000 + random()), stranger);
   }
+  ap.visible_rogue.insert_all(std::move(heard));
 }
 
 void silent(const char*, int, const char*, int, const char*, va_list) {}
@@ -122,16 +144,12 @@ void silent(const char*, int, const char*, int, const char*, va_list) {}
 
 ApMap make_campus(const DomainConfig& config, int count) {
   std::mt19937 random(20240229);
-  const std::vector<Position> positions = grid(count);
+  const std::vector<Place> places = grid(count);
   std::vector<std::shared_ptr<ApEntry>> aps;
   for (int i = 0; i < count; ++i) aps.push_back(make_ap(config, static_cast<std::uint64_t>(i)));
   ApMap site;
   for (std::size_t i = 0; i < aps.size(); ++i) {
-    for (const std::size_t other : nearest_of(positions, i)) {
-      const double shadow = static_cast<double>(pick(random, 9)) - 4;
-      const double level = -30 - 32 * std::log10(distance(positions[i], positions[other])) + shadow;
-      for (const Radio& radio : aps[other]->radios.list) aps[i]->visible_members.insert(radio.mac, heard(radio, level));
-    }
+    hear_members(*aps[i], places, i, aps, random);
     hear_strangers(*aps[i], random);
     site.insert(aps[i]->mac, aps[i]);
   }

@@ -2,10 +2,11 @@
 // run.
 //
 // APs on a square grid 12 m apart, three radios each (2.4 GHz at 20 MHz, 5 GHz and 6 GHz at 80 MHz) with four networks,
-// addresses numbered serially out of one block. Every AP hears the radios of its 20 nearest neighbours, 60 entries, at
-// levels of a log-distance model with a fixed shadow per pair, and six strangers. Every radio stands off its list.
+// addresses numbered serially out of one block. Every AP hears 300 radios: of the domain the 100 nearest, at levels of
+// a log-distance model with a fixed shadow per pair, and 200 strangers. Every radio stands off its list.
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "Config.h"
@@ -13,7 +14,10 @@
 
 namespace zal::bench {
 
-// The settings must outlive the site.
+inline constexpr std::size_t members_heard = 100;
+inline constexpr std::size_t strangers_heard = 200;
+
+// A smaller site hears all of itself. The settings must outlive the site.
 rrm::ApMap make_campus(const rrm::DomainConfig& config, int aps);
 
 // CPU time of this thread.
