@@ -1,7 +1,8 @@
 """What a benchmark measured: printed as a table, and with --json FILE written as an array of objects with the keys `name`,
 `value`, `unit`, and where the measure is compared with something `anchor`, `anchor_value`, `ratio` and `goal`.
 
-As a program it puts the files that it is given together: measures.py FILE..."""
+As a program it puts the files that it is given together: measures.py FILE... With --table it writes them for people, as
+docs/performance.md has them."""
 
 import json
 import sys
@@ -34,12 +35,29 @@ class Measures:
         print(text.rstrip(), flush=True)
 
 
+def figure(value):
+    """Three digits that count, without a power of ten."""
+    return f"{value:,.0f}".replace(",", " ") if abs(value) >= 1000 else f"{value:.3g}"
+
+
+def write_table(rows):
+    print("| measure | value | beside | ratio | to reach |\n|---|---:|---:|---:|---|")
+    for row in rows:
+        beside = f"{row['anchor']} {figure(row['anchor_value'])}" if "anchor" in row else ""
+        ratio = f"{row['ratio']:.2f}" if "ratio" in row else ""
+        print(f"| {row['name']} | {figure(row['value'])} {row['unit']} | {beside} | {ratio} | {row.get('goal', '')} |")
+
+
 def main():
     rows = []
-    for path in sys.argv[1:]:
+    as_table = sys.argv[1:2] == ["--table"]
+    for path in sys.argv[2 if as_table else 1:]:
         with open(path, encoding="utf-8") as file:
             rows += json.load(file)
-    json.dump(rows, sys.stdout, indent=1)
+    if as_table:
+        write_table(rows)
+    else:
+        json.dump(rows, sys.stdout, indent=1)
 
 
 if __name__ == "__main__":
