@@ -73,15 +73,16 @@ class Daemon:
             raise RuntimeError(f"zalctl {' '.join(arguments)}: {run.stderr.strip()}")
         return json.loads(run.stdout) if run.stdout.strip() else None
 
-    def stop(self):
-        """Orders the end; the output must show one start and one end with status 0."""
+    def stop(self, kills=0):
+        """Orders the end; the output must show one start and one end with status 0, and so many kills before."""
         self.process.send_signal(signal.SIGTERM)
         status = self.process.wait(60)
         output = self.output()
         self.directory.cleanup()
         starts = re.findall(r"^zal_rrm started, pid (\d+)$", output, re.MULTILINE)
-        ends = re.findall(r"^zal_rrm, pid (\d+), ended with (.*)$", output, re.MULTILINE)
-        if status != 0 or len(starts) != 1 or ends != [(starts[0], "status 0")]:
+        ends = re.findall(r"^zal_rrm, pid (\d+), (ended with status \d+|was killed by signal \d+)", output, re.MULTILINE)
+        wanted = ["was killed by signal 9"] * kills + ["ended with status 0"]
+        if status != 0 or ends != list(zip(starts, wanted, strict=False)) or len(starts) != len(wanted):
             raise AssertionError(f"the controller ended with {status}, the daemon not as it should:\n{output}")
 
     def kill(self):

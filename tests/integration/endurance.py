@@ -1,0 +1,303 @@
+"""The daemon through a long shift: a simulated office is served for as long as is wanted, beside access points of another
+domain that crash, stall, flap and never read, and every few minutes the daemon is killed and its controller starts it
+again. Each time the office comes back from the domain's backup and is planned again, and between two kills the daemon
+grows by nothing.
+
+usage: endurance.py CONTROLLER DAEMON APSIM SITES MINUTES"""
+
+import asyncio
+import collections
+import contextlib
+import json
+import os
+import random
+import re
+import signal
+import socket
+import statistics
+import struct
+import subprocess
+import sys
+import time
+
+import websockets
+
+from daemon import Daemon
+from wire import AccessPoint, BareSocket, envelope, frame, new_mac, radio, subscribe_request
+
+OFFICE, LAB = "office", "lab"
+LIFE_S = 150  # from the return of all access points to the next kill
+SAMPLE_S = 5
+# The longest back-off of a simulated access point is 30 s and a quarter of that; the rest is for the subscription.
+RETURN_S = 30 * 1.25 + 15
+AWAY_TIMEOUT_S = 30
+LONGEST_CYCLE_S = 200  # a restored domain's wait, forced delay, modes, scan and computing, twice if one is under way
+RESTART_S = 40  # the controller's longest pause and the daemon's own start
+GROWTH_OF_MEMORY = 0.05
+GROWTH_OF_DESCRIPTORS = 8  # sessions of the misbehaving come and go
+# What the misbehaving bring about: messages of sessions and access points that are gone, and answers that nobody reads.
+EXPECTED_ERRORS = ("invalid session", "invalid exist session", "AP not found", "queue overflow")
+
+
+class Endurance:
+    def __init__(self, controller, daemon, apsim, sites, minutes):
+        with open(os.path.join(sites, "office-setup.json"), encoding="utf-8") as file:
+            setup = json.load(file)
+        # A restored domain waits that long for its access points before it plans again.
+        setup["patterns"][0]["away_timeout"] = AWAY_TIMEOUT_S
+        setup["domains"].append({"domain": LAB, "pattern": setup["patterns"][0]["pattern"], "time_zone": "0:00"})
+        site_path = os.path.join(sites, "office.json")
+        with open(site_path, encoding="utf-8") as file:
+            self.office = {ap["mac"].upper() for ap in json.load(file)["access_points"]}
+        self.seconds = minutes * 60
+        self.began = time.monotonic()
+        self.daemon = Daemon(controller, daemon, setup)
+        self.sim_path = os.path.join(self.daemon.directory.name, "apsim.out")
+        with open(self.sim_path, "wb") as output:
+            self.sim = subprocess.Popen([apsim, "--site", site_path, "--server",
+                                         f"ws://127.0.0.1:{self.daemon.port}/apb/rrm"],
+                                        stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT)
+        self.chance = random.Random(1)
+        self.misdeeds = collections.Counter()
+        self.lives = []
+
+    # The daemon.
+
+    def pid(self):
+        return int(re.findall(r"^zal_rrm started, pid (\d+)$", self.daemon.output(), re.MULTILINE)[-1])
+
+    async def group(self, domain):
+        """The domain as the server describes it, or None while there is none, or nobody to say so."""
+        try:
+            answer = await asyncio.to_thread(self.daemon.zalctl, "api", "group", domain)
+            return answer["details"]
+        except (RuntimeError, KeyError):
+            return None
+
+    async def await_that(self, what, seconds, condition):
+        """The seconds that it took."""
+        began = time.monotonic()
+        while not await condition():
+            if time.monotonic() - began > seconds:
+                raise AssertionError(f"{what} not within {seconds:.0f} s:\n{self.words()}")
+            await asyncio.sleep(0.2)
+        return time.monotonic() - began
+
+    async def listens(self):
+        try:
+            socket.create_connection(("127.0.0.1", self.daemon.port), 1).close()
+            return True
+        except OSError:
+            return False
+
+    async def all_served(self):
+        group = await self.group(OFFICE)
+        return group is not None and self.office <= {ap["mac"].upper() for ap in group["aps"] + group["unanswered-aps"]}
+
+    async def is_restored(self):
+        """All that the backup knew are there, back or not."""
+        group = await self.group(OFFICE)
+        return group is not None and sum(group[f"{kind}ap-count"] for kind in ("", "unanswered-", "deleted-")) >= len(
+            self.office)
+
+    def reports(self, domain=OFFICE):
+        """The lines of the index; every file must end with a whole line, and hold what the index names."""
+        texts = {}
+        for part in ("idx_", "cfg_", ""):
+            with contextlib.suppress(FileNotFoundError):
+                with open(os.path.join(self.daemon.state, "data", "zal", "morvane-reports", f"report_{part}{domain}.txt"),
+                          encoding="utf-8") as file:
+                    texts[part] = file.read()
+        index = texts.get("idx_", "").splitlines()
+        torn = [part for part, text in texts.items() if text and not text.endswith("\n")]
+        keys = {part: {tuple(line.split(",")[:3]) for line in texts.get(part, "").splitlines()} for part in ("cfg_", "")}
+        lost = [line for line in index if any(tuple(line.split(",")[:3]) not in known for known in keys.values())]
+        return index, torn + lost
+
+    def words(self):
+        return "\n".join(self.daemon.output().splitlines()[-20:])
+
+    def errors(self):
+        lines = []
+        for name in os.listdir(self.daemon.state):
+            if name.startswith("zal_rrm.log"):
+                with open(os.path.join(self.daemon.state, name), encoding="utf-8", errors="replace") as file:
+                    lines += [line.rstrip("\n") for line in file if re.match(r"\S+ ERROR", line)]
+        return lines
+
+    def sample(self, pid):
+        with open(f"/proc/{pid}/status", encoding="ascii", errors="replace") as file:
+            status = dict(line.split(":", 1) for line in file)
+        return {"rss_kib": int(status["VmRSS"].split()[0]), "threads": int(status["Threads"]),
+                "descriptors": len(os.listdir(f"/proc/{pid}/fd"))}
+
+    # Access points that misbehave. Each begins again after every end, also after those of the daemon.
+
+    async def again_and_again(self, name, misdeed):
+        while True:
+            with contextlib.suppress(OSError, asyncio.TimeoutError, asyncio.IncompleteReadError, AssertionError,
+                                     websockets.WebSocketException):
+                await misdeed()
+                self.misdeeds[name] += 1
+            await asyncio.sleep(self.chance.uniform(0.5, 2))
+
+    async def joined(self, mac):
+        ap = await AccessPoint.connect(self.daemon.port, mac)
+        await ap.subscribe(domain=LAB)
+        return ap
+
+    async def joined_bare(self, mac):
+        bare = await BareSocket.upgraded(self.daemon.port)
+        await bare.write(frame(json.dumps(subscribe_request(mac, domain=LAB)).encode()))
+        return bare
+
+    async def crash(self, mac):
+        bare = await self.joined_bare(mac)
+        await asyncio.sleep(self.chance.uniform(2, 10))
+        linger = struct.pack("ii", 1, 0)  # the end is a reset
+        bare.writer.get_extra_info("socket").setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger)
+        bare.writer.transport.abort()
+
+    async def stall(self, mac):
+        """Keeps its socket, reads, and says nothing any more, until the server ends the session."""
+        bare = await self.joined_bare(mac)
+        try:
+            while await asyncio.wait_for(bare.reader.read(65536), 180):
+                pass
+        finally:
+            await bare.close()
+
+    async def flap(self, mac):
+        ap = await self.joined(mac)
+        await ap.close()
+
+    async def never_read(self, mac):
+        """Asks on and on, and takes none of the answers."""
+        bare = await self.joined_bare(mac)
+        bare.writer.transport.pause_reading()
+        question = frame(json.dumps(envelope("rrm-config-changed", mac, domain=LAB, radios=[radio(0), radio(1)])).encode())
+        try:
+            for _ in range(120):
+                await asyncio.wait_for(bare.write(question), 10)
+                await asyncio.sleep(0.5)
+        finally:
+            bare.writer.transport.abort()
+
+    # The shift.
+
+    async def life(self, number, may_be_short):
+        """From the daemon's start to just before its end."""
+        listening = await self.await_that("the daemon listens", RESTART_S, self.listens)
+        if number > 0:
+            await self.await_that("the backup is restored", RETURN_S, self.is_restored)
+        returned = await self.await_that("all access points are served", RETURN_S, self.all_served)
+        before = len(self.reports()[0])
+        await asyncio.to_thread(self.daemon.zalctl, "api", "optimize", OFFICE)
+        pid, samples, end = self.pid(), [], time.monotonic() + (0 if may_be_short else LIFE_S)
+
+        async def has_planned():
+            return len(self.reports()[0]) > before
+
+        planned = await self.await_that("a cycle ends", LONGEST_CYCLE_S, has_planned)
+        while time.monotonic() < end:
+            samples.append(self.sample(pid))
+            await asyncio.sleep(SAMPLE_S)
+        index, faults = self.reports()
+        if faults:
+            raise AssertionError(f"torn reports: {faults}")
+        if self.pid() != pid:
+            raise AssertionError(f"the daemon ended by itself:\n{self.words()}")
+        life = {"listening_s": round(listening, 1), "return_s": round(returned, 1), "cycle_s": round(planned, 1),
+                "reports": len(index), **self.trend(samples)}
+        self.lives.append(life)
+        print(" ".join(f"{life.get(column, '-'):>11}" for column in COLUMNS), flush=True)
+
+    async def into_a_cycle(self):
+        """Somewhere in it: among its delay, the modes, the scan and the report."""
+        await asyncio.to_thread(self.daemon.zalctl, "api", "optimize", OFFICE)
+        await asyncio.sleep(self.chance.uniform(0, 50))
+
+    @staticmethod
+    def trend(samples):
+        """Medians of the first and the last third."""
+        third = len(samples) // 3
+        if third < 2:
+            return {}
+        trend = {}
+        for what in ("rss_kib", "threads", "descriptors"):
+            values = [sample[what] for sample in samples]
+            trend[f"{what}_first"] = round(statistics.median(values[:third]))
+            trend[f"{what}_last"] = round(statistics.median(values[-third:]))
+        if trend["rss_kib_last"] > trend["rss_kib_first"] * (1 + GROWTH_OF_MEMORY):
+            raise AssertionError(f"the memory grows: {trend}")
+        if trend["threads_last"] > trend["threads_first"]:
+            raise AssertionError(f"the threads grow: {trend}")
+        if trend["descriptors_last"] > trend["descriptors_first"] + GROWTH_OF_DESCRIPTORS:
+            raise AssertionError(f"the descriptors grow: {trend}")
+        return trend
+
+    async def shift(self):
+        actors = [self.crash, self.crash, self.stall, self.flap, self.flap, self.never_read]
+        tasks = [asyncio.create_task(self.again_and_again(act.__name__, lambda act=act, mac=new_mac(): act(mac)))
+                 for act in actors]
+        try:
+            print(" ".join(f"{column:>11}" for column in COLUMNS), flush=True)
+            number, short = 0, self.seconds < 2 * LIFE_S
+            while number == 0 or time.monotonic() - self.began + LIFE_S < self.seconds:
+                await self.life(number, short)
+                if number % 2 == 1:
+                    await self.into_a_cycle()
+                os.kill(self.pid(), signal.SIGKILL)
+                number += 1
+                await asyncio.sleep(0.5)
+            await self.await_that("the daemon listens", RESTART_S, self.listens)
+            await self.await_that("the backup is restored", RETURN_S, self.is_restored)
+            returned = await self.await_that("all access points are served", RETURN_S, self.all_served)
+        finally:
+            for task in tasks:
+                task.cancel()
+            await asyncio.gather(*tasks, return_exceptions=True)
+        return {"minutes": round((time.monotonic() - self.began) / 60, 1), "kills": number,
+                "longest_return_s": max([life["return_s"] for life in self.lives] + [round(returned, 1)]),
+                "reports": len(self.reports()[0]), "misdeeds": dict(sorted(self.misdeeds.items()))}
+
+    def end(self, kills):
+        """The access points, then the daemon: both as they should, and nothing stays behind."""
+        pid = self.pid()
+        self.sim.send_signal(signal.SIGTERM)
+        self.sim.wait(60)
+        lines = self.errors()
+        strange = [line for line in lines if not any(kind in line for kind in EXPECTED_ERRORS)]
+        self.daemon.stop(kills)
+        if strange:
+            raise AssertionError("errors in the log:\n" + "\n".join(strange[:20]))
+        if os.path.exists(f"/proc/{pid}") or os.path.exists(self.daemon.directory.name):
+            raise AssertionError("something is left behind")
+        return {kind: sum(kind in line for line in lines) for kind in EXPECTED_ERRORS}
+
+    def abandon(self):
+        for process in (self.sim, self.daemon.process):
+            if process.poll() is None:
+                process.terminate()
+                process.wait(60)
+        self.daemon.directory.cleanup()
+
+
+COLUMNS = ("listening_s", "return_s", "cycle_s", "reports", "rss_kib_first", "rss_kib_last", "threads_first",
+           "threads_last", "descriptors_first", "descriptors_last")
+
+
+def main():
+    *programs, minutes = sys.argv[1:]
+    endurance = Endurance(*programs, float(minutes))
+    try:
+        figures = asyncio.run(endurance.shift())
+        figures["errors"] = endurance.end(figures["kills"])
+    except BaseException:
+        endurance.abandon()
+        raise
+    print(json.dumps({**figures, "lives": endurance.lives}))
+
+
+if __name__ == "__main__":
+    main()
