@@ -33,12 +33,16 @@ function(zal_library name)
 endfunction()
 
 # zal_test(name SOURCES a.cpp ... [LINKS lib ...] [LABEL unit|integration|slow]): one test program.
+#
+# What is tested lies in libraries, built as the preset says. The program around it runs for less time than it takes to
+# optimise it.
 function(zal_test name)
   cmake_parse_arguments(ARG "" "LABEL" "SOURCES;LINKS" ${ARGN})
   if(NOT ARG_LABEL)
     set(ARG_LABEL unit)
   endif()
   add_executable(${name} ${ARG_SOURCES})
+  target_compile_options(${name} PRIVATE -O0)
   target_link_libraries(${name} PRIVATE zal_options ${ARG_LINKS} GTest::gmock GTest::gtest_main)
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT 300)
