@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <future>
 #include <set>
 #include <string>
 #include <thread>
@@ -11,6 +12,7 @@
 #include "core/QueueMessage.h"
 #include "core/sleep_recorder.h"
 #include "support/capture.h"
+#include "support/ws_client.h"
 #include "ws_server.h"
 
 namespace rrm {
@@ -184,6 +186,52 @@ TEST_P(WebsockEnqueue, SeventeenthMessageIsLostAfter256AttemptsAndTheSixteenLeav
   }
   EXPECT_EQ(write_event(first), Lines{"write #1 0 16"});
   EXPECT_EQ(write_event(first), Lines{});
+}
+
+// The service thread must be able to make the room that is waited for.
+TEST_P(WebsockEnqueue, WhoWaitsForRoomLocksNobodyOutMeanwhile) {
+  SleepRecorder clock;
+  const BaseSession session = open(first);
+  for (int i = 1; i <= 16; ++i) enqueue(std::to_string(i), session);
+  forget_so_far();
+  std::future<Lines> written;
+  bool written_in_time = false;
+  clock.on_sleep = [&] {
+    if (clock.count() != 1) return;
+    written = std::async(std::launch::async, [&] { return write_event(first); });
+    written_in_time = written.wait_for(testing::WsClient::patience) == std::future_status::ready;
+  };
+  enqueue("17", session);
+  ASSERT_TRUE(written.valid());
+  EXPECT_TRUE(written_in_time);
+  EXPECT_EQ(written.get(), (Lines{"write #1 0 1", "callback_on_writable #1"}));
+  EXPECT_EQ(clock.count(), 1u);
+  EXPECT_TRUE(capture.events().empty());
+  forget_so_far();
+  for (int i = 2; i <= 16; ++i) write_event(first);
+  EXPECT_EQ(write_event(first), Lines{"write #1 0 17"});
+}
+
+TEST_P(WebsockEnqueue, NobodyWaitsAgainForASessionThatHasTakenNothingSince) {
+  const SleepRecorder clock;
+  const BaseSession session = open(first);
+  for (int i = 1; i <= 17; ++i) enqueue(std::to_string(i), session);
+  const std::size_t slept = clock.count();
+  EXPECT_GT(slept, 0u);
+  capture.clear();
+
+  enqueue("18", session);
+  EXPECT_EQ(clock.count(), slept);
+  EXPECT_EQ(capture.lines(), (std::vector<LogLine>{{LOG_ERROR, GetParam().overflow}}));
+  EXPECT_EQ(capture.events(), (std::vector<Event>{{26, false, ""}}));
+
+  write_event(first);
+  capture.clear();
+  enqueue("19", session);
+  EXPECT_TRUE(capture.events().empty());
+  enqueue("20", session);
+  EXPECT_EQ(clock.count(), 2 * slept);
+  EXPECT_EQ(capture.events(), (std::vector<Event>{{26, false, ""}}));
 }
 
 TEST_P(WebsockEnqueue, HighestThreadIndexIsServed) {

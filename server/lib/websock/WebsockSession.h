@@ -18,7 +18,9 @@ struct WebsockSession : BaseSession {
 
   const std::string peer;  // the peer's address as text
 
-  BufferInfo buffer;  // the message being assembled; only with the session lock
+  // Only with the session lock.
+  BufferInfo buffer;     // the message being assembled
+  bool stalled = false;  // a message was lost on its full send ring, and it has taken nothing since
 
   // Written with the session lock, read without it.
   std::atomic<std::int64_t> last_seen;    // monotonic second of the last whole message or pong

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "WebsockServerWorker.h"
+#include "core/Backoff.h"
 #include "core/QueueMessage.h"
 #include "core/log.h"
 #include "websock/send.h"
@@ -46,7 +47,14 @@ void WebsockServerWorker::send_to_session(Message&& message, SendRing ring, cons
     return;
   }
   BaseSession live;
-  switch (hand_over(std::move(message), ring, live)) {
+  HandOver result = hand_over(message, ring, live);
+  // Room is waited for with no lock held: it is the service thread that makes it.
+  Backoff backoff(push_max_sleep_us);
+  for (std::uint32_t attempt = 1; result == HandOver::full && attempt <= push_attempts; ++attempt) {
+    backoff.pause(attempt);
+    result = hand_over(message, ring, live);
+  }
+  switch (result) {
     case HandOver::session_gone:
       RRM_LOG(LOG_TRACE, "%s: no live websocket session for wsi (dropped id=%u)", operation, session.id);
       return;
@@ -54,7 +62,10 @@ void WebsockServerWorker::send_to_session(Message&& message, SendRing ring, cons
       RRM_LOG(LOG_TRACE, "%s: BaseSession stale or mismatched (msg id=%u tsi=%d vs live id=%u tsi=%d)", operation,
               session.id, session.tsi, live.id, live.tsi);
       return;
-    case HandOver::overflow:
+    case HandOver::full:
+      note_stall(session);
+      [[fallthrough]];
+    case HandOver::still_full:
       RRM_LOG(LOG_ERROR, "per-wsi %squeue overflow: outgoing message dropped for session %d",
               ring == &SendQueue::force ? "force " : "", static_cast<int>(session.id));
       emit_event_plain(26);
@@ -67,8 +78,8 @@ void WebsockServerWorker::send_to_session(Message&& message, SendRing ring, cons
 }
 
 // `live` gets the identity of the session that owns the message's `wsi` now.
-WebsockServerWorker::HandOver WebsockServerWorker::hand_over(Message&& message, SendRing ring, BaseSession& live) {
-  const BaseSession& session = message->session;
+WebsockServerWorker::HandOver WebsockServerWorker::hand_over(Message& message, SendRing ring, BaseSession& live) {
+  const BaseSession session = message->session;
   MutexLock lock(sessions.mutex);
   auto* const found = find_session(session.wsi);
   if (found == nullptr) return HandOver::session_gone;
@@ -76,21 +87,29 @@ WebsockServerWorker::HandOver WebsockServerWorker::hand_over(Message&& message, 
   if (session.identity() != live.identity()) return HandOver::stale;
   const bool drop = ring == &SendQueue::force && is_drop(*message);
   // One is enough: while the connection takes nothing, the ping worker repeats the order every second, and would fill
-  // the ring, wait for room with both locks held and begin the time-out of the drop anew.
+  // the ring and begin the time-out of the drop anew.
   if (drop && found->drop_ordered) return HandOver::queued;
-  const HandOver result = push_to(send_queues[static_cast<std::size_t>(session.tsi)], std::move(message), ring);
+  const HandOver result = push_to(send_queues[static_cast<std::size_t>(session.tsi)], message, ring);
   if (drop && result == HandOver::queued) found->drop_ordered = true;
-  return result;
+  return result == HandOver::full && found->stalled ? HandOver::still_full : result;
 }
 
-WebsockServerWorker::HandOver WebsockServerWorker::push_to(SendQueues& queues, Message&& message, SendRing ring) {
+// For a peer that takes nothing nobody waits again, or its many answers would hold up its domain.
+void WebsockServerWorker::note_stall(const BaseSession& session) {
+  MutexLock lock(sessions.mutex);
+  auto* const found = find_session(session.wsi);
+  if (found != nullptr && found->identity() == session.identity()) found->stalled = true;
+}
+
+WebsockServerWorker::HandOver WebsockServerWorker::push_to(SendQueues& queues, Message& message, SendRing ring) {
   lws* const wsi = message->session.wsi;
   MutexLock lock(queues.mutex);
   SendQueue* send_queue = find_send_queue(queues, wsi);
   if (send_queue == nullptr) return HandOver::before_first_event;
-  if (send_queue->empty() || ring == &SendQueue::force) queues.filled.push_back(wsi);
-  const bool queued = send_queue->push(send_queue->*ring, std::move(message), push_attempts, push_max_sleep_us);
-  return queued ? HandOver::queued : HandOver::overflow;
+  const bool is_news = send_queue->empty() || ring == &SendQueue::force;
+  if (!send_queue->try_push(send_queue->*ring, std::move(message))) return HandOver::full;
+  if (is_news) queues.filled.push_back(wsi);
+  return HandOver::queued;
 }
 
 // Null if the connection had no queue until now; it then gets one.
@@ -142,6 +161,7 @@ int WebsockServerWorker::process_server_writeable(lws* wsi, void* user) {
   MutexLock lock(sessions.mutex);
   auto* const session = find_session(wsi);
   if (session == nullptr) return 0;
+  session->stalled = false;
   const int tsi = library.get_tsi(wsi);
   switch (write_next(*session, tsi)) {
     case Written::all:
