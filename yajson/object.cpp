@@ -129,8 +129,12 @@ void Object::drop_repeated_keys() {
   }
 }
 
+// Only a key whose mark has been seen is compared with those before it.
 void Object::drop_repeated_few() {
+  std::uint64_t seen = 0;
   for (auto later = members_.begin(); later != members_.end(); ++later) {
+    const std::uint64_t mark = std::uint64_t{1} << later->key_mark();
+    if ((std::exchange(seen, seen | mark) & mark) == 0) continue;
     const auto earlier = std::find_if(members_.begin(), later, [&](const Member& m) { return m.same_key(*later); });
     if (earlier != later) later = members_.erase(earlier) + (later - earlier - 1);
   }

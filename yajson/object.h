@@ -21,6 +21,8 @@ class Member {
 
   std::string_view key() const noexcept { return key_.as_string(); }
   bool same_key(const Member& other) const noexcept { return key_.same_text(other.key_); }
+  // Equal keys have equal marks.
+  unsigned key_mark() const noexcept { return key_.text_mark(); }
   bool has_key(const Value& text) const noexcept { return key_.same_text(text); }
 
  private:

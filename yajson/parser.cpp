@@ -169,6 +169,12 @@ class Parser {
   std::pmr::string unescaped_{&scratch_};
 };
 
+// For the compiler: a value that is about to be parsed is null, so there is nothing to give up first.
+Value& fresh(Value& out) {
+  if (!out.is_null()) __builtin_unreachable();
+  return out;
+}
+
 // The position of the closing quote from `from` on, or the end of the text.
 std::size_t closing_quote(std::string_view text, std::size_t from) {
   while (from < text.size() && text[from] != '"') from += text[from] == '\\' ? 2 : 1;
@@ -252,7 +258,10 @@ void Parser::parse_value(Value& out) {
   skip();
   if (at_end()) fail(Errc::unexpected_end, "unexpected end of input");
   const char first = *cursor_;
-  if (first == '"' || (first == '\'' && options_.allow_single_quotes)) return out.assign(parse_string(), arena_);
+  if (first == '"' || (first == '\'' && options_.allow_single_quotes)) {
+    const std::string_view text = parse_string();
+    return fresh(out).assign(text, arena_);
+  }
   if (first == '-' || is_digit(first)) return parse_number(out);
   if (first == '{') return parse_object(out);
   if (first == '[') return parse_array(out);
@@ -331,7 +340,7 @@ std::size_t Parser::capacity_ahead() const {
 
 void Parser::parse_array(Value& out) {
   open_container();
-  Array& elements = out.assign_array(arena_);
+  Array& elements = fresh(out).assign_array(arena_);
   skip();
   if (at_end()) fail(Errc::unterminated_array, "unterminated array");
   if (*cursor_ != ']') {
@@ -362,7 +371,7 @@ bool Parser::closes_after_comma(char bracket) {
 
 void Parser::parse_object(Value& out) {
   open_container();
-  Object& object = out.assign_object(arena_);
+  Object& object = fresh(out).assign_object(arena_);
   skip();
   if (at_end()) fail(Errc::unterminated_object, "unterminated object");
   if (*cursor_ != '}') {
@@ -574,7 +583,7 @@ bool Parser::store_integer(bool negative, std::uint64_t magnitude, Value& out) {
     if (!negative) out.assign(magnitude);
     return !negative;
   }
-  out.assign(static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude));
+  fresh(out).assign(static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude));
   return true;
 }
 

@@ -535,6 +535,21 @@ TEST(Parse, without_duplicate_keys_refuses_a_repeated_key) {
   });
 }
 
+TEST(Parse, keeps_the_last_of_a_repeated_key_of_any_length) {
+  for (std::size_t length = 0; length <= 20; ++length) {
+    const std::string repeated(length, 'k');
+    std::string text = "{\"" + repeated + "\":0";
+    for (const char* other : {"one", "two", "another key, out of line", "more"}) {
+      text += ",\"" + std::string(other) + "\":1";
+    }
+    text += ",\"" + repeated + "\":2,\"last\":3}";
+    const Value value = parse(text.data(), text.size(), {.allow_duplicate_keys = true});
+    ASSERT_NE(value.find(repeated), nullptr) << text;
+    EXPECT_EQ(value.find(repeated)->as_integer(), 2) << text;
+    EXPECT_EQ(value.size(), 6u) << text;
+  }
+}
+
 TEST(Parse, refuses_a_repeated_key_on_both_sides_of_the_index_threshold) {
   for (const int distinct : {14, 15, 16, 17, 60}) {
     std::string text = "{";
