@@ -23,6 +23,7 @@
 #include "support/capture.h"
 #include "support/journal.h"
 #include "whole_site/dice.h"
+#include "whole_site/lived_in_site.h"
 
 namespace whole_site {
 
@@ -59,33 +60,32 @@ class Watcher {
   virtual void second_over() {}
 };
 
-class ControlledSite {
+class ControlledSite final : public LivedInSite {
  public:
   ControlledSite(const sim::Site& site, const rrm::DomainConfig& settings, bool wildcard_80211r, std::uint64_t seed,
                  std::vector<Watcher*> watchers);
-  ~ControlledSite();
+  ~ControlledSite() override;
   ControlledSite(const ControlledSite&) = delete;
   ControlledSite& operator=(const ControlledSite&) = delete;
 
-  void second();
-  // All that was said is heard, until nobody has anything more to say.
-  void exchange();
+  void second() override;
+  // Until nobody has anything more to say.
+  void exchange() override;
 
   // Sessions.
   bool connected(std::size_t ap) const { return sessions_[ap] != 0; }
-  void connect(std::size_t ap);
-  void disconnect(std::size_t ap);
-  // The AP leaves the domain, and its session stays.
-  void unsubscribe(std::size_t ap);
+  void connect(std::size_t ap) override;
+  void disconnect(std::size_t ap) override;
+  void unsubscribe(std::size_t ap) override;
 
   // Orders of an operator.
-  void pause_balancing();
-  bool force_optimization();
+  void pause_balancing() override;
+  bool force_optimization() override;
 
-  sim::Simulation& simulation() { return *simulation_; }
-  const rrm::DomainConfig& settings() const { return settings_; }
+  sim::Simulation& simulation() override { return *simulation_; }
+  const rrm::DomainConfig& settings() const override { return settings_; }
   sim::Millis now() const { return now_; }
-  std::int64_t seconds() const { return seconds_; }
+  std::int64_t seconds() const override { return seconds_; }
 
   // The domain's own records.
   rrm::ApMap& aps() { return worker_->aps(); }

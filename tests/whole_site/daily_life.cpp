@@ -14,7 +14,7 @@ const sim::Vap* find(const std::vector<sim::Vap>& vaps, const std::string& ssid)
 
 }  // namespace
 
-DailyLife::DailyLife(ControlledSite& site, Dice& dice)
+DailyLife::DailyLife(LivedInSite& site, Dice& dice)
     : site_(site), simulation_(site.simulation()), dice_(dice), away_(simulation_.size()) {}
 
 const std::vector<DailyLife::Kind>& DailyLife::kinds() {
@@ -76,9 +76,18 @@ void DailyLife::all_come_back() {
 
 void DailyLife::lose_one_for_good() {
   const auto ap = some_ap_at_home();
-  if (!ap) return;
-  take_away(*ap, 1'000'000);
-  cut_power(*ap);
+  if (ap) carry_away(*ap);
+}
+
+void DailyLife::carry_away(std::size_t ap) {
+  constexpr int for_good = 1'000'000;
+  if (!at_home(ap)) come_back(ap);
+  take_away(ap, for_good);
+  cut_power(ap);
+}
+
+void DailyLife::bring_back(std::size_t ap) {
+  if (!at_home(ap)) come_back(ap);
 }
 
 // Clients

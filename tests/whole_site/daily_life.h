@@ -8,14 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "whole_site/controlled_site.h"
 #include "whole_site/dice.h"
+#include "whole_site/lived_in_site.h"
 
 namespace whole_site {
 
 class DailyLife {
  public:
-  DailyLife(ControlledSite& site, Dice& dice);
+  DailyLife(LivedInSite& site, Dice& dice);
 
   // All APs subscribe, one after the other.
   void open();
@@ -27,6 +27,9 @@ class DailyLife {
   void all_come_back();
   // One that has power loses it, for good.
   void lose_one_for_good();
+  // This one loses power until it is given back, whoever else comes back meanwhile.
+  void carry_away(std::size_t ap);
+  void bring_back(std::size_t ap);
 
   const std::map<std::string, int>& counts() const { return counts_; }
 
@@ -69,7 +72,7 @@ class DailyLife {
   template <class Change>
   bool reconfigure(Change change);
 
-  ControlledSite& site_;
+  LivedInSite& site_;
   sim::Simulation& simulation_;
   Dice& dice_;
   std::vector<std::optional<Away>> away_;
