@@ -1,0 +1,129 @@
+#include "soak/soaked_server.h"
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+#include "WebsockServerWorker.h"
+#include "core/PingWorker.h"
+#include "json/JsonReader.h"
+
+namespace soak {
+namespace {
+
+constexpr const char* beat_text = R"({"service":"beat"})";
+constexpr const char* look_text = R"({"service":"internal-ipc","cmd":"look"})";  // an order that orders nothing
+
+}  // namespace
+
+SoakedServer::SoakedServer(rrm::GlobalConfig& configuration, LockstepClock& clock)
+    : RRM(&configuration), clock_(clock) {
+  ping_worker.reset();
+  websock_worker.reset();  // there is one at a time
+  const auto dispatch = [this](rrm::JsonReader& json, const rrm::BaseSession& session) {
+    if (session.wsi != beat_) return process_incoming_message(json, session);
+    const rrm::MutexLock lock(mutex_);
+    ++beats_;
+    changed_.notify_all();
+  };
+  auto websocket_server = std::make_shared<rrm::WebsockServerWorker>(
+      this, &configuration,
+      rrm::WebsockServerWorker::Upstream{
+          dispatch, [this](const rrm::BaseSession& session) { drop_session_at_rrm_workers(session); },
+          [this](const rrm::BaseSession& session) { stop_load_balancer_at_rrm_worker(session); }},
+      wire_);
+  websock_worker = websocket_server;
+  ping_worker = std::make_shared<rrm::PingWorker>(this, [this, websocket_server] {
+    auto sessions = websocket_server->sessions_snapshot();
+    const rrm::MutexLock lock(mutex_);
+    ++scans_;
+    changed_.notify_all();
+    return sessions;
+  });
+}
+
+SoakedServer::~SoakedServer() {
+  release();
+}
+
+void SoakedServer::begin() {
+  start();
+  update_vrrp_role(role_master, nullptr);
+  wire_.await_context();
+  beat_ = wire_.open();
+  await_dispatched();
+}
+
+// The ping worker has to see every second: it pings in some of them only.
+void SoakedServer::second() {
+  std::uint64_t scans = 0;
+  {
+    const rrm::MutexLock lock(mutex_);
+    scans = scans_;
+  }
+  clock_.advance(1);
+  await_scan(scans + 1);
+  ping_worker->execute_locked([] {});
+  wire_.end_overdue();
+  settle();
+}
+
+void SoakedServer::settle() {
+  await_dispatched();
+  pass_twice();
+  wire_.await_rest();
+}
+
+// One service thread and one jsonificator keep the order: what was sent before the beat has been dispatched.
+void SoakedServer::await_dispatched() {
+  if (!has_news()) return;
+  wire_.send(beat_, beat_text);
+  ++beats_sent_;
+  settled_ = wire_.actions();
+  const rrm::MutexLock lock(mutex_);
+  while (beats_ < beats_sent_) changed_.wait(mutex_);
+}
+
+void SoakedServer::await_scan(std::uint64_t number) {
+  const rrm::MutexLock lock(mutex_);
+  while (scans_ < number) changed_.wait(mutex_);
+}
+
+// The first pass serves what was queued and what is due; once there was another, what that buffered has been sent.
+void SoakedServer::pass_twice() const {
+  const auto running_domains = domains();
+  for (const auto& worker : running_domains) {
+    worker->enqueue_message(rrm::JsonReader(look_text), rrm::no_session);
+    worker->enqueue_message(rrm::JsonReader(look_text), rrm::no_session);
+  }
+  for (const auto& worker : running_domains) {
+    while (worker->queue_length() != 0 && find_worker(worker->name) == worker) std::this_thread::yield();
+    worker->execute_locked([] {});
+  }
+}
+
+std::vector<std::shared_ptr<rrm::RrmWorker>> SoakedServer::domains() const {
+  std::vector<std::shared_ptr<rrm::RrmWorker>> found;
+  for (const auto& worker : worker_snapshot()) {
+    if (auto domain = std::dynamic_pointer_cast<rrm::RrmWorker>(worker)) found.push_back(std::move(domain));
+  }
+  return found;
+}
+
+std::vector<std::uint32_t> SoakedServer::sessions() const {
+  std::vector<std::uint32_t> ids;
+  const auto* const server = dynamic_cast<const rrm::WebsockServerWorker*>(websock_worker.get());
+  for (const auto& session : server->sessions_snapshot()) {
+    if (session->wsi != beat_) ids.push_back(session->id);
+  }
+  std::sort(ids.begin(), ids.end());
+  return ids;
+}
+
+std::size_t SoakedServer::queued() const {
+  std::size_t queued = wire_.waiting();
+  for (const auto& worker : domains()) queued += worker->queue_length();
+  return queued;
+}
+
+}  // namespace soak
