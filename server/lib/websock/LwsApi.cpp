@@ -6,6 +6,8 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
+#include <vector>
 
 namespace rrm {
 namespace {
@@ -24,13 +26,35 @@ bool can_bind(int port) {
   return bound;
 }
 
+// Of the protocols as the library is given them: they live as long as its context.
+std::vector<lws_protocols> served;
+lws_callback_function* callback = nullptr;
+
+// Whoever asks for the path of the WebSocket without an upgrade would wait for an answer that nobody gives, and
+// whatever he sends meanwhile, his end included, would keep the library busy without a pause until his time is up.
+int close_plain_http(lws* wsi, lws_callback_reasons reason, void* user, void* in, std::size_t len) {
+  return reason == LWS_CALLBACK_HTTP ? -1 : callback(wsi, reason, user, in, len);
+}
+
+lws_context* create_without_plain_http(lws_context_creation_info info) {
+  served.clear();
+  for (const lws_protocols* protocol = info.protocols; protocol->name != nullptr; ++protocol) {
+    served.push_back(*protocol);
+    if (protocol->callback == lws_callback_http_dummy) continue;
+    callback = std::exchange(served.back().callback, close_plain_http);
+  }
+  served.push_back({});
+  info.protocols = served.data();
+  return lws_create_context(&info);
+}
+
 class Libwebsockets final : public LwsApi {
  public:
   void set_log_level(int level, void (*emit)(int level, const char* line)) override { lws_set_log_level(level, emit); }
   // The library never frees all of a context that could not be created, and the worker tries again without a pause: a
   // port that somebody else holds is found out without it.
   lws_context* create_context(const lws_context_creation_info& info) override {
-    return can_bind(info.port) ? lws_create_context(&info) : nullptr;
+    return can_bind(info.port) ? create_without_plain_http(info) : nullptr;
   }
   void context_destroy(lws_context* context) override { lws_context_destroy(context); }
   int get_count_threads(lws_context* context) override { return lws_get_count_threads(context); }
