@@ -133,17 +133,21 @@ void WebsockServerWorker::process_wait_cancelled(lws* wsi) {
   const int tsi = library.get_tsi(wsi);
   if (!valid_tsi(tsi)) return;
   SendQueues& queues = send_queues[static_cast<std::size_t>(tsi)];
+  std::vector<lws*> gone;
   const std::vector<lws*> all_filled = take_filled(queues);
-  MutexLock lock(sessions.mutex);
-  for (lws* const filled : all_filled) {
-    const WebsockSession* const session = find_session(filled);
-    if (session == nullptr) {
-      erase_send_queue(queues, filled);
-      continue;
+  {
+    MutexLock lock(sessions.mutex);
+    for (lws* const filled : all_filled) {
+      const WebsockSession* const session = find_session(filled);
+      if (session == nullptr) {
+        gone.push_back(filled);
+        continue;
+      }
+      library.callback_on_writable(filled);
+      if (session->drop_ordered) library.set_timeout(filled, PENDING_TIMEOUT_CLOSE_SEND, drop_timeout_s);
     }
-    library.callback_on_writable(filled);
-    if (session->drop_ordered) library.set_timeout(filled, PENDING_TIMEOUT_CLOSE_SEND, drop_timeout_s);
   }
+  for (lws* const wsi_gone : gone) erase_send_queue(queues, wsi_gone);
 }
 
 std::vector<lws*> WebsockServerWorker::take_filled(SendQueues& queues) {
