@@ -45,11 +45,20 @@ void Bus::accept_peer() {
 }
 
 void Bus::serve(Peer& peer, short events) {
-  if (events & POLLOUT) peer.is_gone = !peer.connection.flush();
+  bool is_alive = (events & POLLOUT) == 0 || peer.connection.flush();
   if (events & (POLLIN | POLLHUP | POLLERR)) {
-    const bool is_alive = peer.connection.read();
-    while (const auto item = peer.connection.next()) take(peer, *item);
-    peer.is_gone = peer.is_gone || !is_alive;
+    is_alive = peer.connection.read() && is_alive;
+    take_frames(peer);
+  }
+  peer.is_gone = peer.is_gone || !is_alive;
+}
+
+// Of a peer that is shown the door nothing more counts, even if it came with the rest.
+void Bus::take_frames(Peer& peer) {
+  while (!peer.is_gone) {
+    const auto item = peer.connection.next();
+    if (!item) return;
+    take(peer, *item);
   }
 }
 

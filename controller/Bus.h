@@ -50,6 +50,7 @@ class Bus {
 
   void accept_peer();
   void serve(Peer& peer, short events);
+  void take_frames(Peer& peer);
   void take(Peer& peer, const zal::bus::FrameReader::Item& item);
   void refuse(Peer& peer, const std::string& reason);
   void open_port(Peer& peer, const zal::bus::Fields& frame);

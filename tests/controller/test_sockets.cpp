@@ -133,6 +133,16 @@ TEST_F(BusTest, AStrangerIsShownTheDoor) {
   EXPECT_TRUE(good.is_alive());
 }
 
+TEST_F(BusTest, AStrangerThatWasRefusedDoesNotTakeTheDaemonsPlace) {
+  Client good = daemon();
+  Client stranger(path());
+  stranger.send(framed("x") + open_frame);
+  EXPECT_THAT(take_notes(), ElementsAre("say: bus: frame refused: no JSON, from byte 1"));
+  EXPECT_FALSE(stranger.is_alive());
+  EXPECT_TRUE(good.is_alive());
+  EXPECT_TRUE(bus_.has_daemon());
+}
+
 TEST_F(BusTest, AStrangerThatSaysNothingOrHalfAFrameHoldsNobodyUp) {
   Client silent(path());
   Client half(path());
