@@ -1,5 +1,6 @@
-// Runs a fuzz target over the files of the given directories, whole, cut after each byte and with each byte left out,
-// so that what was found once is tried again by every build, also without a fuzzer.
+// Runs a fuzz target over the files of a directory, whole, cut after each byte and with each byte left out, so that
+// what was found once is tried again by every build, also without a fuzzer. A target that takes long for each input is
+// given fewer places in a file.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -15,8 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Of a longer file, so many places spread over its length.
-constexpr std::size_t most_places = 1024;
+constexpr std::size_t usual_places = 1024;
 
 // From memory that ends with the input, so that a sanitizer sees a read beyond.
 void run_once(const std::string& input) {
@@ -25,7 +25,8 @@ void run_once(const std::string& input) {
   LLVMFuzzerTestOneInput(copy.get(), input.size());
 }
 
-void run_variants(const std::string& input) {
+// In a longer file at so many places, spread over its length.
+void run_variants(const std::string& input, std::size_t most_places) {
   run_once(input);
   const std::size_t step = input.size() / most_places + 1;
   for (std::size_t place = 0; place < input.size(); place += step) {
@@ -46,17 +47,19 @@ std::vector<fs::path> files_of(const fs::path& directory) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::size_t count = 0;
-  for (int i = 1; i < argc; ++i) {
-    for (const fs::path& path : files_of(argv[i])) {
-      std::ifstream file(path, std::ios::binary);
-      const std::string input{std::istreambuf_iterator<char>(file), {}};
-      std::printf("%s, %zu bytes\n", path.filename().c_str(), input.size());
-      std::fflush(stdout);
-      run_variants(input);
-      ++count;
-    }
+  if (argc != 2 && argc != 3) {
+    std::fprintf(stderr, "usage: %s DIRECTORY [PLACES]; in the directory one input a file\n", argv[0]);
+    return 1;
   }
-  if (count == 0) std::fprintf(stderr, "usage: %s DIRECTORY...; each with one input a file\n", argv[0]);
+  const std::size_t places = argc == 3 ? std::stoul(argv[2]) : usual_places;
+  std::size_t count = 0;
+  for (const fs::path& path : files_of(argv[1])) {
+    std::ifstream file(path, std::ios::binary);
+    const std::string input{std::istreambuf_iterator<char>(file), {}};
+    std::printf("%s, %zu bytes\n", path.filename().c_str(), input.size());
+    std::fflush(stdout);
+    run_variants(input, places);
+    ++count;
+  }
   return count > 0 ? 0 : 1;
 }

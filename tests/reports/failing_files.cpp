@@ -28,6 +28,7 @@ struct Watch {
   std::size_t fault_at = 0;
   std::string fault_of;
   FileFault fault = FileFault::none;
+  bool is_gone = false;
 };
 
 std::atomic<bool> watching{false};
@@ -69,8 +70,16 @@ void forget(int fd) {
 FileFault note(const std::string& operation) {
   const std::lock_guard lock(watch().mutex);
   watch().operations.push_back(operation);
+  if (watch().is_gone) return FileFault::gone;
   const bool is_meant = watch().operations.size() == watch().fault_at || operation == watch().fault_of;
-  return is_meant ? watch().fault : FileFault::none;
+  if (!is_meant) return FileFault::none;
+  watch().is_gone = watch().fault == FileFault::gone;
+  return watch().is_gone ? FileFault::eio : watch().fault;
+}
+
+bool is_gone() {
+  const std::lock_guard lock(watch().mutex);
+  return watch().is_gone;
 }
 
 [[noreturn]] void die() {
@@ -88,9 +97,9 @@ Result operate(const std::string& operation, Result failure, Do act, Half half) 
     act();
     die();
   }
-  half();
+  if (fault != FileFault::gone) half();
   if (fault == FileFault::kill_halfway) die();
-  errno = fault == FileFault::eio ? EIO : ENOSPC;
+  errno = fault == FileFault::enospc ? ENOSPC : EIO;
   return failure;
 }
 
@@ -165,6 +174,8 @@ const char* name_of(FileFault fault) {
       return "killed halfway";
     case FileFault::kill_after:
       return "killed after";
+    case FileFault::gone:
+      return "gone";
   }
   return "?";
 }
@@ -177,6 +188,7 @@ FileWatch::FileWatch(const std::string& directory, std::size_t number, FileFault
   watch().fault_at = number;
   watch().fault_of.clear();
   watch().fault = fault;
+  watch().is_gone = false;
   watching = true;
 }
 
@@ -241,6 +253,7 @@ int fclose(FILE* file) {
   const std::string name = watched_name(fd);
   if (name.empty()) return really(file);
   forget(fd);
+  if (is_gone()) return really(file);
   const auto act = [&] { return really(file); };
   return operate("close " + name, EOF, act, act);
 }
@@ -250,6 +263,7 @@ int close(int fd) {
   const std::string name = watched_name(fd);
   if (name.empty()) return act();
   forget(fd);
+  if (is_gone()) return act();
   return operate("close " + name, -1, act, act);
 }
 

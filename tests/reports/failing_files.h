@@ -18,6 +18,7 @@ enum class FileFault {
   kill_before,   // the process dies before it,
   kill_halfway,  // with half of the bytes written,
   kill_after,    // or right behind it
+  gone,          // it fails as with eio, and so does every later one: what is left is what a death would leave
 };
 const char* name_of(FileFault fault);
 
