@@ -28,10 +28,10 @@ using namespace zal::fuzz;
 using rrm::testing::FileFault;
 using rrm::testing::FileWatch;
 
-constexpr std::time_t now = 1'795'284'082;  // 2026-11-21, 18:01:22
+constexpr std::time_t now = 1'795'287'600;  // 2026-11-21, 19:00:00
 constexpr const char* first_date = "2020-01-01,00:00:00 UTC";
 constexpr const char* last_date = "2030-01-01,00:00:00 UTC";
-constexpr const char* new_date = "2026-11-21,18:01:22";
+constexpr const char* new_date = "2026-11-21,19:00:00";
 
 void say_nothing(const char*, int, const char*, int, const char*, va_list) {}
 
