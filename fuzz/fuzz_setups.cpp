@@ -8,9 +8,7 @@
 #include <memory>
 #include <set>
 #include <sstream>
-#include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "Config.h"
@@ -74,11 +72,12 @@ Steps steps_between(const Picture& from, const Picture& to) {
   return steps;
 }
 
+using Notes = std::vector<std::string>;
+
 // The log keeps no more than the beginning of a long line.
-bool is_told_as_refused(const std::string& step) {
+bool is_told_as_refused(const Notes& notes, const std::string& step) {
   constexpr std::size_t surely_kept = 2000;
   const std::string line = ("warn: Setup: '" + step + "' refused").substr(0, surely_kept);
-  const auto notes = Platform::instance().notes();
   return std::any_of(notes.begin(), notes.end(), [&](const std::string& note) { return note.starts_with(line); });
 }
 
@@ -86,13 +85,14 @@ void check_setup(const Picture& before, const Picture& after, const std::string&
   if (rrm::JsonReader(setup.c_str()).to_string()[0] != '{') {
     return require(after == before, "a text that is no setup changes nothing");
   }
+  const Notes notes = Platform::instance().notes();
   const Picture wanted(rrm::GlobalConfig("", setup));
   for (const std::string& step : steps_between(after, wanted)) {
-    require(is_told_as_refused(step), "what was not taken over is told");
+    require(is_told_as_refused(notes, step), "what was not taken over is told");
   }
   const Steps done = steps_between(before, after);
   for (const std::string& step : steps_between(before, wanted)) {
-    require(!is_told_as_refused(step) || !done.contains(step), "what was refused was not done");
+    require(!is_told_as_refused(notes, step) || !done.contains(step), "what was refused was not done");
   }
 }
 
