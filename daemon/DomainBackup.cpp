@@ -13,14 +13,11 @@
 #include "answers.h"
 #include "commands.h"
 #include "json/JsonWriter.h"
-#include "yajson/serializer.h"
-#include "yajson/value.h"
 
 namespace {
 
 using rrm::JsonReader;
 using rrm::JsonWriter;
-using yajson::Value;
 
 constexpr const char* extension = ".json";
 
@@ -31,20 +28,21 @@ constexpr const char* unfinished_name = ".unfinished";
 // What a picture of an access point takes while it is made.
 constexpr std::size_t arena_block = 64 * 1024;
 
-// Puts the full form of the VAPs, keys and all, in place of the short one in each radio of an access point.
-void merge_vaps(Value& ap, const JsonReader& links) {
-  Value* const own = ap.find("radios");
-  Value* const interfaces = own != nullptr ? own->find("interfaces") : nullptr;
-  const JsonReader radios = links.get_array("radios");
-  const int count = radios.size();
-  if (interfaces == nullptr || !interfaces->is_array() || !radios.is_array() ||
-      interfaces->size() != static_cast<std::size_t>(count)) {
+// An access point's radios with the full form of their VAPs, keys and all, in place of the short one.
+void write_radios(JsonWriter& ap, const JsonReader& own, const JsonReader& links) {
+  const JsonReader interfaces = own.get_array("interfaces");
+  const JsonReader full = links.get_array("radios");
+  if (!interfaces.is_array() || !full.is_array() || interfaces.size() != full.size()) {
     throw ApiFailure(answers::malformed);
   }
-  for (int i = 0; i < count; ++i) {
-    Value& interface = interfaces->element(static_cast<std::size_t>(i));
-    if (!interface.is_object() || !radios.at(i).has("vaps")) throw ApiFailure(answers::malformed);
-    interface.set("vaps", radios.at(i).get("vaps").value());
+  JsonWriter radios = JsonWriter::object(ap, "radios");
+  radios.add_members(own);
+  JsonWriter array = JsonWriter::array(radios, "interfaces");
+  for (int i = 0; i < interfaces.size(); ++i) {
+    if (!interfaces.at(i).value().is_object() || !full.at(i).has("vaps")) throw ApiFailure(answers::malformed);
+    JsonWriter interface = JsonWriter::object(array, nullptr);
+    interface.add_members(interfaces.at(i));
+    interface.add_value("vaps", full.at(i).get("vaps"));
   }
 }
 
@@ -151,14 +149,13 @@ std::string DomainBackup::ap_picture(const std::string& domain, const JsonReader
   const auto links =
       api_.ask(commands::ap_fbt(domain, mac), "no answer on morvane api fbt-info request for '" + mac + "'");
   if (!whole.has(key.c_str()) || !links.has(key.c_str())) return {};
-  yajson::MonotonicArena arena(arena_block);
-  const yajson::ArenaScope scope(&arena);
-  Value ap = whole.get(key.c_str()).value();
-  merge_vaps(ap, links.get(key.c_str()));
+  JsonWriter ap;
+  ap.use_arena(arena_block).add_members(whole.get(key.c_str()));
+  write_radios(ap, whole.get(key.c_str()).get_object("radios"), links.get(key.c_str()));
   for (const char* part : {"board", "hw", "serial"}) {
-    if (known.has(part)) ap.set(part, known.get_string(part));
+    if (known.has(part)) ap.add_string(part, known.get_string(part));
   }
-  return yajson::serialize(ap);
+  return ap.to_string();
 }
 
 std::vector<std::string> DomainBackup::load_all() const {

@@ -338,6 +338,40 @@ TEST(JsonWriterArena, goes_with_the_tree_that_replaces_another) {
   EXPECT_STREQ(target.to_string(), R"({"version":"3"})");
 }
 
+TEST(JsonWriter, copies_what_a_reader_has) {
+  JsonWriter writer;
+  {
+    const JsonReader reader(R"({"ap":{"mac":"A8:F9:4B:00:11:00","radios":[1,{"id":2}],"n":null},"list":[3]})", 256);
+    writer.add_string("kept", "where it was").add_string("mac", "replaced where it was");
+    writer.add_members(reader.get("ap"));
+    writer.add_value("copy", reader.get("ap").get("radios"));
+    writer.add_value("absent", reader.get("absent"));
+    writer.add_members(reader.get("list")).add_members(reader.get("absent"));
+  }
+  EXPECT_STREQ(writer.to_string(), R"({"kept":"where it was","mac":"A8:F9:4B:00:11:00","radios":[1,{"id":2}],"n":null,)"
+                                   R"("copy":[1,{"id":2}],"absent":null})");
+}
+
+TEST(JsonWriter, copies_into_an_array_without_keys) {
+  const JsonReader reader(R"({"a":1,"b":"two"})");
+  JsonWriter writer;
+  JsonWriter list = JsonWriter::array(writer, "list");
+  list.add_value("ignored", reader).add_members(reader);
+  EXPECT_STREQ(writer.to_string(), R"({"list":[{"a":1,"b":"two"},1,"two"]})");
+}
+
+TEST(JsonWriterArena, takes_copies_into_its_own_tree) {
+  const JsonReader reader(R"({"text":"longer than what is kept in place"})");
+  JsonWriter on_heap;
+  {
+    JsonWriter in_arena;
+    in_arena.use_arena(256).add_members(reader);
+    on_heap.add_value("copy", reader).add_members(reader);
+  }
+  EXPECT_STREQ(on_heap.to_string(), R"({"copy":{"text":"longer than what is kept in place"},)"
+                                    R"("text":"longer than what is kept in place"})");
+}
+
 TEST(JsonWriter, writes_what_a_reader_reads) {
   JsonWriter writer("rrm", "rrm-info");
   fill(writer);

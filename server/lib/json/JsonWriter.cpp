@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "json/JsonReader.h"
+#include "yajson/object.h"
 #include "yajson/serializer.h"
 
 namespace rrm {
@@ -99,6 +101,21 @@ const char* JsonWriter::to_pretty_string() const {
 
 bool JsonWriter::empty() const {
   return parent_ == nullptr && root_.is_null();
+}
+
+JsonWriter& JsonWriter::add_value(const char* key, const JsonReader& value) {
+  const ArenaScope scope(tree_arena());
+  add(key, Value(value.value()));
+  return *this;
+}
+
+JsonWriter& JsonWriter::add_members(const JsonReader& object) {
+  if (!object.value().is_object()) return *this;
+  const ArenaScope scope(tree_arena());
+  for (const yajson::Member& member : object.value().as_object().members()) {
+    add(std::string(member.key()).c_str(), Value(member.value));
+  }
+  return *this;
 }
 
 JsonWriter& JsonWriter::use_arena(std::size_t block_size) {

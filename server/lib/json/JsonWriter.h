@@ -21,6 +21,8 @@
 
 namespace rrm {
 
+class JsonReader;
+
 class JsonWriter {
  public:
   // An object, with the members that are given and not "".
@@ -44,6 +46,10 @@ class JsonWriter {
   // Null writes "".
   JsonWriter& add_string(const char* key, const char* text);
   JsonWriter& add_string(const char* key, const std::string& text);
+
+  // Copies of what was read: a value, null from an empty reader, and all members of an object, none of anything else.
+  JsonWriter& add_value(const char* key, const JsonReader& value);
+  JsonWriter& add_members(const JsonReader& object);
 
   // The text of this writer's container alone; valid until the next call.
   const char* to_string() const;
