@@ -35,7 +35,8 @@ std::string masked(unsigned char opcode, std::string_view payload) {
   std::string frame(1, static_cast<char>(opcode));
   const auto append_length = [&](unsigned marker, int bytes) {
     frame += static_cast<char>(0x80 | marker);
-    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) frame += static_cast<char>(payload.size() >> shift & 0xff);
+    for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8)
+      frame += static_cast<char>(payload.size() >> shift & 0xff);
   };
   if (payload.size() < 126) {
     append_length(static_cast<unsigned>(payload.size()), 0);

@@ -58,17 +58,18 @@ std::string AccessPoint::radios(int vaps) const {
     const RadioKind& kind = radio_kinds[static_cast<std::size_t>(id)];
     std::string vap_list;
     for (int vap = 0; vap < vaps; ++vap) {
-      vap_list += (vap == 0 ? "{" : ",{") + field("id", vap) + "," + field("ssid", "network-" + std::to_string(vap)) + "," +
-                  field("mac", mac_text(ap_address(index_) + static_cast<std::uint64_t>(id * radio_pool + vap))) + "," +
-                  field("802dot11k", 1) + "," + field("802dot11r", 0) + "," + field("802dot11v", 0) + "}";
+      vap_list += (vap == 0 ? "{" : ",{") + field("id", vap) + "," + field("ssid", "network-" + std::to_string(vap)) +
+                  "," + field("mac", mac_text(ap_address(index_) + static_cast<std::uint64_t>(id * radio_pool + vap))) +
+                  "," + field("802dot11k", 1) + "," + field("802dot11r", 0) + "," + field("802dot11v", 0) + "}";
     }
-    list += (id == 0 ? "{" : ",{") + field("id", id) + "," + field("status", 1) + "," + field("channel", kind.channel) + "," +
-            field("band", kind.band) + "," + field("power", 17) + "," + field("power-max", 20) + "," +
+    list += (id == 0 ? "{" : ",{") + field("id", id) + "," + field("status", 1) + "," + field("channel", kind.channel) +
+            "," + field("band", kind.band) + "," + field("power", 17) + "," + field("power-max", 20) + "," +
             field("power-min", 5) + ",\"antenna-configuration\":{" + field("antenna-gain", 3) + "," +
             field("cable-loss", 0) + "}," + field("bandwidth", 20) + "," + field("primary-channel", "") + "," +
             field("available-channels", kind.channels) + "," + field("mac-offset", id * radio_pool) + "," +
             field("radio-mac-count", radio_pool) + "," + field("locked-for-tpc", 0) + "," + field("locked-for-dca", 0) +
-            "," + field("locked-for-balancer", 0) + "," + field("locked-for-80211v", 0) + ",\"vaps\":[" + vap_list + "]}";
+            "," + field("locked-for-balancer", 0) + "," + field("locked-for-80211v", 0) + ",\"vaps\":[" + vap_list +
+            "]}";
   }
   return ",\"radios\":[" + list + "]";
 }

@@ -1,6 +1,6 @@
 // A wake-up that a thread can sleep on: an eventfd, or nothing at all, where the owner polls instead. Any thread may
-// signal; one thread waits, and looks afresh at what it waits for after every wait. Signals until then are one: only the
-// first is written, since to a busy waiter a write for each would cost more than what it tells of.
+// signal; one thread waits, and looks afresh at what it waits for after every wait. Signals until then are one: only
+// the first is written, since to a busy waiter a write for each would cost more than what it tells of.
 #pragma once
 
 #include <atomic>
