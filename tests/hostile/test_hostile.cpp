@@ -96,21 +96,7 @@ INSTANTIATE_TEST_SUITE_P(Json, KindAlone, ::testing::ValuesIn(json_kinds()), tes
 INSTANTIATE_TEST_SUITE_P(Messages, KindAlone, ::testing::ValuesIn(message_kinds()), test_name);
 
 // How many times as fast as the world the server's time passes: all its timers are as much shorter for the peers.
-#if defined(__SANITIZE_THREAD__)
-constexpr int times_as_fast = 2;
-#elif defined(__SANITIZE_ADDRESS__)
-constexpr int times_as_fast = 3;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-constexpr int times_as_fast = 2;
-#elif __has_feature(address_sanitizer)
-constexpr int times_as_fast = 3;
-#else
 constexpr int times_as_fast = 5;
-#endif
-#else
-constexpr int times_as_fast = 5;
-#endif
 constexpr int times_as_fast_in_peace = 10;
 constexpr std::int64_t pinged_after = 30;  // seconds of silence
 constexpr std::int64_t dropped_after = 90;
