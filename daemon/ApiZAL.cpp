@@ -14,7 +14,7 @@ namespace {
 using rrm::JsonReader;
 using rrm::JsonWriter;
 
-constexpr std::size_t answer_block = 64 * 1024;  // most answers fit in one
+constexpr std::size_t answer_block = std::size_t{64} * 1024;  // most answers fit in one
 constexpr const char* failure_text = R"({"status":"failure"})";
 
 }  // namespace

@@ -26,7 +26,7 @@ constexpr const char* extension = ".json";
 constexpr const char* unfinished_name = ".unfinished";
 
 // What a picture of an access point takes while it is made.
-constexpr std::size_t arena_block = 64 * 1024;
+constexpr std::size_t arena_block = std::size_t{64} * 1024;
 
 // An access point's radios with the full form of their VAPs, keys and all, in place of the short one.
 void write_radios(JsonWriter& ap, const JsonReader& own, const JsonReader& links) {
