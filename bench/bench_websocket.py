@@ -195,7 +195,7 @@ def measure_rest(build, measures):
 def measure_group(build, measures):
     sessions, domains = 10000, 50
     with running(Server(build, PLANS, domains)) as server:
-        with running(Load(build, server, "--domains", domains, "--sessions", sessions, "--heard", 300, "cycle")) as load:
+        with running(Load(build, server, "--sessions", sessions, "--heard", 300, "cycle")) as load:
             result = load.result()
             if (result["modes_asked"], result["scans_asked"], result["planned"], result["ended"]) != (
                     sessions, sessions, sessions, 0):
