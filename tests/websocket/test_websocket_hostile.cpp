@@ -78,6 +78,7 @@ TEST_F(WebsockHostile, UpgradeWithoutASubProtocolMakesNoSession) {
   WsClient client(server.port);
   client.upgrade({"/apb/rrm", std::nullopt});  // which the library may accept
   client.send_text("\"unheard\"");
+  EXPECT_TRUE(client.wait_for_end()) << "nobody would ever ask whether it is still there";
   expect_served("\"meanwhile\"");
   EXPECT_EQ(session_count(), 1u);
   EXPECT_EQ(server.dispatcher.take(), Lines{"message 1 \"meanwhile\""});

@@ -36,17 +36,34 @@ int close_plain_http(lws* wsi, lws_callback_reasons reason, void* user, void* in
   return reason == LWS_CALLBACK_HTTP ? -1 : callback(wsi, reason, user, in, len);
 }
 
-lws_context* create_without_plain_http(lws_context_creation_info info) {
+// Whoever upgrades without the sessions' protocol has no session, and nobody would ever ask whether he is still there.
+int end_without_session(lws* wsi, lws_callback_reasons reason, void* user, void* in, std::size_t len) {
+  return reason == LWS_CALLBACK_ESTABLISHED ? -1 : lws_callback_http_dummy(wsi, reason, user, in, len);
+}
+
+// The sessions' silence is the ping worker's affair. The library's own watch over it sorts every pong into a list of
+// all connections, which takes half a CPU where 10000 of them are silent, and ends those that talk but answer no ping.
+const lws_retry_bo_t no_watch{};
+
+}  // namespace
+
+lws_context_creation_info for_sessions_only(lws_context_creation_info info) {
+  info.retry_and_idle_policy = &no_watch;
   served.clear();
   for (const lws_protocols* protocol = info.protocols; protocol->name != nullptr; ++protocol) {
     served.push_back(*protocol);
-    if (protocol->callback == lws_callback_http_dummy) continue;
-    callback = std::exchange(served.back().callback, close_plain_http);
+    if (protocol->callback == lws_callback_http_dummy) {
+      served.back().callback = end_without_session;
+    } else {
+      callback = std::exchange(served.back().callback, close_plain_http);
+    }
   }
   served.push_back({});
   info.protocols = served.data();
-  return lws_create_context(&info);
+  return info;
 }
+
+namespace {
 
 class Libwebsockets final : public LwsApi {
  public:
@@ -54,7 +71,9 @@ class Libwebsockets final : public LwsApi {
   // The library never frees all of a context that could not be created, and the worker tries again without a pause: a
   // port that somebody else holds is found out without it.
   lws_context* create_context(const lws_context_creation_info& info) override {
-    return can_bind(info.port) ? create_without_plain_http(info) : nullptr;
+    if (!can_bind(info.port)) return nullptr;
+    const lws_context_creation_info told = for_sessions_only(info);
+    return lws_create_context(&told);
   }
   void context_destroy(lws_context* context) override { lws_context_destroy(context); }
   int get_count_threads(lws_context* context) override { return lws_get_count_threads(context); }

@@ -36,6 +36,10 @@ class LwsApi {
   virtual void close_reason(lws* wsi, lws_close_status status, std::string_view reason) = 0;
 };
 
+// What the library is told instead: it keeps no watch over silence of its own, and hangs up on plain HTTP on the
+// sessions' path and on whoever has upgraded without the sessions' protocol. Its protocols live until the next call.
+lws_context_creation_info for_sessions_only(lws_context_creation_info info);
+
 // The library itself.
 LwsApi& libwebsockets();
 
