@@ -24,8 +24,9 @@ namespace rrm {
 namespace {
 
 constexpr std::int32_t idle_sleep_us = 10000;
-constexpr std::int32_t balance_period = 1;        // seconds
-constexpr std::int32_t load_balancer_pause = 60;  // seconds
+constexpr std::size_t most_closed_sessions = 1024;  // their last messages come soon
+constexpr std::int32_t balance_period = 1;          // seconds
+constexpr std::int32_t load_balancer_pause = 60;    // seconds
 
 namespace key = protocol::key;
 using protocol::Command;
@@ -282,7 +283,11 @@ void RrmWorker::dispatch(Command command, const JsonReader& json, const BaseSess
 
   const MacAddr mac = MacAddr::parse(json.get_string(key::ap_mac));
   RRM_LOG(LOG_TRACE, "process_message %s for %s", protocol::command_name(command), mac.to_string().c_str());
-  if (command == Command::subscribe_request) return process_subscribe_request(json, session, mac);
+  if (command == Command::subscribe_request) {
+    if (!is_closed(session)) return process_subscribe_request(json, session, mac);
+    RRM_LOG(LOG_TRACE, "process_message: session %u is being closed", session.id);
+    return;
+  }
   if (!protocol::check_version(json, protocol::version)) {
     RRM_LOG(LOG_WARNING, "Incoming message version failed");
     emit_event_plain(1);
@@ -446,13 +451,34 @@ void RrmWorker::accept_subscribe(const ApEntry& ap) {
 void RrmWorker::refuse_subscribe(SubscribeFailure failure, const BaseSession& session, const MacAddr& mac) {
   send(protocol::subscribe_failure(failure, mac), session);
   owner->drop_session_at_websock_worker(session, false);
+  forget_closed_session(session);
 }
 
 void RrmWorker::update_session(ApEntry& ap, const BaseSession& session) {
   if (ap.session.id == session.id) return;
-  if (!ap.session_dropped) owner->drop_session_at_websock_worker(ap.session, true);
+  const BaseSession before = ap.session;
+  if (!ap.session_dropped) owner->drop_session_at_websock_worker(before, true);
   ap.session = session;
   ap.session_dropped = false;
+  forget_closed_session(before);
+}
+
+// Nobody tells of the end of a session that is closed by order. Whatever else it had subscribed would stay for ever,
+// asked in every cycle and never answering, and so would whatever it subscribes before its end. A restored AP has no
+// session yet.
+void RrmWorker::forget_closed_session(const BaseSession& session) {
+  const auto is_of_session = [&](const auto& known) { return known.second->session.id == session.id; };
+  if (session.id == no_session.id) return;
+  closed_sessions_.push_back(session.id);
+  if (closed_sessions_.size() > most_closed_sessions) closed_sessions_.pop_front();
+  if (std::any_of(aps_.begin(), aps_.end(), is_of_session) ||
+      std::any_of(unanswered_aps_.begin(), unanswered_aps_.end(), is_of_session)) {
+    process_drop_session(session);
+  }
+}
+
+bool RrmWorker::is_closed(const BaseSession& session) const {
+  return std::find(closed_sessions_.begin(), closed_sessions_.end(), session.id) != closed_sessions_.end();
 }
 
 // What a known AP says anew about itself. Its record is compared with a scratch one made of the message alone; reading

@@ -129,6 +129,8 @@ class RrmWorker final : public Worker {
   void refuse_subscribe(protocol::SubscribeFailure failure, const BaseSession& session, const MacAddr& mac)
       RRM_REQUIRES(mutex);
   void update_session(ApEntry& ap, const BaseSession& session) RRM_REQUIRES(mutex);
+  void forget_closed_session(const BaseSession& session) RRM_REQUIRES(mutex);
+  bool is_closed(const BaseSession& session) const RRM_REQUIRES(mutex);
 
   // A known AP's new word about itself.
   void process_exists_ap(protocol::Command command, const JsonReader& json, const BaseSession& session,
@@ -166,6 +168,7 @@ class RrmWorker final : public Worker {
   ApMap aps_ RRM_GUARDED_BY(mutex);             // active
   ApMap deleted_aps_ RRM_GUARDED_BY(mutex);     // without a session, until they return or their time is up
   ApMap unanswered_aps_ RRM_GUARDED_BY(mutex);  // silent in this cycle
+  std::deque<std::uint32_t> closed_sessions_ RRM_GUARDED_BY(mutex);  // by order, the latest: they subscribe nobody
   ChannelPools channel_pools_ RRM_GUARDED_BY(mutex);
   std::vector<std::unique_ptr<IRrmSubworker>> subworkers_ RRM_GUARDED_BY(mutex);
   TpcDcaSubworker* tpc_dca_ RRM_GUARDED_BY(mutex);  // the first of them, the others behind it in this order

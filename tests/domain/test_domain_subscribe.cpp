@@ -81,13 +81,15 @@ TEST_F(Subscribe, IsRefusedWith503AndClosedForABadVersionOrFactory) {
       {"empty mac", MessageJson(good).with_raw("factory", R"({"board":"1","hw":"2","serial":"3","mac":""})")},
       {"number", MessageJson(good).with_raw("factory", R"({"board":1,"hw":"2","serial":"3","mac":"4"})")},
   };
+  std::uint32_t session = 7;
   for (const auto& [name, message] : cases) {
-    receive(7, message);
+    receive(session, message);
+    const std::string id = std::to_string(session++);
     EXPECT_LINES(journal.take(), ({
                                      "TRACE process_message subscribe-request for 00:11:22:33:44:00",
-                                     "SEND 7 " + told_failure(503, "00:11:22:33:44:00"),
-                                     "TRACE drop_session_at_websock_worker: 7 force: 0",
-                                     "DROP 7",
+                                     "SEND " + id + " " + told_failure(503, "00:11:22:33:44:00"),
+                                     "TRACE drop_session_at_websock_worker: " + id + " force: 0",
+                                     "DROP " + id,
                                  }))
         << name;
     EXPECT_TRUE(aps().empty()) << name;
@@ -101,6 +103,83 @@ TEST_F(Subscribe, IsRefusedWith503AlsoForAKnownApWhichStays) {
   EXPECT_TRUE(journal.has("SEND 2 " + told_failure(503, "00:11:22:33:44:00")));
   EXPECT_FALSE(journal.has("DROP-FORCE 1"));
   EXPECT_EQ(ap(ap1)->session.id, 1u);
+}
+
+// Nobody else tells the domain that the session is closed.
+TEST_F(Subscribe, ARefusalTakesWhatTheSameSessionHadSubscribedBefore) {
+  start();
+  subscribe(1, an_ap36());
+  subscribe(2, an_ap36(ap2));
+  receive(1, an_ap36("00:11:22:33:66:00").without("factory"));
+  EXPECT_TRUE(journal.has("DROP 1"));
+  EXPECT_EQ(aps().find(MacAddr::parse(ap1)), nullptr);
+  EXPECT_TRUE(deleted_aps().find(MacAddr::parse(ap1))->session_dropped);
+  EXPECT_EQ(ap(ap2)->session.id, 2u);
+}
+
+// It was said before the session ended, which nobody would tell the domain of.
+TEST_F(Subscribe, WhatARefusedSessionSaysNextComesTooLate) {
+  start();
+  receive(1, an_ap36("00:11:22:33:66:00").without("factory"));
+  receive(1, an_ap36());
+  receive(1, an_ap36("00:11:22:33:66:00"));
+  EXPECT_TRUE(journal.has("TRACE process_message: session 1 is being closed"));
+  EXPECT_TRUE(aps().empty());
+  subscribe(2, an_ap36());
+  EXPECT_EQ(ap(ap1)->session.id, 2u);
+}
+
+// Only the latest are remembered, however low the number of a session that lived for long.
+TEST_F(Subscribe, AnOldSessionThatIsReplacedSubscribesNobodyEither) {
+  start();
+  subscribe(1, an_ap36());
+  for (std::uint32_t session = 100; session < 1124; ++session) receive(session, an_ap36(ap2).without("factory"));
+  subscribe(2000, an_ap36());
+  receive(1, an_ap36());
+  EXPECT_EQ(ap(ap1)->session.id, 2000u);
+}
+
+// What it says besides is judged as ever.
+TEST_F(Subscribe, AReplacedSessionIsNoneOfItsAps) {
+  start();
+  subscribe(1, an_ap36());
+  subscribe(2, an_ap36());
+  receive(1, an_ap36().with("cmd", "rrm-config-changed"));
+  EXPECT_TRUE(journal.has("EVENT 4 lab"));
+}
+
+TEST_F(Subscribe, AReplacedSessionDoesNotTakeItsApBack) {
+  start();
+  subscribe(1, an_ap36());
+  subscribe(2, an_ap36());
+  receive(1, an_ap36());
+  EXPECT_EQ(ap(ap1)->session.id, 2u);
+  EXPECT_FALSE(journal.has("DROP 2"));
+}
+
+TEST_F(Subscribe, ARefusalForgetsASilentApOfTheSameSession) {
+  start_with_a_silent_ap2();
+  receive(2, an_ap36("00:11:22:33:66:00").without("factory"));
+  EXPECT_TRUE(unanswered_aps().empty());
+  EXPECT_TRUE(deleted_aps().empty());
+  EXPECT_EQ(aps().size(), 1u);
+}
+
+TEST_F(Subscribe, ARefusalOfAStrangerLeavesAnEmptyDomainRunning) {
+  start();
+  receive(7, an_ap36().without("factory"));
+  subscribe(8, an_ap36());
+  EXPECT_EQ(aps().size(), 1u);
+}
+
+TEST_F(Subscribe, ANewSessionOfOneApTakesTheOthersOfItsOldSession) {
+  start();
+  subscribe(1, an_ap36());
+  subscribe(1, an_ap36(ap2));
+  subscribe(2, an_ap36());
+  EXPECT_EQ(ap(ap1)->session.id, 2u);
+  EXPECT_EQ(aps().size(), 1u);
+  EXPECT_TRUE(deleted_aps().find(MacAddr::parse(ap2))->session_dropped);
 }
 
 TEST_F(Subscribe, IsRefusedWith400ForInvalidMacParametersAndTheEntryIsDropped) {
