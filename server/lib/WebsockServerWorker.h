@@ -53,8 +53,9 @@ class WebsockServerWorker final : public Worker {
   // Sends to a session, from any thread. A message for a session that is gone, or whose `wsi` belongs to another one by
   // now, is refused; one that comes before the session's first writable event is lost, and so is one that finds the
   // ring of 16 full for 256 attempts, some 120 ms, or that finds it full again before the session took anything more.
-  // Nobody else waits meanwhile. A forced drop-session is queued once, however often it is ordered:
-  // it ends the session at its next writable event, or after 5 seconds without one.
+  // Nobody else waits meanwhile. A forced drop-session is queued once, however often it is ordered: it ends the session
+  // at its next writable event, or after 5 seconds without one. One that its full ring has lost is ordered anew as such
+  // a one.
   void enqueue_message(JsonReader&& json, const BaseSession& session) override;
   void enqueue_message_force(JsonReader&& json, const BaseSession& session) override;
   // The same on the normal ring, with a text that is ready to be sent.
@@ -137,6 +138,7 @@ class WebsockServerWorker final : public Worker {
   // The way out.
   void send_to_session(Message&& message, SendRing ring, const char* operation) RRM_EXCLUDES(sessions.mutex);
   HandOver hand_over(Message& message, SendRing ring, BaseSession& live) RRM_EXCLUDES(sessions.mutex);
+  static HandOver force_drop(WebsockSession& session, SendQueues& queues, Message& message);
   static HandOver push_to(SendQueues& queues, Message& message, SendRing ring);
   void note_stall(const BaseSession& session) RRM_EXCLUDES(sessions.mutex);
   static SendQueue* find_send_queue(SendQueues& queues, lws* wsi) RRM_REQUIRES(queues.mutex);

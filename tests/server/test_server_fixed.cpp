@@ -135,6 +135,17 @@ TEST_F(Pings, APongStartsTheAgeAnew) {
   EXPECT_THAT(scan_after(1), ElementsAre("ping-session 7"));
 }
 
+TEST_F(Pings, ASessionThatTalksAndTakesNothingIsDroppedAfterFiveMinutes) {
+  const auto session = a_session(7, 0);
+  session->waits_since = monotonic_seconds();
+  const auto scan_of_a_talker = [&] {
+    session->last_seen = monotonic_seconds();
+    return scan_after(1);
+  };
+  for (int second = 1; second <= 300; ++second) EXPECT_THAT(scan_of_a_talker(), IsEmpty()) << second;
+  EXPECT_THAT(scan_of_a_talker(), ElementsAre("drop-session 7"));
+}
+
 TEST_F(Pings, ALateScanSkipsThePingOfTheSecondThatItMissed) {
   a_session(7, 28);
   EXPECT_THAT(scan_after(3), IsEmpty());

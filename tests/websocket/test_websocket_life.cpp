@@ -63,7 +63,6 @@ TEST_F(WebsockLife, ConnectDescribesTheListenerToTheLibrary) {
   EXPECT_EQ(info.extensions, nullptr);
   EXPECT_EQ(info.ssl_cert_filepath, nullptr);
   EXPECT_EQ(info.user, nullptr);
-  // The library's own watch over idle connections: a ping after 300 seconds, the end 10 seconds later.
   EXPECT_EQ(info.retry_and_idle_policy, nullptr);
   EXPECT_EQ(info.ka_time, 0);
   EXPECT_EQ(info.timeout_secs, 0u);
@@ -88,6 +87,18 @@ TEST_F(WebsockLife, ConnectDescribesTheListenerToTheLibrary) {
   EXPECT_EQ(protocols[1].rx_buffer_size, 65536u);
   EXPECT_EQ(protocols[2].name, nullptr);
   EXPECT_EQ(protocols[2].callback, nullptr);
+}
+
+// Otherwise it would ping after 300 seconds, and end ten later whoever talks but does not answer.
+TEST(Libwebsockets, KeepsNoWatchOverSilenceOfItsOwn) {
+  const lws_protocols protocols[] = {{"http", lws_callback_http_dummy, 0, 0, 0, nullptr, 0}, {}};
+  lws_context_creation_info info{};
+  info.protocols = protocols;
+  const lws_context_creation_info told = for_sessions_only(info);
+  ASSERT_NE(told.retry_and_idle_policy, nullptr);
+  EXPECT_EQ(told.retry_and_idle_policy->secs_since_valid_ping, 0);
+  EXPECT_EQ(told.retry_and_idle_policy->secs_since_valid_hangup, 0);
+  EXPECT_STREQ(told.protocols[0].name, "http");
 }
 
 TEST_F(WebsockLife, ConnectTellsItsDimensionsAndItsThreads) {

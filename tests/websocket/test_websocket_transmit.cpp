@@ -504,6 +504,39 @@ TEST_F(WebsockTransmit, NormalDropOvertakesNothing) {
   EXPECT_EQ(server.library.writeable(first), 1);
 }
 
+TEST_F(WebsockTransmit, NormalDropThatFindsNoRoomForLongIsForced) {
+  const SleepRecorder clock;
+  const BaseSession session = open(first);
+  for (int i = 0; i < 16; ++i) server.send("waits", session);
+  server.library.wake();
+  forget_so_far();
+  server.order(internal_message::drop_session, session);
+  EXPECT_GT(clock.count(), 0u);
+  server.order(internal_message::drop_session, session);
+  EXPECT_EQ(capture.events(), (std::vector<Event>{{26, false, ""}, {26, false, ""}}));
+  server.library.wake();
+  EXPECT_EQ(server.library.take_calls(),
+            (Lines{"cancel_service", "cancel_service", "callback_on_writable #1", "set_timeout #1 24 5"}));
+  EXPECT_EQ(server.library.writeable(first), 1);
+}
+
+TEST_F(WebsockTransmit, SessionIsWaitedForFromTheFirstMessageThatItHasNotTaken) {
+  testing::ManualClock clock;
+  const BaseSession session = open(first);
+  const auto waits_since = [&] { return server.worker->sessions_snapshot().front()->waits_since.load(); };
+  EXPECT_EQ(waits_since(), WebsockSession::nothing_waits);
+  const std::int64_t began = monotonic_seconds();
+  server.send("1", session);
+  clock.advance(5);
+  server.send("2", session);
+  EXPECT_EQ(waits_since(), began);
+  write_event(first);
+  EXPECT_EQ(waits_since(), began + 5) << "the second waits since the first was taken";
+  clock.advance(5);
+  write_event(first);
+  EXPECT_EQ(waits_since(), WebsockSession::nothing_waits);
+}
+
 TEST_F(WebsockTransmit, DropTakesNoOtherSessionAlong) {
   const BaseSession one = open(first);
   const BaseSession two = open(second);

@@ -30,6 +30,7 @@ void EventFd::drain() {
 
 void EventFd::wait(std::int32_t timeout_us) {
   if (!valid()) return;
+  if (signalled_.load(std::memory_order_acquire)) return drain();
   pollfd waited{fd_, POLLIN, 0};
   const int timeout_ms = timeout_us < 0 ? -1 : static_cast<int>((std::int64_t{timeout_us} + 999) / 1000);
   if (::poll(&waited, 1, timeout_ms) > 0) drain();

@@ -1,6 +1,6 @@
 // Watches the liveness of every session once a second: pings the quiet ones, and drops those that have said nothing for
-// more than 90 seconds, at the WebSocket worker and at all domain workers. A late scan skips the pings of the seconds
-// that it missed.
+// more than 90 seconds, or have taken nothing of what waits for them for more than 300, at the WebSocket worker and at
+// all domain workers. A late scan skips the pings of the seconds that it missed.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +34,7 @@ class PingWorker final : public Worker {
 
  private:
   void scan();
-  void check(const WebsockSession& session, std::int64_t age_s);
+  void check(const WebsockSession& session, std::int64_t now_s);
 
   const SessionSource sessions;
   TimerList timers;  // one timer, number 0

@@ -5,6 +5,7 @@
 #include "WebsockServerWorker.h"
 #include "core/Backoff.h"
 #include "core/QueueMessage.h"
+#include "core/clock.h"
 #include "core/log.h"
 #include "websock/send.h"
 
@@ -69,6 +70,10 @@ void WebsockServerWorker::send_to_session(Message&& message, SendRing ring, cons
       RRM_LOG(LOG_ERROR, "per-wsi %squeue overflow: outgoing message dropped for session %d",
               ring == &SendQueue::force ? "force " : "", static_cast<int>(session.id));
       emit_event_plain(26);
+      // By taking nothing a peer must not keep its session.
+      if (ring == &SendQueue::normal && is_drop(*message)) {
+        return send_to_session(std::move(message), &SendQueue::force, operation);
+      }
       break;
     case HandOver::before_first_event:
     case HandOver::queued:
@@ -85,13 +90,23 @@ WebsockServerWorker::HandOver WebsockServerWorker::hand_over(Message& message, S
   if (found == nullptr) return HandOver::session_gone;
   live = *found;
   if (session.identity() != live.identity()) return HandOver::stale;
-  const bool drop = ring == &SendQueue::force && is_drop(*message);
-  // One is enough: while the connection takes nothing, the ping worker repeats the order every second, and would fill
-  // the ring and begin the time-out of the drop anew.
-  if (drop && found->drop_ordered) return HandOver::queued;
-  const HandOver result = push_to(send_queues[static_cast<std::size_t>(session.tsi)], message, ring);
-  if (drop && result == HandOver::queued) found->drop_ordered = true;
+  SendQueues& queues = send_queues[static_cast<std::size_t>(session.tsi)];
+  const bool forced_drop = ring == &SendQueue::force && is_drop(*message);
+  const HandOver result = forced_drop ? force_drop(*found, queues, message) : push_to(queues, message, ring);
+  if (result == HandOver::queued && found->waits_since == WebsockSession::nothing_waits) {
+    found->waits_since = monotonic_seconds();
+  }
   return result == HandOver::full && found->stalled ? HandOver::still_full : result;
+}
+
+// One is enough: while the connection takes nothing, the ping worker repeats the order every second, and would fill the
+// ring and begin the time-out of the drop anew.
+WebsockServerWorker::HandOver WebsockServerWorker::force_drop(WebsockSession& session, SendQueues& queues,
+                                                              Message& message) {
+  if (session.drop_ordered) return HandOver::queued;
+  const HandOver result = push_to(queues, message, &SendQueue::force);
+  if (result == HandOver::queued) session.drop_ordered = true;
+  return result;
 }
 
 // For a peer that takes nothing nobody waits again, or its many answers would hold up its domain.
@@ -169,8 +184,10 @@ int WebsockServerWorker::process_server_writeable(lws* wsi, void* user) {
   const int tsi = library.get_tsi(wsi);
   switch (write_next(*session, tsi)) {
     case Written::all:
+      session->waits_since = WebsockSession::nothing_waits;
       return 0;
     case Written::more_waits:
+      session->waits_since = monotonic_seconds();
       library.callback_on_writable(wsi);
       return 0;
     case Written::close:
