@@ -2,8 +2,8 @@
 // in a backup.
 #include <string>
 
-#include "core/log.h"
 #include "fuzz/fuzz.h"
+#include "fuzz/silence.h"
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 #include "model/ApMap.h"
@@ -15,8 +15,6 @@ namespace {
 
 using namespace rrm;
 using zal::fuzz::require;
-
-void say_nothing(const char*, int, const char*, int, const char*, va_list) {}
 
 std::shared_ptr<ApEntry> new_ap(const DomainConfig& config) {
   return std::make_shared<ApEntry>(config, MacAddr::from_number(0x001122000000), no_session, ApFactory{});
@@ -85,7 +83,7 @@ std::string restored(const std::string& text, const DomainConfig& config) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const DomainConfig config;
-  set_log_hook(say_nothing);
+  zal::fuzz::silence_logs();
   const std::string text(reinterpret_cast<const char*>(data), size);
   const JsonReader message(text.c_str());
   read_envelope(message);

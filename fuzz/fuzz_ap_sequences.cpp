@@ -33,13 +33,19 @@
 #include "RrmWorker.h"
 #include "TpcDcaSubworker.h"
 #include "core/QueueMessage.h"
-#include "core/log.h"
+#include "fuzz/address_claims.h"
 #include "fuzz/fuzz.h"
+#include "fuzz/message_reading.h"
+#include "fuzz/offered_channels.h"
+#include "fuzz/silence.h"
+#include "fuzz/told_clients.h"
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
+#include "model/mac_params.h"
 #include "protocol/keys.h"
 #include "support/capture.h"
 #include "support/messages.h"
+#include "support/recording_server.h"
 
 namespace {
 
@@ -53,12 +59,11 @@ using rrm::Radio;
 using rrm::RrmWorker;
 using rrm::testing::MessageJson;
 using rrm::testing::RadioJson;
+using rrm::testing::RecordingServer;
 using zal::fuzz::require;
 
 constexpr std::size_t most_steps = 200;
 constexpr std::int32_t most_seconds = 2000;
-
-void be_silent(const char*, int, const char*, int, const char*, va_list) {}
 
 // A step's choices, character by character; what the line does not say is said by the fallback.
 class Choices {
@@ -399,78 +404,18 @@ void require_sound_plan(const ApMap& before, const rrm::DomainConfig& config, co
   }
 }
 
-// Keeps what is sent, and notes the orders to close a session.
-class Server final : public rrm::RRM {
- public:
-  struct Sent {
-    std::uint32_t session = 0;
-    std::string text;
-  };
-
-  // Has nothing to remember between two inputs, and queues for a whole site that need not be made for each.
-  static Server& instance() {
-    static rrm::GlobalConfig configuration("", R"({"global":{}})");
-    static Server server(&configuration);
-    return server;
-  }
-  ~Server() override { release(); }
-
-  void send_text(const char* text, const BaseSession& session) override { sent_.push_back({session.id, text}); }
-  void send_text(std::string&& text, const BaseSession& session) override {
-    sent_.push_back({session.id, std::move(text)});
-  }
-  std::vector<Sent> take_sent() { return std::exchange(sent_, {}); }
-  std::vector<std::uint32_t> take_closed() { return std::exchange(closed_, {}); }
-
- private:
-  class Transport final : public rrm::Worker {
-   public:
-    Transport(rrm::RRM* server, std::vector<std::uint32_t>& closed)
-        : Worker("websock", server, 10000, 2, false), closed_(closed) {}
-    void process_message(JsonReader&, BaseSession&) override {}
-    void report_status(JsonWriter&) override {}
-    void report_details(JsonWriter&) override {}
-    void enqueue_message(JsonReader&&, const BaseSession& session) override { closed_.push_back(session.id); }
-    void enqueue_message_force(JsonReader&&, const BaseSession& session) override { closed_.push_back(session.id); }
-
-   private:
-    std::vector<std::uint32_t>& closed_;
-  };
-
-  explicit Server(rrm::GlobalConfig* configuration) : RRM(configuration) {
-    websock_worker = std::make_shared<Transport>(this, closed_);
-  }
-
-  std::vector<Sent> sent_;
-  std::vector<std::uint32_t> closed_;
-};
+// Has nothing to remember between two inputs, and queues for a whole site that need not be made for each.
+RecordingServer& the_server() {
+  static rrm::GlobalConfig configuration("", R"({"global":{}})");
+  static RecordingServer server(&configuration);
+  return server;
+}
 
 void require_sound(const Radio& radio) {
-  require(radio.assoc.load() == static_cast<std::int32_t>(radio.assoc.clients().size() + radio.assoc.expected().size()),
-          "a load is the number of its clients");
-  for (const auto& [mac, expected] : radio.assoc.expected()) require(expected.ttl > 0, "who is expected has time left");
   for (const auto& [mac, seconds] : radio.problist.members()) require(seconds > 0, "a block has time left");
   for (const auto& [ssid, vap] : radio.vaps) require(vap.ssid == ssid && !ssid.empty(), "a VAP has its network's name");
   require(radio.status || (!radio.tpc_managed && !radio.dca_managed), "no plan holds a disabled radio");
-}
-
-// The index knows the addresses of the set's own APs, and no others.
-void require_sound_index(const ApMap& set) {
-  std::set<const ApEntry*> members;
-  for (const auto& [key, ap] : set) members.insert(ap.get());
-  std::set<MacAddr> addresses;
-  for (const auto& [key, ap] : set) {
-    for (const Radio& radio : ap->radios.list) {
-      if (!radio.status) continue;
-      addresses.insert(radio.mac);
-      for (const auto& [ssid, vap] : radio.vaps) addresses.insert(vap.mac);
-    }
-  }
-  for (const MacAddr& address : addresses) {
-    const auto* const owner = set.storage().owner_of(address);
-    require(owner == nullptr || members.contains(owner->ap.get()), "the index names APs of its set");
-  }
-  require(set.storage().size() <= addresses.size(), "the index knows no address that nobody has");
+  require(radio.roam_peers >= 0 && radio.roam_peer_clients >= 0, "nobody has less than no peers");
 }
 
 class Domain {
@@ -543,7 +488,7 @@ class Domain {
   std::uint32_t session_of(char slot) {
     const std::size_t place = place_of(slot) % sessions_.size();
     if (slot >= 'A' && slot <= 'Z' && former_[place] != 0) {
-      late_.insert(former_[place]);
+      if (!closed_.contains(former_[place])) late_.insert(former_[place]);
       return former_[place];
     }
     if (sessions_[place] == 0) sessions_[place] = ++last_session_;
@@ -560,6 +505,10 @@ class Domain {
       return result;
     };
     worker_ = std::make_shared<RrmWorker>(&global_, settings_, "lab", &server_, 3600, 16, compute);
+    closed_.clear();
+    claims_ = {};
+    channels_.begin();
+    clients_.begin();
   }
   void begin_worker() {
     worker_->connect();
@@ -576,15 +525,38 @@ class Domain {
   }
   bool computing() const { return worker_->tpc_dca().computing(); }
 
+  void pass_time(RrmWorker& lab) RRM_NO_THREAD_SAFETY_ANALYSIS {
+    lab.before_messages();
+    const auto is_on_air = [](const auto& node) { return node.second->radios.any_on_air(); };
+    if (lab.balancing_paused()) clients_.orders_may_be_dropped();
+    if (std::none_of(lab.aps().begin(), lab.aps().end(), is_on_air)) channels_.pools_may_be_emptied();
+  }
+
+  // An AP that subscribes over another session gives up the one that it had.
+  void note_replaced_session(const zal::fuzz::MessageReading& reading, std::uint32_t session) {
+    if (reading.command != rrm::protocol::Command::subscribe_request || reading.ap == nullptr) return;
+    const std::uint32_t before = reading.ap->session.id;
+    if (before != 0 && before != session) closed_.insert(before);
+  }
+
   void process(std::uint32_t session, const std::string& text) {
     JsonReader json(text.c_str());
     BaseSession sender{};
     sender.id = session;
+    zal::fuzz::MessageReading reading;
     locked([&](RrmWorker& lab) RRM_NO_THREAD_SAFETY_ANALYSIS {
-      lab.before_messages();
+      pass_time(lab);
+      clients_.check(lab);
+      reading = zal::fuzz::reading_of(lab, global_.enabled(), json, session);
+      const bool subscribes = reading.command == rrm::protocol::Command::subscribe_request;
+      if (subscribes && closed_.contains(session)) reading = {};
+      note_replaced_session(reading, session);
+      clients_.hear(lab, reading, json);
       lab.process_message(json, sender);
     });
     worker_->after_messages();
+    read_sent();
+    if (reading.reads_radios) channels_.read_message(json.get("radios"));
   }
   // As the dispatcher does, which lets no order from outside through and no text that is no JSON.
   void say(std::uint32_t session, const std::string& text) {
@@ -595,8 +567,9 @@ class Domain {
     process(session, text);
   }
   void pass() {
-    locked([](RrmWorker& lab) RRM_NO_THREAD_SAFETY_ANALYSIS { lab.before_messages(); });
+    locked([this](RrmWorker& lab) { pass_time(lab); });
     worker_->after_messages();
+    read_sent();
   }
 
   // A domain without APs ends by itself, and begins with the next message.
@@ -618,7 +591,6 @@ class Domain {
     const std::uint32_t session = sessions_[place];
     if (session == 0) return;
     process(session, rrm::internal_message::drop_session);
-    read_sent();
     forget_session(place);
     gone_.insert(session);
     end_if_empty();
@@ -685,23 +657,52 @@ class Domain {
     return writer.to_string();
   }
 
+  // As the daemon writes it: what is told of an AP, and its factory record.
   std::string backup_text() {
-    const auto& pipeline = worker_->tpc_dca();
-    return R"({"name":"lab","rrm-status":)" + std::to_string(static_cast<int>(pipeline.rrm_status())) +
-           R"(,"fbt-status":)" + std::to_string(pipeline.fbt_status()) + "," + details().substr(1);
+    JsonWriter backup;
+    backup.add_string("name", "lab");
+    backup.add_int("rrm-status", static_cast<std::int32_t>(worker_->tpc_dca().rrm_status()));
+    backup.add_int("fbt-status", worker_->tpc_dca().fbt_status());
+    locked([&](RrmWorker& lab) {
+      const std::pair<const ApMap*, const char*> sets[] = {
+          {&lab.aps(), "aps"}, {&lab.unanswered_aps(), "unanswered-aps"}, {&lab.deleted_aps(), "deleted-aps"}};
+      for (const auto& [set, name] : sets) {
+        JsonWriter array = JsonWriter::array(backup, name);
+        for (const auto& [key, ap] : *set) write_backup(*ap, array);
+      }
+    });
+    return backup.to_string();
+  }
+  static void write_backup(const ApEntry& ap, JsonWriter& array) {
+    JsonWriter object = JsonWriter::object(array, nullptr);
+    ap.dump_json(object);
+    object.add_string("board", ap.factory.board);
+    object.add_string("hw", ap.factory.hw);
+    object.add_string("serial", ap.factory.serial);
   }
 
   void take_over() {
     const JsonReader backup(backup_text().c_str());
     require(!backup.empty(), "a backup can be read");
     const auto known = addresses();
+    const auto sound = addresses_with_sound_pools();
     end_worker();
     all_sessions_end();
     make();
     locked([&](RrmWorker& lab) { lab.restore(backup); });
+    std::set<std::string> named;
+    for (const char* const set : {"aps", "unanswered-aps", "deleted-aps"}) {
+      const JsonReader aps = backup.get(set);
+      for (int i = 0; i < aps.size(); ++i) {
+        channels_.read_backup(aps.at(i).get("radios").get("interfaces"));
+        if (!named.insert(aps.at(i).get_string("mac")).second) claims_.give_up();
+      }
+    }
     begin_worker();
     const auto restored = addresses();
     require(std::includes(known.begin(), known.end(), restored.begin(), restored.end()), "only known APs are restored");
+    require(std::includes(restored.begin(), restored.end(), sound.begin(), sound.end()),
+            "every AP that may be restored is");
     locked([](RrmWorker& lab) {
       require(lab.aps().empty() && lab.unanswered_aps().empty(), "who is taken over is gone until it returns");
     });
@@ -718,10 +719,26 @@ class Domain {
     return all;
   }
 
+  // A known AP may since have told of pools that would not be taken of a new one.
+  std::set<MacAddr> addresses_with_sound_pools() {
+    std::set<MacAddr> sound;
+    locked([&](RrmWorker& lab) {
+      for (const ApMap* set : {&lab.aps(), &lab.deleted_aps(), &lab.unanswered_aps()}) {
+        for (const auto& [key, ap] : *set) {
+          if (rrm::check_mac_params(*ap)) sound.insert(ap->mac);
+        }
+      }
+    });
+    return sound;
+  }
+
   void ask(const std::string& mac) {
-    require(!JsonReader(details().c_str()).empty(), "the domain's state can be read");
+    const JsonReader report(details().c_str());
+    require(!report.empty(), "the domain's state can be read");
     JsonWriter writer;
     locked([&](RrmWorker& lab) {
+      clients_.check(lab);
+      clients_.check_report(lab, report);
       const MacAddr address = MacAddr::parse(mac.c_str());
       lab.report_ap(address, RrmWorker::ApForm::whole, writer);
       lab.report_ap(address, RrmWorker::ApForm::links, writer);
@@ -732,6 +749,8 @@ class Domain {
   void look() {
     read_sent();
     for (const std::uint32_t closed : server_.take_closed()) {
+      gone_.insert(closed);
+      closed_.insert(closed);
       const auto place = std::find(sessions_.begin(), sessions_.end(), closed);
       if (place != sessions_.end()) forget_session(static_cast<std::size_t>(place - sessions_.begin()));
     }
@@ -739,11 +758,17 @@ class Domain {
   }
 
   void look_at(RrmWorker& lab) {
+    claims_.check(lab);
+    channels_.check(lab.channel_pools());
+    clients_.check(lab);
+    clients_.settle(lab);
     std::set<const ApEntry*> seen;
+    std::set<MacAddr> keys;
     for (const ApMap* set : {&lab.aps(), &lab.deleted_aps(), &lab.unanswered_aps()}) {
-      require_sound_index(*set);
       for (const auto& [key, ap] : *set) {
         require(ap != nullptr && seen.insert(ap.get()).second, "an AP is in one set, once");
+        // One that came back under another of its addresses may have taken that of a second one.
+        require(key != ap->mac || keys.insert(key).second, "an address has one AP, in one set");
         require(set->find_by_any_mac(key) == ap, "an AP is found under its key");
         require(ap->radios.list.size() == rrm::Radios::count, "an AP has three radios");
         for (const Radio& radio : ap->radios.list) {
@@ -753,8 +778,6 @@ class Domain {
         if (set != &lab.deleted_aps()) require_lives(ap->session.id);
       }
     }
-    for (const std::size_t band : {0U, 1U, 3U, 4U})
-      require(lab.channel_pools().at(band).empty(), "three bands have channels");
     const auto status = static_cast<std::int32_t>(lab.tpc_dca().rrm_status());
     require(status >= 0 && status <= 5, "the state is one of six");
   }
@@ -785,7 +808,7 @@ class Domain {
                                                         command::rrm_client_assoc_ack,
                                                         command::rrm_disassoc_request,
                                                         command::rrm_sta_overload};
-    for (const Server::Sent& sent : server_.take_sent()) {
+    for (const RecordingServer::Sent& sent : server_.take_sent()) {
       require_lives(sent.session);
       const JsonReader json(sent.text.c_str());
       require(!json.empty(), "what is sent can be read");
@@ -793,12 +816,25 @@ class Domain {
       require(std::string_view(json.get_string("version")) == rrm::protocol::version, "what is sent has a version");
       require(commands.contains(json.get_string("cmd")), "what is sent is a known command");
       require(std::string_view(json.get_string("ap-mac")).size() == 17, "what is sent names its AP");
+      follow(json);
+    }
+  }
+
+  // Orders that tell something of the channels and the clients.
+  void follow(const JsonReader& sent) {
+    namespace command = rrm::protocol::command;
+    const std::string_view order = sent.get_string("cmd");
+    if (order == command::rrm_request_mode) channels_.pools_are_emptied();
+    if (order == command::rrm_sta_overload) clients_.check_overload(sent, worker_->config());
+    if (order == command::rrm_disassoc_request) clients_.read_disassociation(sent);
+    if (order == command::rrm_update) {
+      locked([&](RrmWorker& lab) { channels_.check_order(sent, lab.channel_pools()); });
     }
   }
 
   rrm::testing::ManualClock clock_;
   rrm::GlobalConfig global_;
-  Server& server_ = Server::instance();
+  RecordingServer& server_ = the_server();
   rrm::DomainConfig settings_;
   std::counting_semaphore<> may_compute_{0};
   std::shared_ptr<RrmWorker> worker_;
@@ -806,16 +842,20 @@ class Domain {
   std::array<std::uint32_t, 8> sessions_{};
   std::array<std::uint32_t, 8> former_{};
   std::uint32_t last_session_ = 0;
-  std::set<std::uint32_t> gone_;  // the domain was told of their end
-  std::set<std::uint32_t> late_;  // and heard of them again
-  std::set<MacAddr> placed_;      // addresses of VAPs that lay in a pool
+  std::set<std::uint32_t> gone_;    // the domain was told of their end
+  std::set<std::uint32_t> late_;    // and heard of them again
+  std::set<std::uint32_t> closed_;  // the domain ordered their end, and they subscribe nobody more
+  std::set<MacAddr> placed_;        // addresses of VAPs that lay in a pool
+  zal::fuzz::AddressClaims claims_;
+  zal::fuzz::OfferedChannels channels_;
+  zal::fuzz::ToldClients clients_;
   std::int32_t waited_ = 0;
 };
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  rrm::set_log_hook(be_silent);
+  zal::fuzz::silence_logs();
   std::string_view script(reinterpret_cast<const char*>(data), size);
   Domain domain;
   for (std::size_t i = 0; i < most_steps && !script.empty(); ++i) {

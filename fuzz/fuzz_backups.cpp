@@ -1,6 +1,5 @@
 // Any files in the directory of the domains' backups: a new master takes over what can be read of them, and what it has
 // taken over it saves so that the next one has the same.
-#include <cstdarg>
 #include <map>
 #include <memory>
 #include <string>
@@ -9,15 +8,16 @@
 #include "RRM.h"
 #include "RrmWorker.h"
 #include "core/clock.h"
-#include "core/log.h"
 #include "daemon/ActiveApStorage.h"
 #include "daemon/ApiZAL.h"
 #include "daemon/DomainBackup.h"
 #include "daemon/commands.h"
 #include "daemon/recording_platform.h"
 #include "fuzz/fuzz.h"
+#include "fuzz/quiet_server.h"
 #include "fuzz/scratch_dir.h"
 #include "fuzz/sections.h"
+#include "fuzz/silence.h"
 #include "fuzz/small_stacks.h"
 #include "fuzz/standing_clock.h"
 #include "json/JsonReader.h"
@@ -35,32 +35,16 @@ using Files = std::map<std::string, std::string>;
 constexpr const char* site = R"({"global":{},"common":{},"patterns":[{"pattern":"dense","away_timeout":60}],
     "domains":[{"domain":"office","pattern":"common"},{"domain":"hall","pattern":"dense"}]})";
 
-void say_nothing(const char*, int, const char*, int, const char*, va_list) {}
-
-class QuietWorker final : public rrm::Worker {
+// Only its domains run, and those hardly ever hear anything.
+class DomainServer final : public zal::fuzz::QuietServer {
  public:
-  explicit QuietWorker(rrm::RRM* server) : Worker("quiet", server, 10000, 2, true) {}
-  void process_message(JsonReader& json, rrm::BaseSession&) override { process_internal_ipc_msg(json); }
-  void enqueue_message(JsonReader&&, const rrm::BaseSession&) override {}
-  void enqueue_message_force(JsonReader&&, const rrm::BaseSession&) override {}
-  void report_status(rrm::JsonWriter&) override {}
-  void report_details(rrm::JsonWriter&) override {}
-};
-
-// Listens nowhere; only its domains run, and those hardly ever hear anything.
-class QuietServer final : public rrm::RRM {
- public:
-  explicit QuietServer(rrm::GlobalConfig* configuration) : RRM(configuration) {
-    default_worker = std::make_shared<QuietWorker>(this);
-    websock_worker = std::make_shared<QuietWorker>(this);
-    ping_worker = std::make_shared<QuietWorker>(this);
+  explicit DomainServer(rrm::GlobalConfig* configuration) : QuietServer(configuration) {
     create_domain_worker = [this](const rrm::DomainConfig& settings, const std::string& domain, std::int32_t time_zone,
                                   std::int32_t) {
       constexpr std::int32_t few = 16;
       return std::make_unique<rrm::RrmWorker>(config, settings, domain, this, time_zone, few);
     };
   }
-  ~QuietServer() override { release(); }
   using RRM::restore_domains;
 };
 
@@ -104,7 +88,7 @@ class Master {
 
   rrm::GlobalConfig config_{"", site};
   ActiveApStorage aps_;
-  QuietServer server_{&config_};
+  DomainServer server_{&config_};
   ApiZAL api_{&server_, aps_};
 };
 
@@ -135,7 +119,7 @@ Files pass_on(const ScratchDir& from, const ScratchDir& to) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const bool has_small_stacks = zal::fuzz::use_small_stacks();
   require(has_small_stacks, "threads are cheap");
-  rrm::set_log_hook(say_nothing);
+  zal::fuzz::silence_logs();
   const zal::fuzz::StandingClock clock;
   zal::testing::Platform::instance().reset();
   static const ScratchDir first;

@@ -1,6 +1,5 @@
 // Any text as a command to the server, under its family's key, and as the backup of a domain: an answer is an object of
 // the interface's version, and a command without an answer changes nothing.
-#include <cstdarg>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,8 +8,9 @@
 #include "Config.h"
 #include "RRM.h"
 #include "RrmWorker.h"
-#include "core/log.h"
 #include "fuzz/fuzz.h"
+#include "fuzz/quiet_server.h"
+#include "fuzz/silence.h"
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 
@@ -27,25 +27,9 @@ constexpr const char* site = R"({"global":{"reports_path":"/nonexistent/reports"
 constexpr const char* backup = R"({"name":"lab","rrm-status":1,"aps":[{"mac":"00:11:22:00:00:00","board":"NVA-3wz",
     "hw":"1.0","serial":"SN1","radios":{"interfaces":[{"id":1,"status":1,"channel":36,"power":14}]}}]})";
 
-void be_silent(const char*, int, const char*, int, const char*, va_list) {}
-
-class QuietWorker final : public rrm::Worker {
+class Server final : public zal::fuzz::QuietServer {
  public:
-  explicit QuietWorker(rrm::RRM* server) : Worker("quiet", server, 10000, 2, true) {}
-  void process_message(JsonReader& json, rrm::BaseSession&) override { process_internal_ipc_msg(json); }
-  void report_status(rrm::JsonWriter&) override {}
-  void report_details(rrm::JsonWriter&) override {}
-};
-
-// Listens nowhere.
-class QuietServer final : public rrm::RRM {
- public:
-  explicit QuietServer(rrm::GlobalConfig* configuration) : RRM(configuration) {
-    default_worker = std::make_shared<QuietWorker>(this);
-    websock_worker = std::make_shared<QuietWorker>(this);
-    ping_worker = std::make_shared<QuietWorker>(this);
-  }
-  ~QuietServer() override { release(); }
+  using QuietServer::QuietServer;
 
   // Takes a domain over without a thread, in place of the one before.
   std::shared_ptr<rrm::RrmWorker> adopt(const JsonReader& text) {
@@ -63,7 +47,7 @@ void check_answer(const rrm::Api::Answer& answer) {
   require(std::string_view(json.get_string("version")) == "2.1", "an answer is an object with its version");
 }
 
-void edit(rrm::Api& api, QuietServer& server, const JsonReader& request) {
+void edit(rrm::Api& api, Server& server, const JsonReader& request) {
   const auto answer = api.process_cfg_command(server, request);
   check_answer(answer);
   if (answer) return;
@@ -71,20 +55,20 @@ void edit(rrm::Api& api, QuietServer& server, const JsonReader& request) {
   require(server.find_worker("lab") != nullptr, "without an answer no domain is taken away");
 }
 
-void ask(rrm::Api& api, QuietServer& server, const JsonReader& request) {
+void ask(rrm::Api& api, Server& server, const JsonReader& request) {
   const auto answer = api.process_rrm_command(server, request);
   require(answer.has_value(), "a question is answered");
   check_answer(answer);
   require(server.configuration() == rrm::GlobalConfig("", site), "a question changes nothing");
 }
 
-void change_role(rrm::Api& api, QuietServer& server, const JsonReader& request) {
+void change_role(rrm::Api& api, Server& server, const JsonReader& request) {
   const auto answer = api.process_vrrp_command(server, request);
   require(answer.has_value(), "a request for a role is answered");
   check_answer(answer);
 }
 
-void take_over(QuietServer& server, const JsonReader& text) {
+void take_over(Server& server, const JsonReader& text) {
   const auto lab = server.adopt(text);
   lab->execute_locked([&] {
     const auto counts = lab->ap_counts();
@@ -95,12 +79,12 @@ void take_over(QuietServer& server, const JsonReader& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  rrm::set_log_hook(be_silent);
+  zal::fuzz::silence_logs();
   const std::string input(reinterpret_cast<const char*>(data), size);
   const JsonReader envelope(input.c_str());
   if (envelope.empty()) return 0;  // no command reaches the interface then
   rrm::GlobalConfig config("", site);
-  QuietServer server(&config);
+  Server server(&config);
   take_over(server, envelope);
   server.adopt(JsonReader(backup));
   rrm::Api api;

@@ -1,14 +1,13 @@
 // Any text as a configuration, and a second one behind a NUL as the next: whatever is taken over lies in its range, is
 // taken over once, and two configurations differ exactly where comparing them says so.
-#include <cstdarg>
 #include <stdexcept>
 #include <string>
 #include <variant>
 
 #include "Config.h"
 #include "ConfigTable.h"
-#include "core/log.h"
 #include "fuzz/fuzz.h"
+#include "fuzz/silence.h"
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 
@@ -19,8 +18,6 @@ using rrm::GlobalConfig;
 using rrm::JsonReader;
 using rrm::JsonWriter;
 using zal::fuzz::require;
-
-void be_silent(const char*, int, const char*, int, const char*, va_list) {}
 
 // The array that rejected values go into.
 struct Rejected {
@@ -97,7 +94,7 @@ void check_set(const GlobalConfig& loaded, const JsonReader& document) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  rrm::set_log_hook(be_silent);
+  zal::fuzz::silence_logs();
   const std::string input(reinterpret_cast<const char*>(data), size);
   const std::string first = input.substr(0, input.find('\0'));
   const std::string second = first.size() < input.size() ? input.substr(first.size() + 1) : "";

@@ -1,14 +1,18 @@
 // Every read of a JsonReader on any text, with keys that the text itself may hold.
+#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "fuzz/fuzz.h"
 #include "json/JsonReader.h"
+#include "yajson/object.h"
 
 namespace {
 
 using rrm::JsonReader;
+using yajson::Type;
+using yajson::Value;
 using zal::fuzz::require;
 
 // What stands between quotes in the text, some of it keys.
@@ -53,6 +57,55 @@ void read_everything(const JsonReader& reader, const std::vector<std::string>& k
   }
 }
 
+// A number with a short form is written in it, any other with 17 digits, and the reader divides in doubles: where both
+// round, the double beside it comes back. A whole number is written with one decimal, and stays what it is as long as a
+// double counts its tenths.
+bool is_kept(double number, const Value& again) {
+  if (again.type() != Type::floating) return std::isinf(number) && again.is_null();  // JSON has no word for it
+  const double back = again.as_number();
+  if (number == std::trunc(number) && std::abs(number) * 10 <= 0x1p53) return back == number;
+  return back == number || back == std::nextafter(number, back);
+}
+
+bool is_kept(const Value& value, const Value& again);
+
+bool are_kept_elements(const Value& value, const Value& again) {
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (!is_kept(value.element(i), again.element(i))) return false;
+  }
+  return true;
+}
+
+bool are_kept_members(const yajson::Object& object, const yajson::Object& again) {
+  for (std::size_t i = 0; i < object.members().size(); ++i) {
+    const yajson::Member& member = object.members()[i];
+    const yajson::Member& other = again.members()[i];
+    if (member.key() != other.key() || !is_kept(member.value, other.value)) return false;
+  }
+  return true;
+}
+
+bool is_kept(const Value& value, const Value& again) {
+  if (value.type() == Type::floating) return is_kept(value.as_number(), again);
+  if (value.type() != again.type() || value.size() != again.size()) return false;
+  switch (value.type()) {
+    case Type::boolean:
+      return value.as_bool() == again.as_bool();
+    case Type::integer:
+      return value.as_integer() == again.as_integer();
+    case Type::uinteger:
+      return value.as_uinteger() == again.as_uinteger();
+    case Type::string:
+      return value.as_string() == again.as_string();
+    case Type::array:
+      return are_kept_elements(value, again);
+    case Type::object:
+      return are_kept_members(value.as_object(), again.as_object());
+    default:
+      return true;
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -65,8 +118,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(in_arena.empty(), "a moved reader is empty");
   read_everything(moved, keys, 0);
   read_member(moved, "no such key", keys, 0);
-  const std::string written = moved.to_string();
-  const JsonReader again(written.c_str());
-  require(again.to_string() == written || written.find('.') != written.npos, "what was written reads back");
+  const JsonReader again(moved.to_string());
+  require(is_kept(moved.value(), again.value()), "what was written reads back");
   return 0;
 }

@@ -6,8 +6,8 @@
 #include <sstream>
 #include <string>
 
-#include "core/log.h"
 #include "fuzz/fuzz.h"
+#include "fuzz/silence.h"
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 #include "reports/file_sync.h"
@@ -18,8 +18,6 @@ namespace {
 
 using namespace reports;
 using zal::fuzz::require;
-
-void say_nothing(const char*, int, const char*, int, const char*, va_list) {}
 
 // A file that lies nowhere, under a name that it can be opened by.
 class MemoryFile {
@@ -82,7 +80,7 @@ void read_report(const MemoryFile& file, const std::string& date) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  rrm::set_log_hook(say_nothing);
+  zal::fuzz::silence_logs();
   const std::string content(reinterpret_cast<const char*>(data), size);
   const MemoryFile file(content);
   std::istringstream lines(content);

@@ -2,17 +2,16 @@
 // input's first line says for how many days reports are kept, at which operation on a file the run is stopped, and how
 // (0: nothing is done from there on; 1, 2: this one alone fails). The files follow, each under its short name.
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <sstream>
 #include <string>
 
 #include "Config.h"
-#include "core/log.h"
 #include "fuzz/fuzz.h"
 #include "fuzz/plain_cleanup.h"
 #include "fuzz/scratch_dir.h"
 #include "fuzz/sections.h"
+#include "fuzz/silence.h"
 #include "fuzz/standing_clock.h"
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
@@ -32,8 +31,6 @@ constexpr std::time_t now = 1'795'287'600;  // 2026-11-21, 19:00:00
 constexpr const char* first_date = "2020-01-01,00:00:00 UTC";
 constexpr const char* last_date = "2030-01-01,00:00:00 UTC";
 constexpr const char* new_date = "2026-11-21,19:00:00";
-
-void say_nothing(const char*, int, const char*, int, const char*, va_list) {}
 
 struct Scene {
   unsigned days = 1;
@@ -187,7 +184,7 @@ void check_stopped_run(const Directory& directory, const Scene& scene) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  rrm::set_log_hook(say_nothing);
+  zal::fuzz::silence_logs();
   const StandingClock clock(now);
   const Scene scene = read_scene(std::string(reinterpret_cast<const char*>(data), size));
   static const Directory directory;

@@ -2,7 +2,6 @@
 // access point of a domain, and any other line as a setup. After each setup the configuration is what the setup says,
 // but for the differences that the log names as refused, and no domain runs on settings that hold no more.
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -14,11 +13,11 @@
 #include "Config.h"
 #include "RRM.h"
 #include "RrmWorker.h"
-#include "core/log.h"
 #include "daemon/radio_support.h"
 #include "daemon/recording_platform.h"
 #include "daemon/trace.h"
 #include "fuzz/fuzz.h"
+#include "fuzz/silence.h"
 #include "fuzz/small_stacks.h"
 #include "fuzz/standing_clock.h"
 #include "json/JsonReader.h"
@@ -30,8 +29,6 @@ using zal::testing::Platform;
 using zal::testing::RecordedRadio;
 
 using Steps = std::set<std::string>;
-
-void say_nothing(const char*, int, const char*, int, const char*, va_list) {}
 
 // All that a configuration says.
 struct Picture {
@@ -148,7 +145,7 @@ class Site {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const bool has_small_stacks = zal::fuzz::use_small_stacks();
   require(has_small_stacks, "threads are cheap");
-  rrm::set_log_hook(say_nothing);
+  zal::fuzz::silence_logs();
   const zal::fuzz::StandingClock clock;
   Platform::instance().reset();
   Site site;

@@ -29,8 +29,8 @@
 #include "RRM.h"
 #include "WebsockServerWorker.h"
 #include "core/QueueMessage.h"
-#include "core/log.h"
 #include "fuzz/fuzz.h"
+#include "fuzz/silence.h"
 #include "fuzz/websocket_frames.h"
 #include "json/JsonReader.h"
 
@@ -52,8 +52,6 @@ constexpr std::string_view upgrade =
     "GET /apb/rrm HTTP/1.1\r\nHost: localhost\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
     "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n"
     "Sec-WebSocket-Protocol: websock-rrm\r\n\r\n";
-
-void be_silent(const char*, int, const char*, int, const char*, va_list) {}
 
 // The library without a listener: its service thread rests, and connections are served when the fuzzer says so.
 class HandDriven final : public rrm::LwsApi {
@@ -147,7 +145,7 @@ class Server {
 
  private:
   Server() : config_("", R"({"global":{}})"), rrm_(&config_) {
-    rrm::set_log_hook(be_silent);
+    zal::fuzz::silence_logs();
     const rrm::WebsockServerWorker::Upstream upstream{
         [this](JsonReader& json, const BaseSession& session) { hear(json, session); },
         [this](const BaseSession& session) {

@@ -10,6 +10,7 @@
 #include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 #include "support/gate.h"
+#include "support/recording_server.h"
 
 namespace whole_site {
 namespace {
@@ -30,48 +31,6 @@ std::string global_settings(bool wildcard_80211r) {
 
 }  // namespace
 
-// Takes the place of the transport: keeps what is sent, and notes orders to close a session.
-class ControlledSite::Server final : public rrm::RRM {
- public:
-  struct Sent {
-    std::uint32_t session = 0;
-    std::string text;
-  };
-
-  explicit Server(rrm::GlobalConfig* configuration) : RRM(configuration) {
-    websock_worker = std::make_shared<Transport>(this, closed_);
-  }
-  ~Server() override { release(); }
-
-  void send_text(const char* text, const rrm::BaseSession& session) override { sent_.push_back({session.id, text}); }
-  void send_text(std::string&& text, const rrm::BaseSession& session) override {
-    sent_.push_back({session.id, std::move(text)});
-  }
-
-  std::vector<Sent> take_sent() { return std::exchange(sent_, {}); }
-  std::vector<std::uint32_t> take_closed() { return std::exchange(closed_, {}); }
-
- private:
-  class Transport final : public rrm::Worker {
-   public:
-    Transport(rrm::RRM* server, std::vector<std::uint32_t>& closed)
-        : Worker("websock", server, 10000, 2, false), closed_(closed) {}
-    void process_message(rrm::JsonReader&, rrm::BaseSession&) override {}
-    void report_status(rrm::JsonWriter&) override {}
-    void report_details(rrm::JsonWriter&) override {}
-    void enqueue_message(rrm::JsonReader&&, const rrm::BaseSession& session) override { closed_.push_back(session.id); }
-    void enqueue_message_force(rrm::JsonReader&&, const rrm::BaseSession& session) override {
-      closed_.push_back(session.id);
-    }
-
-   private:
-    std::vector<std::uint32_t>& closed_;
-  };
-
-  std::vector<Sent> sent_;
-  std::vector<std::uint32_t> closed_;
-};
-
 bool Pass::logged(const std::string& line) const {
   return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
@@ -83,7 +42,7 @@ ControlledSite::ControlledSite(const sim::Site& site, const rrm::DomainConfig& s
       watchers_(std::move(watchers)),
       dice_(seed),
       global_("", global_settings(wildcard_80211r)),
-      server_(std::make_unique<Server>(&global_)),
+      server_(std::make_unique<rrm::testing::RecordingServer>(&global_)),
       sessions_(site.access_points.size(), 0) {
   const auto compute = [this](rrm::OptimizationContext& context, const std::atomic<bool>& cancel) {
     may_compute_.acquire();

@@ -25,6 +25,10 @@
 #include "whole_site/dice.h"
 #include "whole_site/lived_in_site.h"
 
+namespace rrm::testing {
+class RecordingServer;
+}
+
 namespace whole_site {
 
 using Json = nlohmann::ordered_json;
@@ -101,8 +105,6 @@ class ControlledSite final : public LivedInSite {
   const std::vector<std::string>& surprises() const { return surprises_; }
 
  private:
-  class Server;
-
   void pass();
   void finish_computing();
   void process(std::uint32_t session, const std::string& text);
@@ -118,7 +120,7 @@ class ControlledSite final : public LivedInSite {
   rrm::testing::ManualClock clock_;
   rrm::testing::Journal journal_;
   rrm::GlobalConfig global_;
-  std::unique_ptr<Server> server_;
+  std::unique_ptr<rrm::testing::RecordingServer> server_;
   std::counting_semaphore<> may_compute_{0};
   std::shared_ptr<rrm::RrmWorker> worker_;
   std::unique_ptr<sim::Simulation> simulation_;
