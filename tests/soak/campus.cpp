@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "TpcDcaSubworker.h"
 #include "daemon/ApiZAL.h"
@@ -139,6 +141,10 @@ void Campus::deliver() {
   }
 }
 
+bool Campus::any_misbehaves(Mischief how) const {
+  return std::any_of(halls_.begin(), halls_.end(), [how](const auto& hall) { return hall->mischief() == how; });
+}
+
 bool Campus::in_cycle() const {
   const auto domains = server_.domains();
   return std::any_of(domains.begin(), domains.end(), [](const auto& domain) {
@@ -172,12 +178,14 @@ void Campus::every_hour() {
                                                   Mischief::hangs};
   if (seconds_ % hour == misfits_until) {
     for (const auto& hall : halls_) hall->misbehave(Mischief::none);
+    hooks_.expect_garbled(false);
   }
   if (seconds_ % hour != 60) return;
   for (const auto& hall : halls_) {
     hall->misbehave(dice_.one_of(mischiefs));
     hall->interfere(dice_.happens(50) ? std::optional(dice_.one_of(channels)) : std::nullopt);
   }
+  hooks_.expect_garbled(any_misbehaves(Mischief::garbles));
   const bool eastwards = seconds_ / hour % 2 == 1;
   for (std::size_t hall = 0; hall + 1 < halls_.size(); hall += 2) {
     halls_[hall]->give_nomad(!eastwards);
@@ -241,14 +249,20 @@ Rest Campus::look() {
   rest.heap = heap_in_use();
   const std::vector<std::uint32_t> sessions = server_.sessions();
   rest.sessions = sessions.size();
-  rest.queued = server_.queued();
+  rest.longest_queue = server_.take_longest_queue();
+  if (server_.queued() != 0) add({std::to_string(server_.queued()) + " messages are left in the queues"});
+  add(faults_of_losses());
+  if (in_cycle()) add({"a cycle does not end"});
   if (sessions.size() + 1 != server_.wire().lines()) {
     add({std::to_string(sessions.size()) + " sessions of " + std::to_string(server_.wire().lines() - 1) +
          " connections"});
   }
   for (const auto& hall : halls_) {
     add(hall->findings());
-    add(faults_of_reports(hall->name(), directory_.file("reports"), rest.reports));
+    std::size_t reports = 0;
+    add(faults_of_reports(hall->name(), directory_.file("reports"), reports));
+    add(faults_of_progress(hall->name(), reports));
+    rest.reports += reports;
     const auto worker = std::dynamic_pointer_cast<rrm::RrmWorker>(server_.find_worker(hall->name()));
     if (worker != nullptr) {
       ++rest.domains;
@@ -261,6 +275,37 @@ Rest Campus::look() {
   return rest;
 }
 
+// Only what is not read may be lost, and only a client that was sent where nobody is.
+std::vector<std::string> Campus::faults_of_losses() {
+  std::vector<std::string> faults;
+  for (const std::uint32_t session : hooks_.take_overflowed()) {
+    const bool was_deaf = std::any_of(halls_.begin(), halls_.end(),
+                                      [&](const auto& hall) { return hall->deaf_sessions().contains(session); });
+    if (!was_deaf) faults.push_back("messages to session " + std::to_string(session) + " were lost");
+  }
+  std::set<std::uint64_t> astray;
+  for (const auto& hall : halls_) astray.merge(hall->take_astray());
+  for (const sim::Mac target : hooks_.take_lost_targets()) {
+    if (!astray.contains(target.value)) faults.push_back(target.text() + " is on air, and the domain does not know it");
+  }
+  return faults;
+}
+
+// Every plan is reported; where reports have become too old, there are fewer than before.
+std::vector<std::string> Campus::faults_of_progress(const std::string& hall, std::size_t reports) {
+  const Progress now{hooks_.cycles(hall), reports};
+  const Progress before = std::exchange(progress_[hall], now);
+  if (now.cycles == before.cycles || now.reports != before.reports) return {};
+  return {hall + " has planned and reported nothing"};
+}
+
+std::uint64_t Campus::expected_ends() const {
+  const auto times = [this](std::int64_t of_day) {
+    return static_cast<std::uint64_t>((seconds_ - of_day + day - 1) / day);
+  };
+  return times(dark_until) + times(edited_at);
+}
+
 Totals Campus::totals() const {
   Totals totals;
   totals.events = events_;
@@ -268,8 +313,10 @@ Totals Campus::totals() const {
     totals.said += hall->said();
     totals.heard += hall->heard();
     totals.plans += hall->plans();
+    const std::uint64_t cycles = hooks_.cycles(hall->name());
+    totals.fewest_cycles = hall == halls_.front() ? cycles : std::min(totals.fewest_cycles, cycles);
+    totals.cycles += cycles;
   }
-  totals.cycles = hooks_.cycles();
   totals.ends = hooks_.ends();
   totals.backups = backups_;
   return totals;

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,6 +28,7 @@ struct Totals {
   std::uint64_t heard = 0;
   std::uint64_t plans = 0;
   std::uint64_t cycles = 0;
+  std::uint64_t fewest_cycles = 0;  // of one hall
   std::uint64_t backups = 0;
   std::uint64_t ends = 0;  // of domain workers, by themselves or by order
 };
@@ -36,7 +38,7 @@ struct Rest {
   Sizes sizes;
   std::size_t domains = 0;
   std::size_t sessions = 0;
-  std::size_t queued = 0;
+  std::size_t longest_queue = 0;  // of a domain, as it was seen now and then since the last rest
   std::size_t reports = 0;
   std::size_t files = 0;  // bytes of reports and backups
   std::size_t heap = 0;   // bytes in use
@@ -59,9 +61,16 @@ class Campus {
   std::int64_t seconds() const { return seconds_; }
   std::size_t heap_at_start() const { return heap_at_start_; }
   Totals totals() const;
+  // How often a night's events made a domain's worker end.
+  std::uint64_t expected_ends() const;
   const ReportHooks& hooks() const { return hooks_; }
 
  private:
+  struct Progress {
+    std::uint64_t cycles = 0;
+    std::size_t reports = 0;
+  };
+
   void second();
   void exchange();
   void deliver();
@@ -72,6 +81,9 @@ class Campus {
   void save_backups();
   void restore(const std::string& domain);
   void configure_anew(const std::string& domain);
+  std::vector<std::string> faults_of_losses();
+  std::vector<std::string> faults_of_progress(const std::string& hall, std::size_t reports);
+  bool any_misbehaves(Mischief how) const;
   bool in_cycle() const;
   bool is_quiet() const;
 
@@ -83,6 +95,7 @@ class Campus {
   SoakedServer server_;
   std::vector<std::unique_ptr<SimulatedDomain>> halls_;
   whole_site::Dice dice_;
+  std::map<std::string, Progress> progress_;  // of each hall at the last rest
   std::int64_t seconds_ = 0;
   std::size_t heap_at_start_ = 0;
   std::uint64_t events_ = 0;

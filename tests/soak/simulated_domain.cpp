@@ -12,6 +12,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::size_t clients_of_domain = 16;
 constexpr std::size_t most_findings = 12;
+constexpr std::int64_t longest_listed = 10;  // seconds that a neighbour is told of after it has left
 constexpr std::uint64_t first_stranger = 0x02F000000000ULL;
 
 // The nomads of two halls beside each other are one device.
@@ -89,6 +90,7 @@ void SimulatedDomain::connect(std::size_t ap) {
 
 void SimulatedDomain::call(std::size_t ap) {
   ends_[ap].line = server_.wire().open();
+  if (mischief_of(ap) == Mischief::hangs) server_.wire().stop_reading(ends_[ap].line);
   simulation_.connected(ap, now());
 }
 
@@ -105,6 +107,12 @@ void SimulatedDomain::second() {
   ++seconds_;
   for (std::size_t ap = 0; ap < ends_.size(); ++ap) {
     if (ends_[ap].wanted && ends_[ap].line == nullptr && seconds_ >= ends_[ap].retry_at) call(ap);
+  }
+  if (mischief_ == Mischief::hangs && ends_[misfit].line != nullptr) {
+    if (const auto session = server_.session_of(ends_[misfit].line)) deaf_sessions_.insert(*session);
+  }
+  for (std::size_t ap = 0; ap < ends_.size(); ++ap) {
+    if (simulation_.subscribed(ap)) ends_[ap].served_at = seconds_;
   }
   simulation_.tick(now());
   while (simulation_.take_result()) continue;
@@ -150,7 +158,9 @@ void SimulatedDomain::speak() {
     for (std::string& text : simulation_.take_outgoing(ap)) {
       if (ends_[ap].line == nullptr) continue;
       if (interfered_channel_ && is_command(text, "rrm-response")) text = with_interference(text);
-      for (std::string& sent : spoiled(ap, text)) {
+      std::vector<std::string> all_sent = spoiled(ap, text);
+      if (!all_sent.empty() && is_command(text, "rrm-sta-roam")) note_roam(text);
+      for (std::string& sent : all_sent) {
         server_.wire().send(ends_[ap].line, std::move(sent));
         ++said_;
       }
@@ -179,6 +189,17 @@ std::vector<std::string> SimulatedDomain::spoiled(std::size_t ap, const std::str
       break;
   }
   return {text};
+}
+
+// A target may leave while a client is sent to it, but nobody may be told of it for long.
+void SimulatedDomain::note_roam(const std::string& text) {
+  const sim::Mac target = sim::Mac::parse(Json::parse(text).at("target-mac")).value();
+  const auto place = simulation_.world().find_bssid(target);
+  if (place && simulation_.subscribed(place->ap)) return;
+  astray_.insert(target.value);
+  if (place && seconds_ - ends_[place->ap].served_at > longest_listed) {
+    find_fault(target.text() + " has left long ago, and is a neighbour still");
+  }
 }
 
 // Each time it comes from somebody whom nobody has heard before.

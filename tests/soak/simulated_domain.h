@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "sim/simulation.h"
@@ -50,12 +51,19 @@ class SimulatedDomain final : public whole_site::LivedInSite {
   void give_nomad(bool here);
 
   void misbehave(Mischief how);
+  Mischief mischief() const { return mischief_; }
   void interfere(std::optional<int> channel) { interfered_channel_ = channel; }
 
   // What the access points have to say is sent.
   void speak();
   bool owns(lws* line) const { return find(line).has_value(); }
   void hear(const Wire::Event& event);
+
+  // The server's sessions that were not read from.
+  const std::set<std::uint32_t>& deaf_sessions() const { return deaf_sessions_; }
+
+  // The addresses that clients were sent to while nobody was on air there for the domain, since the last call.
+  std::set<std::uint64_t> take_astray() { return std::exchange(astray_, {}); }
 
   // What came over the wire that must not, and how much came and went.
   const std::vector<std::string>& findings() const { return findings_; }
@@ -82,6 +90,7 @@ class SimulatedDomain final : public whole_site::LivedInSite {
     lws* line = nullptr;
     bool wanted = false;  // connects again when its session ends
     std::int64_t retry_at = 0;
+    std::int64_t served_at = 0;  // last
   };
 
   sim::Millis now() const { return 1'000'000 + seconds_ * 1000; }
@@ -89,6 +98,7 @@ class SimulatedDomain final : public whole_site::LivedInSite {
   void call(std::size_t ap);
   void hear_text(std::size_t ap, const std::string& text);
   void check_plan(std::size_t ap, const std::string& text);
+  void note_roam(const std::string& text);
   Mischief mischief_of(std::size_t ap) const { return ap == misfit ? mischief_ : Mischief::none; }
   std::vector<std::string> spoiled(std::size_t ap, const std::string& text) const;
   std::string with_interference(const std::string& text);
@@ -105,6 +115,8 @@ class SimulatedDomain final : public whole_site::LivedInSite {
   bool off_ = false;
   bool has_nomad_ = true;
   Mischief mischief_ = Mischief::none;
+  std::set<std::uint32_t> deaf_sessions_;
+  std::set<std::uint64_t> astray_;
   std::optional<int> interfered_channel_;
   std::uint64_t last_stranger_ = 0;
   std::uint64_t said_ = 0;

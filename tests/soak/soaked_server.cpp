@@ -7,6 +7,7 @@
 #include "WebsockServerWorker.h"
 #include "core/PingWorker.h"
 #include "json/JsonReader.h"
+#include "soak/patience.h"
 
 namespace soak {
 namespace {
@@ -80,24 +81,31 @@ void SoakedServer::await_dispatched() {
   wire_.send(beat_, beat_text);
   ++beats_sent_;
   settled_ = wire_.actions();
+  Patience patience("the messages' dispatch");
   const rrm::MutexLock lock(mutex_);
-  while (beats_ < beats_sent_) changed_.wait(mutex_);
+  while (beats_ < beats_sent_) patience.wait(changed_, mutex_);
 }
 
 void SoakedServer::await_scan(std::uint64_t number) {
+  Patience patience("a scan of the sessions");
   const rrm::MutexLock lock(mutex_);
-  while (scans_ < number) changed_.wait(mutex_);
+  while (scans_ < number) patience.wait(changed_, mutex_);
 }
 
 // The first pass serves what was queued and what is due; once there was another, what that buffered has been sent.
-void SoakedServer::pass_twice() const {
+void SoakedServer::pass_twice() {
   const auto running_domains = domains();
   for (const auto& worker : running_domains) {
+    longest_queue_ = std::max(longest_queue_, worker->queue_length());
     worker->enqueue_message(rrm::JsonReader(look_text), rrm::no_session);
     worker->enqueue_message(rrm::JsonReader(look_text), rrm::no_session);
   }
   for (const auto& worker : running_domains) {
-    while (worker->queue_length() != 0 && find_worker(worker->name) == worker) std::this_thread::yield();
+    Patience patience("the messages of " + worker->name);
+    while (worker->queue_length() != 0 && find_worker(worker->name) == worker) {
+      patience.check();
+      std::this_thread::yield();
+    }
     worker->execute_locked([] {});
   }
 }
@@ -121,9 +129,17 @@ std::vector<std::uint32_t> SoakedServer::sessions() const {
 }
 
 std::size_t SoakedServer::queued() const {
-  std::size_t queued = wire_.waiting();
+  std::size_t queued = 0;
   for (const auto& worker : domains()) queued += worker->queue_length();
   return queued;
+}
+
+std::optional<std::uint32_t> SoakedServer::session_of(lws* line) const {
+  const auto* const server = dynamic_cast<const rrm::WebsockServerWorker*>(websock_worker.get());
+  for (const auto& session : server->sessions_snapshot()) {
+    if (session->wsi == line) return session->id;
+  }
+  return std::nullopt;
 }
 
 }  // namespace soak

@@ -6,7 +6,9 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Config.h"
@@ -37,13 +39,17 @@ class SoakedServer final : public rrm::RRM {
   std::vector<std::shared_ptr<rrm::RrmWorker>> domains() const;
   // The sessions of access points that the server knows, by their numbers.
   std::vector<std::uint32_t> sessions() const;
-  // Of all domains, and of the network.
+  // The session at the server's end of a connection; empty where it has none yet.
+  std::optional<std::uint32_t> session_of(lws* line) const;
+  // The messages that wait for domains.
   std::size_t queued() const;
+  // The most that were seen to wait for one domain when the second's messages had come, since the last call.
+  std::size_t take_longest_queue() { return std::exchange(longest_queue_, 0); }
 
  private:
   void await_dispatched() RRM_EXCLUDES(mutex_);
   void await_scan(std::uint64_t number) RRM_EXCLUDES(mutex_);
-  void pass_twice() const;
+  void pass_twice();
 
   LockstepClock& clock_;
   Wire wire_;
@@ -53,6 +59,7 @@ class SoakedServer final : public rrm::RRM {
   std::condition_variable_any changed_;
   std::uint64_t beats_sent_ = 0;
   std::uint64_t settled_ = 0;  // actions of the far ends
+  std::size_t longest_queue_ = 0;
   std::uint64_t beats_ RRM_GUARDED_BY(mutex_) = 0;
   std::uint64_t scans_ RRM_GUARDED_BY(mutex_) = 0;
 };

@@ -26,6 +26,9 @@ using ::testing::IsEmpty;
 constexpr double largest_growth_of_days = 0.02;
 constexpr double largest_growth_of_hours = 0.05;
 
+// Messages of one domain: what its few access points have to say at once, and some of them three times.
+constexpr std::size_t most_queued = 100;
+
 int number_of_environment(const char* name, int otherwise) {
   const char* const text = std::getenv(name);
   return text == nullptr ? otherwise : std::atoi(text);
@@ -46,9 +49,9 @@ class Soak : public ::testing::Test {
       campus_.live();
       const Rest found = campus_.look();
       heap_.push_back(found.heap);
+      longest_queue_ = std::max(longest_queue_, found.longest_queue);
       if (rest % tell_every_ == 0) tell(found);
       ASSERT_THAT(found.faults, IsEmpty()) << "in hour " << rest / rests_per_hour;
-      ASSERT_EQ(found.queued, 0U) << "in hour " << rest / rests_per_hour;
     }
   }
 
@@ -67,18 +70,19 @@ class Soak : public ::testing::Test {
   }
 
   void tell_head() const {
-    std::printf("%5s %7s %8s %8s %7s %7s %7s %5s %5s %6s %8s %7s %7s %6s %7s %8s %9s %7s\n", "hour", "events", "said",
-                "heard", "cycles", "plans", "backups", "ends", "halls", "APs", "sessions", "clients", "blocked",
-                "heard", "reports", "files KiB", "heap KiB", "wall s");
+    std::printf("%5s %7s %8s %8s %7s %7s %7s %5s %5s %6s %8s %7s %7s %6s %6s %7s %8s %9s %7s\n", "hour", "events",
+                "said", "heard", "cycles", "plans", "backups", "ends", "halls", "APs", "sessions", "clients", "blocked",
+                "heard", "queue", "reports", "files KiB", "heap KiB", "wall s");
   }
   void tell(const Rest& rest) const {
     const Totals all = campus_.totals();
     const auto wall = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - began_);
-    std::printf("%5.1f %7lu %8lu %8lu %7lu %7lu %7lu %5lu %5zu %3zu+%-2zu %8zu %7zu %7zu %6zu %7zu %9zu %8zu %7lld\n",
-                static_cast<double>(campus_.seconds()) / Campus::hour, all.events, all.said, all.heard, all.cycles,
-                all.plans, all.backups, all.ends, rest.domains, rest.sizes.aps, rest.sizes.away, rest.sessions,
-                rest.sizes.clients, rest.sizes.blocked, rest.sizes.heard, rest.reports, rest.files / 1024,
-                rest.heap / 1024, static_cast<long long>(wall.count()));
+    std::printf(
+        "%5.1f %7lu %8lu %8lu %7lu %7lu %7lu %5lu %5zu %3zu+%-2zu %8zu %7zu %7zu %6zu %6zu %7zu %9zu %8zu %7lld\n",
+        static_cast<double>(campus_.seconds()) / Campus::hour, all.events, all.said, all.heard, all.cycles, all.plans,
+        all.backups, all.ends, rest.domains, rest.sizes.aps, rest.sizes.away, rest.sessions, rest.sizes.clients,
+        rest.sizes.blocked, rest.sizes.heard, rest.longest_queue, rest.reports, rest.files / 1024, rest.heap / 1024,
+        static_cast<long long>(wall.count()));
     std::fflush(stdout);
   }
 
@@ -89,6 +93,7 @@ class Soak : public ::testing::Test {
   Campus campus_{number_of_environment("ZAL_SOAK_HALLS", 3),
                  static_cast<std::uint64_t>(number_of_environment("ZAL_SOAK_SEED", 1))};
   std::vector<std::size_t> heap_;
+  std::size_t longest_queue_ = 0;
 };
 
 TEST_F(Soak, TheServerIsTheSameAfterAllThatTime) {
@@ -100,11 +105,12 @@ TEST_F(Soak, TheServerIsTheSameAfterAllThatTime) {
   if (HasFatalFailure()) return;
 
   EXPECT_LT(growth(hours_), hours_ >= 24 ? largest_growth_of_days : largest_growth_of_hours);
+  EXPECT_LE(longest_queue_, most_queued);
   EXPECT_THAT(campus_.hooks().troubles(), IsEmpty());
   const Totals all = campus_.totals();
-  EXPECT_GE(all.cycles, static_cast<std::uint64_t>(10 * hours_));
+  EXPECT_GE(all.fewest_cycles, static_cast<std::uint64_t>(2 * hours_));
   EXPECT_GE(all.plans, 4 * all.cycles);
-  EXPECT_GE(all.ends, 2U) << "the dark hall and the one that is configured anew";
+  EXPECT_EQ(all.ends, campus_.expected_ends()) << "the dark hall and the one that is configured anew";
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "core/clock.h"
+#include "soak/patience.h"
 
 namespace soak {
 namespace {
@@ -13,8 +14,9 @@ constexpr std::uintptr_t stand_in = 1'000'000;  // the library's own wake-ups ha
 }  // namespace
 
 void Wire::await_context() {
+  Patience patience("the listening server");
   const rrm::MutexLock lock(mutex_);
-  while (callback_ == nullptr) changed_.wait(mutex_);
+  while (callback_ == nullptr) patience.wait(changed_, mutex_);
 }
 
 lws_callback_function* Wire::callback() const {
@@ -93,11 +95,6 @@ std::uint64_t Wire::actions() const {
   return action_count_;
 }
 
-std::size_t Wire::waiting() const {
-  const rrm::MutexLock lock(mutex_);
-  return actions_.size() + events_.size();
-}
-
 std::vector<Wire::Event> Wire::take_events() {
   const rrm::MutexLock lock(mutex_);
   for (const Event& event : events_) {
@@ -107,8 +104,9 @@ std::vector<Wire::Event> Wire::take_events() {
 }
 
 void Wire::await_rest() {
+  Patience patience("the network's rest");
   const rrm::MutexLock lock(mutex_);
-  while (!at_rest()) changed_.wait(mutex_);
+  while (!at_rest()) patience.wait(changed_, mutex_);
 }
 
 bool Wire::at_rest() const {

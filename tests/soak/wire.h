@@ -50,7 +50,6 @@ class Wire final : public rrm::LwsApi {
   std::size_t lines() const RRM_EXCLUDES(mutex_);
   // What the far ends did so far.
   std::uint64_t actions() const RRM_EXCLUDES(mutex_);
-  std::size_t waiting() const RRM_EXCLUDES(mutex_);
 
   void set_log_level(int, void (*)(int level, const char* line)) override {}
   lws_context* create_context(const lws_context_creation_info& info) override RRM_EXCLUDES(mutex_);
