@@ -41,26 +41,26 @@ sim::AccessPoint access_point(std::size_t number, whole_site::Dice& dice) {
   return ap;
 }
 
-sim::Site a_campus(std::uint64_t seed) {
+sim::Site a_campus(std::size_t size, std::uint64_t seed) {
   sim::Site site;
   site.domain = campus_domain;
   site.name = site.domain;
   site.seed = seed;
   site.width = columns * spacing_m;
-  site.depth = Campus::size / columns * spacing_m;
+  site.depth = static_cast<double>((size + columns - 1) / columns) * spacing_m;
   site.radio_model.materials = sim::published_materials();
   site.scan.rounds = 1;
   site.scan.fast_seconds = 0.3;
   site.scan.sensitivity_dbm = {-80, -80, -80};
   whole_site::Dice dice(seed);
-  for (std::size_t i = 0; i < Campus::size; ++i) site.access_points.push_back(access_point(i, dice));
+  for (std::size_t i = 0; i < size; ++i) site.access_points.push_back(access_point(i, dice));
   return site;
 }
 
 }  // namespace
 
-Campus::Campus(int port, std::uint64_t seed)
-    : site_(a_campus(seed)),
+Campus::Campus(int port, std::size_t size, std::uint64_t seed)
+    : site_(a_campus(size, seed)),
       simulation_(site_,
                   [this](const std::string& line) {
                     const rrm::MutexLock lock(mutex_);

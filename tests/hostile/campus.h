@@ -1,5 +1,5 @@
-// Two hundred well-behaved access points of one domain, simulated on a thread of their own. The same seed gives the
-// same site, and so the same plan.
+// Well-behaved access points of one domain, simulated on a thread of their own. The same seed gives the same site, and
+// so the same plan.
 #pragma once
 
 #include <atomic>
@@ -18,9 +18,7 @@ namespace hostile {
 
 class Campus {
  public:
-  static constexpr std::size_t size = 200;
-
-  Campus(int port, std::uint64_t seed);
+  Campus(int port, std::size_t size, std::uint64_t seed);
   // Closes the sessions.
   ~Campus();
   Campus(const Campus&) = delete;

@@ -1,5 +1,6 @@
 #include "hostile/kinds.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace hostile {
@@ -22,6 +23,21 @@ std::vector<Kind> each_name_once() {
 const std::vector<Kind>& all_kinds() {
   static const std::vector<Kind> all = each_name_once();
   return all;
+}
+
+std::vector<Kind> kinds_named(const std::vector<std::string>& names) {
+  std::vector<Kind> kinds;
+  for (const std::string& name : names) {
+    const auto found =
+        std::find_if(all_kinds().begin(), all_kinds().end(), [&](const Kind& kind) { return kind.name == name; });
+    if (found == all_kinds().end()) throw std::logic_error("not in the table: " + name);
+    kinds.push_back(*found);
+  }
+  return kinds;
+}
+
+bool may_end_so(const Kind& kind, const Fate& fate) {
+  return fate == kind.fate || (kind.possible.contains(answer_lost) && fate == closed(1000));
 }
 
 Peer played(const Kind& kind, const Surroundings& surroundings, int number) {

@@ -1,6 +1,6 @@
 // The table of what no access point would send: how each kind is played, what becomes of the connection, and what the
 // server reports of it. Where a kind speaks for another access point, or to another domain, the surroundings tell
-// which: it must have no effect there.
+// which: that one must stay in service.
 #pragma once
 
 #include <functional>
@@ -25,6 +25,7 @@ struct Kind {
   Fate fate;
   std::set<int> events = {};    // that it raises, by their numbers
   std::set<int> possible = {};  // and those that the pace of the connection decides
+  std::string client = {};      // that the victim's domain takes for one of the victim's
 };
 
 inline void PrintTo(const Kind& kind, std::ostream* out) {
@@ -37,6 +38,12 @@ std::vector<Kind> json_kinds();
 std::vector<Kind> message_kinds();
 // All of these, each name once.
 const std::vector<Kind>& all_kinds();
+// Those of these names.
+std::vector<Kind> kinds_named(const std::vector<std::string>& names);
+
+// Whether it may end so: as expected, or, where answers may be lost, by the end of the session that overtakes the last
+// of them, since it is forced on a peer whose answers wait in a full queue.
+bool may_end_so(const Kind& kind, const Fate& fate);
 
 // A connection of its own on which the kind was played.
 Peer played(const Kind& kind, const Surroundings& surroundings, int number);

@@ -1,5 +1,9 @@
 // Messages that no access point has a reason to send. What they say in the name of another access point, or in another
-// domain, must have no effect there.
+// domain, must have no effect there, but for the clients: a domain takes word of them from anybody.
+#include <sys/socket.h>
+
+#include <fstream>
+#include <stdexcept>
 #include <string>
 
 #include "hostile/kinds.h"
@@ -17,6 +21,8 @@ using rrm::testing::ObjectText;
 using rrm::testing::quoted;
 using rrm::testing::RadioJson;
 using rrm::testing::WsClient;
+
+constexpr std::size_t most_in_queue = 16;  // answers that wait for their session
 
 using Play = std::function<void(Peer&)>;
 using Write = std::function<MessageJson(const Peer&)>;
@@ -54,7 +60,7 @@ std::string mac_number(int number) {
 }
 
 MessageJson client_event(const Peer& peer, const std::string& cmd, int client) {
-  return peer.message(cmd).with("radio", 0).with("rssi", -60).with("sta-mac", mac_number(client)).with("ssid", "staff");
+  return peer.client_event(cmd, mac_number(client));
 }
 
 Play many_clients(const std::string& cmd, int clients) {
@@ -129,12 +135,37 @@ void come_and_go(Peer& peer) {
   }
 }
 
-// More answers than the connection can hold.
+// The most that both ends of the connection hold on the way to the peer.
+std::size_t capacity_towards(Peer& peer) {
+  std::size_t least = 0;
+  std::size_t usual = 0;
+  std::size_t most = 0;
+  if (!(std::ifstream("/proc/sys/net/ipv4/tcp_wmem") >> least >> usual >> most)) {
+    throw std::runtime_error("no size of a send buffer");
+  }
+  int received = 0;
+  ::socklen_t size = sizeof received;
+  if (::getsockopt(peer.socket().fd(), SOL_SOCKET, SO_RCVBUF, &received, &size) != 0) {
+    throw std::runtime_error("no size of a receive buffer");
+  }
+  return most + static_cast<std::size_t>(received);
+}
+
+// More answers than its connection and its queue hold, so that it loses some for certain, and then thousands more,
+// which are all lost. The reset waits for the last of them: an event in the name of the peer, whose acknowledgement
+// comes to where somebody reads.
 void ask_and_never_read(Peer& peer) {
-  Peer deaf(peer.surroundings(), 0, 4096);
+  Peer deaf = peer.companion(4096);
   deaf.upgrade();
-  deaf.send(peer.subscription());
-  for (int i = 0; i < 3000; ++i) deaf.send(peer.message("rrm-config-changed").with_radio(a_2ghz_radio()));
+  deaf.send(deaf.subscription());
+  const std::string network(20'000, 'n');
+  const MessageJson big = client_event(deaf, "rrm-client-assoc", 1).with("ssid", network).with("need-ack", 1);
+  const std::size_t held = capacity_towards(deaf) / network.size() + most_in_queue;
+  for (std::size_t i = 0; i < held + most_in_queue; ++i) deaf.send(big);
+  const MessageJson small = deaf.message("rrm-config-changed").with_radio(a_2ghz_radio());
+  for (int i = 0; i < 2000; ++i) deaf.send(small);
+  deaf.send(client_event(peer, "rrm-client-assoc", 1).with("need-ack", 1));
+  if (!peer.await("rrm-client-assoc-ack")) throw std::runtime_error("the last question was not heard");
   deaf.socket().reset();
 }
 
@@ -409,7 +440,7 @@ std::vector<Kind> message_kinds() {
        served,
        {},
        {not_written, answer_lost}},
-      {"answers that nobody reads", session, ask_and_never_read, served, {}, {not_written, answer_lost}},
+      {"answers that nobody reads", ap, ask_and_never_read, served, {answer_lost}, {not_written}},
 
       // Answers that nobody asked for
       {"a mode without a subscription", session, commands({"rrm-mode-response"}), served, {refused_by_domain}},
@@ -512,7 +543,9 @@ std::vector<Kind> message_kinds() {
              .with("ssid", "staff");
        }),
        served,
-       {}},
+       {},
+       {},
+       mac_number(1)},
       {"an unstable client of another",
        session,
        says([](const Peer& peer) {

@@ -20,6 +20,7 @@ using rrm::testing::WsClient;
 using What = Fate::What;
 
 constexpr const char* asking_mac = "02:FE:00:00:00:01";
+constexpr int first_companion = 0x800000;
 constexpr const char* ping_payload = "still there?";
 
 bool has_input(int fd) {
@@ -70,6 +71,10 @@ void Peer::subscribe() {
   if (!await("subscribe-response")) throw std::runtime_error("no answer to a subscription");
 }
 
+Peer Peer::companion(int receive_buffer) const {
+  return {surroundings_, first_companion + number_, receive_buffer};
+}
+
 MessageJson Peer::message(const std::string& cmd) const {
   return rrm::testing::a_message(cmd, mac()).with("domain", yard_domain);
 }
@@ -83,6 +88,10 @@ MessageJson Peer::subscription() const {
 
 MessageJson Peer::message_of_victim(const std::string& cmd) const {
   return rrm::testing::a_message(cmd, surroundings_.victim_mac).with("domain", surroundings_.victim_domain);
+}
+
+MessageJson Peer::client_event(const std::string& cmd, const std::string& client) const {
+  return message(cmd).with("radio", 0).with("rssi", -60).with("sta-mac", client).with("ssid", "staff");
 }
 
 std::optional<std::string> Peer::await(const std::string& cmd) {

@@ -67,10 +67,15 @@ class Peer {
   // In the yard, with two radios.
   void subscribe();
 
+  // Another access point, as no other peer has it; a receive buffer as of WsClient.
+  Peer companion(int receive_buffer) const;
+
   // Messages of its own, in the yard; and those that give the victim as their sender.
   rrm::testing::MessageJson message(const std::string& cmd) const;
   rrm::testing::MessageJson subscription() const;
   rrm::testing::MessageJson message_of_victim(const std::string& cmd) const;
+  // Of a client that is well placed on radio 0.
+  rrm::testing::MessageJson client_event(const std::string& cmd, const std::string& client) const;
 
   void send(const rrm::testing::MessageJson& message) { socket_.send_text(message.text()); }
   // Reads on to the next message of that command; empty if the session ends before.

@@ -8,6 +8,7 @@
 
 #include "WebsockServerWorker.h"
 #include "core/log.h"
+#include "json/JsonReader.h"
 #include "support/capture.h"
 #include "support/ws_client.h"
 
@@ -52,6 +53,18 @@ std::vector<SiteServer::Session> SiteServer::sessions() const {
 std::set<int> SiteServer::take_events() {
   const rrm::MutexLock lock(mutex_);
   return std::exchange(events_, {});
+}
+
+std::string SiteServer::query(const std::string& request) {
+  return api_.process_rrm_command(rrm_, rrm::JsonReader(request.c_str())).value();
+}
+
+std::string SiteServer::domain(const std::string& domain) {
+  return query(R"({"domain":")" + domain + "\"}");
+}
+
+std::string SiteServer::access_point(const std::string& domain, const std::string& mac) {
+  return query(R"({"domain":")" + domain + R"(","ap":")" + mac + "\"}");
 }
 
 std::vector<std::string> SiteServer::steps(const std::string& domain) const {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Api.h"
 #include "Config.h"
 #include "RRM.h"
 #include "core/mutex.h"
@@ -47,12 +48,16 @@ class SiteServer {
   std::vector<Session> sessions() const;
   // The numbers of the events since the last call; the changes of a domain's state are left out.
   std::set<int> take_events();
+  // What the server tells of a domain, or of an access point of it.
+  std::string domain(const std::string& domain);
+  std::string access_point(const std::string& domain, const std::string& mac);
   // The log lines that tell how many access points took part in a step of an optimisation.
   std::vector<std::string> steps(const std::string& domain) const;
 
   const int port;
 
  private:
+  std::string query(const std::string& request);
   static void on_log(const char* file, int line, const char* function, int level, const char* format, va_list args);
   static void on_event(const int& id, const std::shared_ptr<std::string>& payload);
 
@@ -62,6 +67,7 @@ class SiteServer {
   std::vector<std::string> steps_ RRM_GUARDED_BY(mutex_);
   rrm::GlobalConfig config_;
   rrm::RRM rrm_;
+  rrm::Api api_;
 };
 
 }  // namespace hostile

@@ -7,8 +7,13 @@
 
 namespace hostile {
 
-Storm::Storm(Surroundings surroundings) : surroundings_(std::move(surroundings)), played_of_kind_(all_kinds().size()) {
-  for (std::size_t number = 0; number < size; ++number) threads_.emplace_back([this, number] { rage(number); });
+// Each begins at another place of the table.
+Storm::Storm(std::size_t size, std::vector<Kind> kinds, Surroundings surroundings)
+    : kinds_(std::move(kinds)), surroundings_(std::move(surroundings)), played_of_kind_(kinds_.size()) {
+  for (std::size_t i = 0; i < size; ++i) {
+    threads_.emplace_back(
+        [this, first = i * kinds_.size() / size, number = static_cast<int>(i) + 1] { rage(first, number); });
+  }
 }
 
 Storm::~Storm() {
@@ -31,11 +36,9 @@ std::vector<std::string> Storm::surprises() const {
   return surprises_;
 }
 
-// Each begins at another place of the table.
-void Storm::rage(std::size_t number) {
-  const std::vector<Kind>& kinds = all_kinds();
-  for (std::size_t i = number * kinds.size() / size; !is_over_; i = (i + 1) % kinds.size()) {
-    play(kinds[i], static_cast<int>(number) + 1);
+void Storm::rage(std::size_t first, int number) {
+  for (std::size_t i = first; !is_over_; i = (i + 1) % kinds_.size()) {
+    play(kinds_[i], number);
     ++played_of_kind_[i];
     ++played_;
   }
@@ -44,7 +47,7 @@ void Storm::rage(std::size_t number) {
 void Storm::play(const Kind& kind, int number) {
   try {
     const Fate fate = hostile::played(kind, surroundings_, number).look(kind.fate);
-    if (fate == kind.fate || (kind.fate == waited_on && fate == ended)) return;  // a slow look comes after the end
+    if (may_end_so(kind, fate) || (kind.fate == waited_on && fate == ended)) return;  // a slow look comes after the end
     std::ostringstream line;
     line << kind.name << ": ";
     PrintTo(fate, &line);

@@ -1,4 +1,4 @@
-// Fifty hostile connections, each on a thread of its own, that play one kind after the other until they are stopped.
+// Hostile connections, each on a thread of its own, that play one kind after the other until they are stopped.
 #pragma once
 
 #include <atomic>
@@ -14,9 +14,8 @@ namespace hostile {
 
 class Storm {
  public:
-  static constexpr std::size_t size = 50;
-
-  explicit Storm(Surroundings surroundings);
+  // Of so many connections.
+  Storm(std::size_t size, std::vector<Kind> kinds, Surroundings surroundings);
   // Stops.
   ~Storm();
   Storm(const Storm&) = delete;
@@ -29,10 +28,11 @@ class Storm {
   std::vector<std::string> surprises() const;
 
  private:
-  void rage(std::size_t number);
+  void rage(std::size_t first, int number);
   void play(const Kind& kind, int number);
   void note(const std::string& line);
 
+  const std::vector<Kind> kinds_;
   const Surroundings surroundings_;
   mutable rrm::Mutex mutex_;
   std::vector<std::string> surprises_ RRM_GUARDED_BY(mutex_);
