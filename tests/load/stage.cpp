@@ -41,6 +41,7 @@ std::string text_in(const Stage::Fields& reply, const char* key) {
 }
 
 constexpr std::size_t shown = 2000;
+constexpr std::chrono::seconds longest_beginning{2};  // of a session, until its first writable event
 
 }  // namespace
 
@@ -165,6 +166,7 @@ std::vector<int> Stage::session_ids() {
   std::vector<int> ids;
   const Json rest = ask_server({{"rrm", {{"sessions", 1}}}});
   for (const Json& session : rest.at("websock-sessions")) ids.push_back(session.at("id"));
+  for (const int id : ids) seen_.emplace(id, Steady::now());
   return ids;
 }
 
@@ -179,6 +181,9 @@ void Stage::drop(const std::vector<int>& ids, bool by_bus) {
     EXPECT_EQ(ask_server({{"rrm", {{"drop_session", "true"}, {"ids", ids}}}}), Json::object());
   }
   dropped.insert(ids.begin(), ids.end());
+  for (const int id : ids) {
+    if (Steady::now() < seen_.at(id) + longest_beginning) dropped_early.insert(id);
+  }
   if (!ids.empty()) fulfilled();
 }
 

@@ -3,6 +3,7 @@
 // the main loop in turn.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -87,12 +88,16 @@ class Stage {
   int vrrp_state = 3;
   std::map<std::string, KnownAp> records;  // of the controller, by address
   std::set<int> dropped;                   // sessions, by id
+  std::set<int> dropped_early;             // of these, those that may not have had their first writable event
   bool is_fulfilled = false;
 
  private:
+  using Steady = std::chrono::steady_clock;
+
   Json value_of(const Key& key, bool wrong);
 
   int patterns_made_ = 0;
+  std::map<int, Steady::time_point> seen_;  // when each session was first told of
 };
 
 // One kind of order.
