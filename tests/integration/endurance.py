@@ -1,7 +1,8 @@
 """The daemon through a long shift: a simulated office is served for as long as is wanted, beside access points of another
 domain that crash, stall, flap and never read, and every few minutes the daemon is killed and its controller starts it
 again. Each time the office comes back from the domain's backup and is planned again, and between two kills the daemon
-grows by nothing.
+grows by nothing. Each life of the daemon must see each misdeed that it is long enough for, and the simulated access
+points must have nothing to tell but that they lost their sessions at each kill and came back.
 
 usage: endurance.py CONTROLLER DAEMON APSIM SITES MINUTES"""
 
@@ -36,7 +37,17 @@ RESTART_S = 40  # the controller's longest pause and the daemon's own start
 GROWTH_OF_MEMORY = 0.05
 GROWTH_OF_DESCRIPTORS = 8  # sessions of the misbehaving come and go
 # What the misbehaving bring about: messages of sessions and access points that are gone, and answers that nobody reads.
-EXPECTED_ERRORS = ("invalid session", "invalid exist session", "AP not found", "queue overflow")
+EXPECTED_ERRORS = ("invalid session", "invalid exist session", "AP not found", "queue overflow",
+                   "Can't send msg to websocket")
+SILENCE_S = 90  # after so long a session that says nothing is ended, within
+DROP_S = 12     # the longest period of the watch over them and the time that a connection has to take the order
+LONGEST_CRASH_S = 10
+QUESTIONS_S = 60
+BIG_ANSWER = 20_000
+# How long a misdeed takes at most, from its first connection; a life that is longer than that by the margin has seen it.
+LONGEST_MISDEED_S = {"crash": LONGEST_CRASH_S, "stall": SILENCE_S + DROP_S, "flap": 1, "never_read": QUESTIONS_S + 10}
+MISDEED_MARGIN_S = 30
+SIMULATOR_TELLS = re.compile(r"(\S+): (connected|the (?:session|connection) ended, connecting again and again)")
 
 
 class Endurance:
@@ -52,13 +63,17 @@ class Endurance:
         self.seconds = minutes * 60
         self.began = time.monotonic()
         self.daemon = Daemon(controller, daemon, setup)
-        self.sim_path = os.path.join(self.daemon.directory.name, "apsim.out")
-        with open(self.sim_path, "wb") as output:
+        # Its tables on the one, what went wrong on the other.
+        self.sim_tables = os.path.join(self.daemon.directory.name, "apsim.out")
+        self.sim_words = os.path.join(self.daemon.directory.name, "apsim.err")
+        with open(self.sim_tables, "wb") as tables, open(self.sim_words, "wb") as words:
             self.sim = subprocess.Popen([apsim, "--site", site_path, "--server",
                                          f"ws://127.0.0.1:{self.daemon.port}/apb/rrm"],
-                                        stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT)
+                                        stdin=subprocess.DEVNULL, stdout=tables, stderr=words)
         self.chance = random.Random(1)
+        self.kills = 0
         self.misdeeds = collections.Counter()
+        self.faults = []
         self.lives = []
 
     # The daemon.
@@ -78,6 +93,8 @@ class Endurance:
         """The seconds that it took."""
         began = time.monotonic()
         while not await condition():
+            if self.sim.poll() is not None:
+                raise AssertionError(f"the simulator ended with {self.sim.returncode}:\n{self.simulator_words()}")
             if time.monotonic() - began > seconds:
                 raise AssertionError(f"{what} not within {seconds:.0f} s:\n{self.words()}")
             await asyncio.sleep(0.2)
@@ -131,14 +148,31 @@ class Endurance:
         return {"rss_kib": int(status["VmRSS"].split()[0]), "threads": int(status["Threads"]),
                 "descriptors": len(os.listdir(f"/proc/{pid}/fd"))}
 
-    # Access points that misbehave. Each begins again after every end, also after those of the daemon.
+    def simulator_words(self):
+        with open(self.sim_words, encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    def simulator_tables(self):
+        with open(self.sim_tables, encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    def cycles(self):
+        """Those that every simulated access point has gone through."""
+        return len(re.findall(rf"^{OFFICE}: cycle \d+ planned", self.simulator_tables(), re.MULTILINE))
+
+    # Access points that misbehave. Each begins again after every end, also after those of the daemon, which are none of
+    # its own: what a kill has cut short does not count.
 
     async def again_and_again(self, name, misdeed):
         while True:
+            kills = self.kills
             with contextlib.suppress(OSError, asyncio.TimeoutError, asyncio.IncompleteReadError, AssertionError,
                                      websockets.WebSocketException):
-                await misdeed()
-                self.misdeeds[name] += 1
+                fault = await misdeed()
+                if self.kills == kills:
+                    self.misdeeds[name] += 1
+                    if fault:
+                        self.faults.append(fault)
             await asyncio.sleep(self.chance.uniform(0.5, 2))
 
     async def joined(self, mac):
@@ -153,50 +187,67 @@ class Endurance:
 
     async def crash(self, mac):
         bare = await self.joined_bare(mac)
-        await asyncio.sleep(self.chance.uniform(2, 10))
+        await asyncio.sleep(self.chance.uniform(2, LONGEST_CRASH_S))
         linger = struct.pack("ii", 1, 0)  # the end is a reset
         bare.writer.get_extra_info("socket").setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger)
         bare.writer.transport.abort()
 
     async def stall(self, mac):
-        """Keeps its socket, reads, and says nothing any more, until the server ends the session."""
+        """Keeps its socket, reads, and says nothing any more, until the server ends the session, which must not be before
+        its time."""
+        began = time.monotonic()  # the server counts from its last message, which is later
         bare = await self.joined_bare(mac)
         try:
             while await asyncio.wait_for(bare.reader.read(65536), 180):
                 pass
         finally:
             await bare.close()
+        silence = time.monotonic() - began
+        return None if silence > SILENCE_S - 1 else f"a session ended after {silence:.0f} s of silence"
 
     async def flap(self, mac):
         ap = await self.joined(mac)
         await ap.close()
 
     async def never_read(self, mac):
-        """Asks on and on, and takes none of the answers."""
+        """Asks on and on, and takes none of the answers, which are soon more than both ends of the connection hold."""
         bare = await self.joined_bare(mac)
         bare.writer.transport.pause_reading()
-        question = frame(json.dumps(envelope("rrm-config-changed", mac, domain=LAB, radios=[radio(0), radio(1)])).encode())
+        client = {"radio": 0, "rssi": -60, "sta-mac": "02:00:AB:00:00:01", "need-ack": 1}
+        small, big = (frame(json.dumps(message).encode()) for message in (
+            envelope("rrm-config-changed", mac, domain=LAB, radios=[radio(0), radio(1)]),
+            envelope("rrm-client-assoc", mac, domain=LAB, ssid="n" * BIG_ANSWER, **client)))
+        rounds = 2 * QUESTIONS_S
+        big_ones = 2 * self.held_by_connection(bare) // BIG_ANSWER // rounds + 1
         try:
-            for _ in range(120):
-                await asyncio.wait_for(bare.write(question), 10)
+            for _ in range(rounds):
+                await asyncio.wait_for(bare.write(60 * small + big_ones * big), 10)
                 await asyncio.sleep(0.5)
         finally:
             bare.writer.transport.abort()
+
+    @staticmethod
+    def held_by_connection(bare):
+        """The bytes at most: what the kernel lets the sender's buffer grow to, and the receiver's."""
+        with open("/proc/sys/net/ipv4/tcp_wmem", encoding="ascii") as file:
+            sent = int(file.read().split()[2])
+        return sent + bare.writer.get_extra_info("socket").getsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF)
 
     # The shift.
 
     async def life(self, number, may_be_short):
         """From the daemon's start to just before its end."""
+        began, misdeeds = time.monotonic(), self.misdeeds.copy()
         listening = await self.await_that("the daemon listens", RESTART_S, self.listens)
         if number > 0:
             await self.await_that("the backup is restored", RETURN_S, self.is_restored)
         returned = await self.await_that("all access points are served", RETURN_S, self.all_served)
-        before = len(self.reports()[0])
+        before, seen = len(self.reports()[0]), self.cycles()
         await asyncio.to_thread(self.daemon.zalctl, "api", "optimize", OFFICE)
         pid, samples, end = self.pid(), [], time.monotonic() + (0 if may_be_short else LIFE_S)
 
         async def has_planned():
-            return len(self.reports()[0]) > before
+            return len(self.reports()[0]) > before and self.cycles() > seen
 
         planned = await self.await_that("a cycle ends", LONGEST_CYCLE_S, has_planned)
         while time.monotonic() < end:
@@ -207,10 +258,19 @@ class Endurance:
             raise AssertionError(f"torn reports: {faults}")
         if self.pid() != pid:
             raise AssertionError(f"the daemon ended by itself:\n{self.words()}")
+        self.expect_misdeeds(time.monotonic() - began, self.misdeeds - misdeeds)
         life = {"listening_s": round(listening, 1), "return_s": round(returned, 1), "cycle_s": round(planned, 1),
                 "reports": len(index), **self.trend(samples)}
         self.lives.append(life)
         print(" ".join(f"{life.get(column, '-'):>11}" for column in COLUMNS), flush=True)
+
+    def expect_misdeeds(self, seconds, done):
+        missing = [name for name, longest in LONGEST_MISDEED_S.items()
+                   if seconds > longest + MISDEED_MARGIN_S and not done[name]]
+        if missing:
+            raise AssertionError(f"in {seconds:.0f} s nobody came to the end of: {', '.join(missing)}")
+        if self.faults:
+            raise AssertionError("\n".join(self.faults))
 
     async def into_a_cycle(self):
         """Somewhere in it: among its delay, the modes, the scan and the report."""
@@ -242,13 +302,13 @@ class Endurance:
                  for act in actors]
         try:
             print(" ".join(f"{column:>11}" for column in COLUMNS), flush=True)
-            number, short = 0, self.seconds < 2 * LIFE_S
-            while number == 0 or time.monotonic() - self.began + LIFE_S < self.seconds:
-                await self.life(number, short)
-                if number % 2 == 1:
+            short = self.seconds < 2 * LIFE_S
+            while self.kills == 0 or time.monotonic() - self.began + LIFE_S < self.seconds:
+                await self.life(self.kills, short)
+                if self.kills % 2 == 1:
                     await self.into_a_cycle()
+                self.kills += 1
                 os.kill(self.pid(), signal.SIGKILL)
-                number += 1
                 await asyncio.sleep(0.5)
             await self.await_that("the daemon listens", RESTART_S, self.listens)
             await self.await_that("the backup is restored", RETURN_S, self.is_restored)
@@ -257,23 +317,40 @@ class Endurance:
             for task in tasks:
                 task.cancel()
             await asyncio.gather(*tasks, return_exceptions=True)
-        return {"minutes": round((time.monotonic() - self.began) / 60, 1), "kills": number,
+        return {"minutes": round((time.monotonic() - self.began) / 60, 1), "kills": self.kills,
                 "longest_return_s": max([life["return_s"] for life in self.lives] + [round(returned, 1)]),
                 "reports": len(self.reports()[0]), "misdeeds": dict(sorted(self.misdeeds.items()))}
 
-    def end(self, kills):
+    def end_simulator(self):
+        """It ends well, and each access point has lost its session at each kill and come back, and no more."""
+        self.sim.send_signal(signal.SIGTERM)
+        status = self.sim.wait(60)
+        words = self.simulator_words().splitlines()
+        told = [SIMULATOR_TELLS.fullmatch(line) for line in words]
+        strange = [line for line, known in zip(words, told, strict=True) if not known]
+        if status != 0 or strange:
+            raise AssertionError(f"the simulator ended with {status} and said:\n" + "\n".join(strange[:20]))
+        came, went = (collections.Counter(known[1] for known in told if (known[2] == "connected") is back)
+                      for back in (True, False))
+        wanted = len(self.office) * [self.kills]
+        if sorted(came.values()) != wanted or sorted(went.values()) != wanted:
+            raise AssertionError(f"after {self.kills} kills sessions were lost {dict(went)} and came back {dict(came)}")
+        if missed := re.findall(r"^FAILED .*", self.simulator_tables(), re.MULTILINE):
+            raise AssertionError("the plan is not as the site expects it:\n" + "\n".join(missed))
+
+    def end(self):
         """The access points, then the daemon: both as they should, and nothing stays behind."""
         pid = self.pid()
-        self.sim.send_signal(signal.SIGTERM)
-        self.sim.wait(60)
+        self.end_simulator()
         lines = self.errors()
         strange = [line for line in lines if not any(kind in line for kind in EXPECTED_ERRORS)]
-        self.daemon.stop(kills)
+        self.daemon.stop(self.kills)
+        errors = {kind: sum(kind in line for line in lines) for kind in EXPECTED_ERRORS}
         if strange:
             raise AssertionError("errors in the log:\n" + "\n".join(strange[:20]))
         if os.path.exists(f"/proc/{pid}") or os.path.exists(self.daemon.directory.name):
             raise AssertionError("something is left behind")
-        return {kind: sum(kind in line for line in lines) for kind in EXPECTED_ERRORS}
+        return errors
 
     def abandon(self):
         for process in (self.sim, self.daemon.process):
@@ -292,7 +369,7 @@ def main():
     endurance = Endurance(*programs, float(minutes))
     try:
         figures = asyncio.run(endurance.shift())
-        figures["errors"] = endurance.end(figures["kills"])
+        figures["errors"] = endurance.end()
     except BaseException:
         endurance.abandon()
         raise
