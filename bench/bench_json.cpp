@@ -21,6 +21,7 @@
 #include "Measures.h"
 #include "ap_corpus.h"
 #include "json/JsonReader.h"
+#include "json/JsonWriter.h"
 
 #ifdef ZAL_BENCH_BOOST_JSON
 #include <boost/json.hpp>
@@ -71,20 +72,24 @@ constexpr std::size_t arena_block_size = 8192;
 // One library's way to do both.
 struct Ours {
   static constexpr const char* name = "yajson";
-  using Tree = rrm::JsonReader;
+  using Tree = rrm::JsonWriter;
 
   static void read(const std::string& text) {
     const rrm::JsonReader reader(text.c_str(), arena_block_size);
     benchmark::DoNotOptimize(reader.empty());
   }
-  static Tree tree(const std::string& text) { return {text.c_str(), arena_block_size}; }
+  static Tree tree(const std::string& text) {
+    Tree tree;
+    tree.add_members(rrm::JsonReader(text.c_str(), arena_block_size));
+    return tree;
+  }
   static std::string write(const Tree& tree) { return tree.to_string(); }
   static void write_only(const Tree& tree) { benchmark::DoNotOptimize(tree.to_string()); }
 };
 
 #ifdef ZAL_BENCH_BOOST_JSON
 struct Boost {
-  static constexpr const char* name = "boost";
+  static constexpr const char* name = "Boost.JSON";
   using Tree = boost::json::value;
 
   static void read(const std::string& text) {
@@ -109,11 +114,11 @@ void add_benchmarks(const Document& document) {
     std::fprintf(stderr, "%s does not give back the document \"%s\"\n", Library::name, document.name);
     std::exit(1);
   }
-  benchmark::RegisterBenchmark(run_name("read").c_str(), [&document, count_bytes](benchmark::State& state) {
+  benchmark::RegisterBenchmark(run_name("JSON read").c_str(), [&document, count_bytes](benchmark::State& state) {
     for (auto _ : state) Library::read(document.text);
     count_bytes(state);
   });
-  benchmark::RegisterBenchmark(run_name("write").c_str(), [tree, count_bytes](benchmark::State& state) {
+  benchmark::RegisterBenchmark(run_name("JSON write").c_str(), [tree, count_bytes](benchmark::State& state) {
     for (auto _ : state) Library::write_only(*tree);
     count_bytes(state);
   });
@@ -147,8 +152,8 @@ int main(int argc, char** argv) {
 #ifdef ZAL_BENCH_BOOST_JSON
     add_benchmarks<Boost>(document);
 #endif
-    goals[std::string("read/") + document.name] = "1.3, never below 1";
-    goals[std::string("write/") + document.name] = "1.0";
+    goals[std::string("JSON read/") + document.name] = "1.3, never below 1";
+    goals[std::string("JSON write/") + document.name] = "1.0";
   }
   for (const Document& document : documents) {
     const bool is_small = document.name == documents.front().name;
@@ -158,7 +163,7 @@ int main(int argc, char** argv) {
                   {},
                   is_small ? "4" : ""});
   }
-  const int status = zal::bench::Comparison(measures, Ours::name, "boost", goals).run(argc, argv);
+  const int status = zal::bench::Comparison(measures, Ours::name, "Boost.JSON", goals).run(argc, argv);
   measures.write();
   return status;
 }

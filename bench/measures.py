@@ -40,12 +40,24 @@ def figure(value):
     return f"{value:,.0f}".replace(",", " ") if abs(value) >= 1000 else f"{value:.3g}"
 
 
+def beside(row):
+    return f"{row['anchor']} {figure(row['anchor_value'])}" if "anchor" in row else ""
+
+
+def ratio(row):
+    return f"{row['ratio']:.2f}" if "ratio" in row else ""
+
+
 def write_table(rows):
     print("| measure | value | beside | ratio | to reach |\n|---|---:|---:|---:|---|")
     for row in rows:
-        beside = f"{row['anchor']} {figure(row['anchor_value'])}" if "anchor" in row else ""
-        ratio = f"{row['ratio']:.2f}" if "ratio" in row else ""
-        print(f"| {row['name']} | {figure(row['value'])} {row['unit']} | {beside} | {ratio} | {row.get('goal', '')} |")
+        print(f"| {row['name']} | {figure(row['value'])} {row['unit']} | {beside(row)} | {ratio(row)} | {row['goal']} |")
+
+
+def write_list(rows):
+    print("| measure | value | beside | ratio |\n|---|---:|---:|---:|")
+    for row in rows:
+        print(f"| {row['name']} | {figure(row['value'])} {row['unit']} | {beside(row)} | {ratio(row)} |")
 
 
 def main():
@@ -55,7 +67,9 @@ def main():
         with open(path, encoding="utf-8") as file:
             rows += json.load(file)
     if as_table:
-        write_table(rows)
+        write_table([row for row in rows if "goal" in row])
+        print("\nWhat is only stated:\n")
+        write_list([row for row in rows if "goal" not in row])
     else:
         json.dump(rows, sys.stdout, indent=1)
 

@@ -219,6 +219,7 @@ std::size_t WireClient::take_frames(std::size_t index, std::string_view bytes) {
       on_text_(index, frame.payload);
     } else if (frame.first == ping_opcode) {
       send(index, std::make_shared<const std::string>(masked(pong_opcode, frame.payload)));
+      on_ping_(index);
     } else {
       end(index);
     }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace zal::bench {
@@ -23,6 +24,7 @@ double now_seconds();
 class WireClient {
  public:
   using OnText = std::function<void(std::size_t connection, std::string_view text)>;
+  using OnPing = std::function<void(std::size_t connection)>;
 
   // Throws std::runtime_error, from the other operations too, when the kernel refuses what is asked of it.
   WireClient(int port, std::size_t connections, OnText on_text);
@@ -30,6 +32,8 @@ class WireClient {
   WireClient(const WireClient&) = delete;
   WireClient& operator=(const WireClient&) = delete;
 
+  // Every ping is answered; this is told of each.
+  void on_ping(OnPing on_ping) { on_ping_ = std::move(on_ping); }
   // Opens all connections, some at a time. Throws if they are not open after `patience` seconds or one is refused.
   void open_all(double patience);
   void send(std::size_t connection, Frame frame);
@@ -65,6 +69,7 @@ class WireClient {
 
   const int port_;
   const OnText on_text_;
+  OnPing on_ping_ = [](std::size_t) {};
   int epoll_ = -1;
   std::vector<Connection> connections_;
   std::size_t open_ = 0;

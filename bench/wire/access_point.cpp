@@ -26,7 +26,7 @@ constexpr std::array<RadioKind, 3> radio_kinds{{
 std::string mac_text(std::uint64_t address) {
   std::array<char, 18> text{};
   const auto byte = [address](int place) { return static_cast<unsigned>(address >> (8 * place) & 0xff); };
-  std::snprintf(text.data(), text.size(), "%02x:%02x:%02x:%02x:%02x:%02x", byte(5), byte(4), byte(3), byte(2), byte(1),
+  std::snprintf(text.data(), text.size(), "%02X:%02X:%02X:%02X:%02X:%02X", byte(5), byte(4), byte(3), byte(2), byte(1),
                 byte(0));
   return text.data();
 }
@@ -82,15 +82,19 @@ std::string AccessPoint::subscription() const {
 
 std::string AccessPoint::association(std::size_t client) const {
   return envelope("rrm-client-assoc") + "," + field("radio", 1) + "," + field("rssi", -70) + "," +
-         field("sta-mac", mac_text(0x06b000000000 + (static_cast<std::uint64_t>(index_) << 16) + client)) + "," +
-         field("ssid", "network-0") + "," + field("no-balance", 0) + "," + field("need-ack", 1) + "}";
+         field("sta-mac", client_address(client)) + "," + field("ssid", "network-0") + "," + field("no-balance", 0) +
+         "," + field("need-ack", 1) + "}";
+}
+
+std::string AccessPoint::client_address(std::size_t client) const {
+  return mac_text(0x06b000000000 + (static_cast<std::uint64_t>(index_) << 16) + client);
 }
 
 std::string AccessPoint::modes() const {
   return envelope("rrm-mode-response") + radios(8) + "}";
 }
 
-std::string AccessPoint::scan_answer(std::size_t heard) const {
+std::string AccessPoint::scan_answer(std::size_t rounds, std::size_t heard) const {
   std::string list;
   for (std::size_t i = 0; i < heard; ++i) {
     const std::size_t radio = i % radio_kinds.size();
@@ -101,7 +105,9 @@ std::string AccessPoint::scan_answer(std::size_t heard) const {
             field("bandwidth", 20) + "," + field("rssi", -50 - static_cast<int>(i % 40)) + "," +
             field("primary-channel", "") + "}";
   }
-  return envelope("rrm-response") + radios(8) + ",\"rf-environment\":[[" + list + "]]}";
+  std::string all;
+  for (std::size_t i = 0; i < rounds; ++i) all += (i == 0 ? "[" : ",[") + list + "]";
+  return envelope("rrm-response") + radios(8) + ",\"rf-environment\":[" + all + "]}";
 }
 
 }  // namespace zal::bench

@@ -40,7 +40,7 @@ struct Message {
 };
 using Item = std::shared_ptr<Message>;
 
-volatile std::sig_atomic_t stop_ordered = 0;
+std::atomic<bool> stop_ordered{false};
 lws_context* context = nullptr;
 rrm::Ring<Item> replies{capacity};
 
@@ -159,7 +159,10 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: hop_echo PORT\n");
     return 2;
   }
-  std::signal(SIGTERM, [](int) { stop_ordered = 1; });
+  sigset_t ends;
+  sigemptyset(&ends);
+  sigaddset(&ends, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &ends, nullptr);
   std::array<lws_protocols, 3> protocols{};
   protocols[0].name = "http";
   protocols[0].callback = lws_callback_http_dummy;
@@ -183,8 +186,16 @@ int main(int argc, char** argv) {
     first_hop = &first;
     std::printf("ready\n");
     std::fflush(stdout);
-    while (stop_ordered == 0 && lws_service(context, 0) >= 0) {
+    // A signal between a look at the flag and the library's sleep would be slept over.
+    std::thread order([&ends] {
+      int signal = 0;
+      sigwait(&ends, &signal);
+      stop_ordered = true;
+      lws_cancel_service(context);
+    });
+    while (!stop_ordered && lws_service(context, 0) >= 0) {
     }
+    order.join();
   }
   lws_context_destroy(context);
   return 0;
