@@ -77,6 +77,7 @@ bool put_copies_in_place(ReportTexts& files) {
 }
 
 bool plain_rewrite(ReportTexts& files, std::time_t now, unsigned days) {
+  for (const std::string file : live_files) files.erase(tmp(file));
   files[report_start] = "1\n";
   if (!copy_kept_lines(files, now, days) || !put_copies_in_place(files)) {
     plain_recovery(files);

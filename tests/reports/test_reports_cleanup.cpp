@@ -737,6 +737,27 @@ TEST_F(CleanupRecovery, LeavesTheOtherMarkerOfTheTwoToTheNextRun) {
   EXPECT_EQ(said(), (std::vector<LogLine>{unclean_, cleaned_up_, nothing, unclean_, rolled_back_, nothing}));
 }
 
+TEST_F(CleanupRecovery, LeavesNoCopyBehindTheOtherMarkerToARewrite) {
+  const FileTexts markers{{start_name, "1\n"}, {done_name, "1\n"}};
+  lay(before_ + named(after_, ".tmp") + markers);
+  EXPECT_EQ(clean_without(std::string("sync ") + start_name), EIO);
+  EXPECT_EQ(files(), before_);
+
+  FileTexts texts = before_;
+  texts[config_name] = "";
+  lay(texts + named(after_, ".tmp") + markers);
+  EXPECT_EQ(clean(), ENOENT);
+  EXPECT_EQ(files(), texts);
+
+  lay(texts + named(after_, ".tmp"));
+  EXPECT_EQ(clean(), ENOENT);
+  EXPECT_EQ(files(), texts);
+
+  lay(before_ + FileTexts{{"report_cfg_lab.txt.tmp", ""}});
+  EXPECT_EQ(clean_without("remove report_cfg_lab.txt.tmp"), EIO);
+  EXPECT_EQ(files(), (before_ + FileTexts{{"report_cfg_lab.txt.tmp", ""}}));
+}
+
 TEST_F(CleanupRecovery, ComesBeforeARewriteInTheSameRun) {
   lay(named(before_, ".old") + FileTexts{{start_name, ""}});
   EXPECT_EQ(clean(), 0);

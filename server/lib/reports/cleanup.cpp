@@ -126,6 +126,17 @@ int delete_inconsistent(const RewriteFiles& files) {
   return 0;
 }
 
+// The copies of another rewrite are none of this one's: a file without lines would get its own from there. There are
+// some where both markers lay, for then the recovery leaves the first one, and what it stands for, to the next run.
+// What could not be looked for may prove to be none.
+int remove_leftover_copies(const RewriteFiles& files) {
+  for (const std::string& file : files.in_order()) {
+    const int error = remove_if_there(tmp_name(file));
+    if (error != 0 && error != ENOENT) return error;
+  }
+  return 0;
+}
+
 // From here on until the commit a crash is undone.
 int mark_start(const RewriteFiles& files, const std::string& path) {
   std::ofstream marker(files.start_status);
@@ -184,6 +195,7 @@ int purge(const RewriteFiles& files, const std::string& path, std::time_t now, s
 
 int rewrite(const RewriteFiles& files, const std::string& domain, const std::string& path, std::time_t now,
             std::uint32_t days) {
+  if (const int error = remove_leftover_copies(files)) return error;
   if (const int error = mark_start(files, path)) return error;
   if (const int error = purge(files, path, now, days)) {
     RRM_LOG(LOG_WARNING, "Purge failed for domain \"%s\" (err=%d); running recovery.", domain.c_str(), error);
