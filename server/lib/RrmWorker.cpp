@@ -283,11 +283,7 @@ void RrmWorker::dispatch(Command command, const JsonReader& json, const BaseSess
 
   const MacAddr mac = MacAddr::parse(json.get_string(key::ap_mac));
   RRM_LOG(LOG_TRACE, "process_message %s for %s", protocol::command_name(command), mac.to_string().c_str());
-  if (command == Command::subscribe_request) {
-    if (!is_closed(session)) return process_subscribe_request(json, session, mac);
-    RRM_LOG(LOG_TRACE, "process_message: session %u is being closed", session.id);
-    return;
-  }
+  if (command == Command::subscribe_request) return process_subscribe_request(json, session, mac);
   if (!protocol::check_version(json, protocol::version)) {
     RRM_LOG(LOG_WARNING, "Incoming message version failed");
     emit_event_plain(1);
@@ -384,6 +380,10 @@ void RrmWorker::process_subscribe_request(const JsonReader& json, const BaseSess
   }
   const auto factory = read_factory(json);
   if (!factory) return refuse_subscribe(SubscribeFailure::not_served, session, mac);
+  if (is_closed(session)) {
+    RRM_LOG(LOG_TRACE, "process_message: session %u is being closed", session.id);
+    return;
+  }
 
   if (const auto active = aps_.find_by_any_mac(mac)) {
     RRM_LOG(LOG_TRACE, "To exists subscribe request");
@@ -456,10 +456,9 @@ void RrmWorker::refuse_subscribe(SubscribeFailure failure, const BaseSession& se
 
 void RrmWorker::update_session(ApEntry& ap, const BaseSession& session) {
   if (ap.session.id == session.id) return;
-  const BaseSession before = ap.session;
-  if (!ap.session_dropped) owner->drop_session_at_websock_worker(before, true);
-  ap.session = session;
-  ap.session_dropped = false;
+  const BaseSession before = std::exchange(ap.session, session);
+  if (std::exchange(ap.session_dropped, false)) return;
+  owner->drop_session_at_websock_worker(before, true);
   forget_closed_session(before);
 }
 
@@ -469,7 +468,7 @@ void RrmWorker::update_session(ApEntry& ap, const BaseSession& session) {
 void RrmWorker::forget_closed_session(const BaseSession& session) {
   const auto is_of_session = [&](const auto& known) { return known.second->session.id == session.id; };
   if (session.id == no_session.id) return;
-  closed_sessions_.push_back(session.id);
+  if (!is_closed(session)) closed_sessions_.push_back(session.id);
   if (closed_sessions_.size() > most_closed_sessions) closed_sessions_.pop_front();
   if (std::any_of(aps_.begin(), aps_.end(), is_of_session) ||
       std::any_of(unanswered_aps_.begin(), unanswered_aps_.end(), is_of_session)) {

@@ -81,22 +81,20 @@ TEST_F(Subscribe, IsRefusedWith503AndClosedForABadVersionOrFactory) {
       {"empty mac", MessageJson(good).with_raw("factory", R"({"board":"1","hw":"2","serial":"3","mac":""})")},
       {"number", MessageJson(good).with_raw("factory", R"({"board":1,"hw":"2","serial":"3","mac":"4"})")},
   };
-  std::uint32_t session = 7;
   for (const auto& [name, message] : cases) {
-    receive(session, message);
-    const std::string id = std::to_string(session++);
+    receive(7, message);
     EXPECT_LINES(journal.take(), ({
                                      "TRACE process_message subscribe-request for 00:11:22:33:44:00",
-                                     "SEND " + id + " " + told_failure(503, "00:11:22:33:44:00"),
-                                     "TRACE drop_session_at_websock_worker: " + id + " force: 0",
-                                     "DROP " + id,
+                                     "SEND 7 " + told_failure(503, "00:11:22:33:44:00"),
+                                     "TRACE drop_session_at_websock_worker: 7 force: 0",
+                                     "DROP 7",
                                  }))
         << name;
     EXPECT_TRUE(aps().empty()) << name;
   }
 }
 
-TEST_F(Subscribe, IsRefusedWith503AlsoForAKnownApWhichStays) {
+TEST_F(Subscribe, IsRefusedWith503AlsoForAKnownApWhichStaysWithItsOwnSession) {
   start();
   subscribe(1, an_ap36());
   receive(2, an_ap36().without("factory"));
@@ -137,6 +135,29 @@ TEST_F(Subscribe, AnOldSessionThatIsReplacedSubscribesNobodyEither) {
   subscribe(2000, an_ap36());
   receive(1, an_ap36());
   EXPECT_EQ(ap(ap1)->session.id, 2000u);
+}
+
+// However often one session is refused, it takes one place among them.
+TEST_F(Subscribe, ManyRefusalsOfOneSessionLetNoOtherBack) {
+  start();
+  subscribe(1, an_ap36());
+  subscribe(2, an_ap36());
+  for (int i = 0; i < 1024; ++i) receive(7, an_ap36(ap2).without("factory"));
+  receive(1, an_ap36());
+  EXPECT_EQ(ap(ap1)->session.id, 2u);
+}
+
+// Its end was told, and none is ordered.
+TEST_F(Subscribe, ASessionThatEndedByItselfTakesNoPlaceAmongThem) {
+  start();
+  subscribe(1, an_ap36());
+  subscribe(2, an_ap36());
+  for (std::uint32_t session = 100; session < 1125; ++session) {
+    subscribe(session, an_ap36(ap2));
+    drop(session);
+  }
+  receive(1, an_ap36());
+  EXPECT_EQ(ap(ap1)->session.id, 2u);
 }
 
 // What it says besides is judged as ever.
