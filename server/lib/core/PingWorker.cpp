@@ -14,7 +14,7 @@ constexpr std::uint32_t scan_timer = 0;
 constexpr std::int64_t longest_silence_s = 90;
 constexpr std::int64_t quiet_s = 29;  // up to here a session needs no ping
 constexpr std::int64_t ping_period_s = 10;
-constexpr std::int64_t longest_wait_s = 300;  // to take what waits: long beyond any pause of a network
+constexpr std::int64_t longest_wait_s = 300;  // for room: long beyond any pause of a network
 
 }  // namespace
 
@@ -43,8 +43,8 @@ void PingWorker::scan() {
 void PingWorker::check(const WebsockSession& session, std::int64_t now_s) {
   const std::int64_t age_s = now_s - session.last_seen;
   const std::int64_t waits_since = session.waits_since;
-  const bool takes_nothing = waits_since != WebsockSession::nothing_waits && now_s - waits_since > longest_wait_s;
-  if (age_s > longest_silence_s || takes_nothing) {
+  const bool has_no_room = waits_since != WebsockSession::nothing_waits && now_s - waits_since > longest_wait_s;
+  if (age_s > longest_silence_s || has_no_room) {
     owner->drop_session_at_websock_worker(session, true);
     owner->drop_session_at_rrm_workers(session);
   } else if (age_s > quiet_s && age_s % ping_period_s == 0) {

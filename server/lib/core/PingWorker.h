@@ -1,6 +1,6 @@
 // Watches the liveness of every session once a second: pings the quiet ones, and drops those that have said nothing for
-// more than 90 seconds, or have taken nothing of what waits for them for more than 300, at the WebSocket worker and at
-// all domain workers. A late scan skips the pings of the seconds that it missed.
+// more than 90 seconds, or whose connection has had no room for what waits for them for more than 300, at the WebSocket
+// worker and at all domain workers. A late scan skips the pings of the seconds that it missed.
 #pragma once
 
 #include <cstdint>

@@ -22,8 +22,8 @@ struct WebsockSession : BaseSession {
   BufferInfo buffer;     // the message being assembled
   bool stalled = false;  // a message was lost on its full send ring, and it has taken nothing since
 
-  // Written with the session lock, read without it. Something waits to be sent, and it has taken nothing since that
-  // monotonic second.
+  // Written with the session lock, read without it. Something waits to be sent, and the connection has had no room for
+  // any of it since that monotonic second.
   static constexpr std::int64_t nothing_waits = -1;
   std::atomic<std::int64_t> waits_since{nothing_waits};
   std::atomic<std::int64_t> last_seen;    // monotonic second of the last whole message or pong
