@@ -488,7 +488,7 @@ class Domain {
   std::uint32_t session_of(char slot) {
     const std::size_t place = place_of(slot) % sessions_.size();
     if (slot >= 'A' && slot <= 'Z' && former_[place] != 0) {
-      if (!closed_.contains(former_[place])) late_.insert(former_[place]);
+      late_.insert(former_[place]);
       return former_[place];
     }
     if (sessions_[place] == 0) sessions_[place] = ++last_session_;
@@ -535,7 +535,7 @@ class Domain {
   // An AP that subscribes over another session gives up the one that it had.
   void note_replaced_session(const zal::fuzz::MessageReading& reading, std::uint32_t session) {
     if (reading.command != rrm::protocol::Command::subscribe_request || reading.ap == nullptr) return;
-    const std::uint32_t before = reading.ap->session.id;
+    const std::uint32_t before = reading.ap->session_dropped ? 0 : reading.ap->session.id;
     if (before != 0 && before != session) closed_.insert(before);
   }
 
@@ -546,6 +546,7 @@ class Domain {
     zal::fuzz::MessageReading reading;
     locked([&](RrmWorker& lab) RRM_NO_THREAD_SAFETY_ANALYSIS {
       pass_time(lab);
+      claims_.check(lab);
       clients_.check(lab);
       reading = zal::fuzz::reading_of(lab, global_.enabled(), json, session);
       const bool subscribes = reading.command == rrm::protocol::Command::subscribe_request;
@@ -761,7 +762,7 @@ class Domain {
     claims_.check(lab);
     channels_.check(lab.channel_pools());
     clients_.check(lab);
-    clients_.settle(lab);
+    clients_.settle();
     std::set<const ApEntry*> seen;
     std::set<MacAddr> keys;
     for (const ApMap* set : {&lab.aps(), &lab.deleted_aps(), &lab.unanswered_aps()}) {
@@ -775,7 +776,7 @@ class Domain {
           require_sound(radio);
           require_placed(radio);
         }
-        if (set != &lab.deleted_aps()) require_lives(ap->session.id);
+        if (set != &lab.deleted_aps()) require_subscribed(ap->session.id);
       }
     }
     const auto status = static_cast<std::int32_t>(lab.tpc_dca().rrm_status());
@@ -791,10 +792,12 @@ class Domain {
     }
   }
 
-  void require_lives(std::uint32_t session) const {
+  void require_subscribed(std::uint32_t session) const {
     require(session != 0, "an AP that is here has a session");
-    require(!gone_.contains(session) || late_.contains(session), "an AP that is here has a session that lives");
+    require(!closed_.contains(session) && !has_ended(session), "an AP that is here has a session that lives");
   }
+  // And has not spoken since.
+  bool has_ended(std::uint32_t session) const { return gone_.contains(session) && !late_.contains(session); }
 
   void read_sent() {
     namespace command = rrm::protocol::command;
@@ -809,7 +812,7 @@ class Domain {
                                                         command::rrm_disassoc_request,
                                                         command::rrm_sta_overload};
     for (const RecordingServer::Sent& sent : server_.take_sent()) {
-      require_lives(sent.session);
+      require(sent.session != 0 && !has_ended(sent.session), "what is sent has somebody to hear it");
       const JsonReader json(sent.text.c_str());
       require(!json.empty(), "what is sent can be read");
       require(std::string_view(json.get_string("service")) == "rrm", "what is sent names its service");

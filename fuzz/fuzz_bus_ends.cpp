@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -171,7 +172,7 @@ std::string meaning(const Arrived& frame) {
 void serve(controller::Bus& bus) {
   std::vector<pollfd> fds;
   bus.add_to(fds);
-  require(::poll(fds.data(), fds.size(), 0) >= 0, "the controller polls");
+  while (::poll(fds.data(), fds.size(), 0) < 0) require(errno == EINTR, "the controller polls");
   bus.on_events(fds);
 }
 

@@ -13,6 +13,7 @@
 #include "reports/file_sync.h"
 #include "reports/lines.h"
 #include "reports/queries.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -98,5 +99,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto length = static_cast<std::size_t>(kept);
   require(length <= size && (length == 0 || content[length - 1] == '\n'), "whole lines stay");
   require(content.find('\n', length) == std::string::npos, "all of them");
+  require(rrm::testing::read_file(file.name()) == content.substr(0, length), "and nothing else");
   return 0;
 }

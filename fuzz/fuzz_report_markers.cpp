@@ -150,7 +150,12 @@ void check_saving(const Directory& directory) {
     const std::string& text = files.at(name);
     require(text.starts_with(kept), "whole lines stay");
     const std::string added = text.substr(kept.size());
-    require(name == report_data ? added.empty() : added.starts_with(std::string("1.1,") + new_date), "one is added");
+    if (name == report_data) {
+      require(added.empty(), "no radio has a line");
+    } else {
+      require(added.starts_with(std::string("1.1,") + new_date), "one is added");
+      require(added.find('\n') == added.size() - 1, "one line");
+    }
   }
 }
 

@@ -45,7 +45,7 @@ constexpr std::size_t most_pieces = 64;  // the rest comes in one
 constexpr std::size_t most_replies = 8;  // fewer than a session's ring holds
 constexpr std::size_t most_frames = 64;
 constexpr std::size_t repetition = 8192;  // of a long frame's payload
-constexpr std::chrono::seconds patience{20};
+constexpr std::chrono::seconds patience{80};
 constexpr const char* sha1_answer = "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=";
 
 constexpr std::string_view upgrade =

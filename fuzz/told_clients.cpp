@@ -142,6 +142,7 @@ void ToldClients::check(RrmWorker& domain) {
   away_ = std::move(away);
   newcomer_ = {};
   clients_of_newcomer_ = {};
+  std::erase_if(departures_, [&](const Departure& departure) { return waits_for_its_order(domain, departure); });
 }
 
 // Only a client that was steered elsewhere goes by itself.
@@ -153,20 +154,25 @@ void ToldClients::take_departures(const MacAddr& ap, const Radio& radio, Station
   });
 }
 
-void ToldClients::settle(RrmWorker& domain) {
+void ToldClients::settle() {
   for (const Departure& departure : departures_) {
-    require(orders_dropped_ || is_ordered(domain, departure), "a client goes by an order to its AP");
+    require(orders_dropped_ || ordered_.contains(departure), "a client goes by an order to its AP");
   }
   departures_.clear();
   ordered_.clear();
   orders_dropped_ = false;
 }
 
-// The order was sent, waits, or lost its AP.
-bool ToldClients::is_ordered(RrmWorker& domain, const Departure& departure) const {
-  if (ordered_.contains(departure)) return true;
-  const auto ap = domain.aps().find(departure.ap);
-  return ap == nullptr || ap->radios.find(departure.radio)->problist.disassoc().contains(departure.station);
+// Or has lost its AP. The order may still be withdrawn, where the client turns up elsewhere before it is sent. An AP
+// that came back under another of its addresses may not be found under its own.
+bool ToldClients::waits_for_its_order(RrmWorker& domain, const Departure& departure) {
+  bool has_lost_its_ap = true;
+  for (const auto& [key, ap] : domain.aps()) {
+    if (ap->mac != departure.ap) continue;
+    if (ap->radios.find(departure.radio)->problist.disassoc().contains(departure.station)) return true;
+    has_lost_its_ap = false;
+  }
+  return has_lost_its_ap;
 }
 
 void ToldClients::read_disassociation(const JsonReader& order) {

@@ -26,7 +26,7 @@ class ToldClients {
   // After any one event. Two of them, such as a second and a message, are two checks.
   void check(rrm::RrmWorker& domain);
   // What the checks since the last time left open, once all that was sent has been read.
-  void settle(rrm::RrmWorker& domain);
+  void settle();
   // What an AP is ordered to do: to send clients away, or to move some of them.
   void read_disassociation(const rrm::JsonReader& order);
   void check_overload(const rrm::JsonReader& order, const rrm::DomainConfig& settings) const;
@@ -52,7 +52,7 @@ class ToldClients {
   void hear_event(rrm::RrmWorker& domain, const MessageReading& reading, const rrm::JsonReader& message);
   void arrive(rrm::RrmWorker& domain, const rrm::Radio& radio, const rrm::MacAddr& station);
   void take_departures(const rrm::MacAddr& ap, const rrm::Radio& radio, Stations& told);
-  bool is_ordered(rrm::RrmWorker& domain, const Departure& departure) const;
+  static bool waits_for_its_order(rrm::RrmWorker& domain, const Departure& departure);
   Radios expected_of(const std::shared_ptr<rrm::ApEntry>& ap, bool is_away) const;
 
   std::map<const rrm::ApEntry*, Radios> clients_;
