@@ -101,11 +101,18 @@ void Campus::live() {
   do {
     second();
   } while (seconds_ % rest_period != 0);
-  for (int waited = 0; waited < longest_cycle && in_cycle(); ++waited) second();
+  // How long a plan takes in the world is no matter here.
+  is_awaiting_cycles_ = true;
+  for (int waited = 0; waited < longest_cycle && in_cycle(); ++waited) {
+    second();
+    server_.await_plans();
+  }
+  is_awaiting_cycles_ = false;
 }
 
 bool Campus::is_quiet() const {
-  return seconds_ % rest_period >= rest_period - quiet_before_rest || seconds_ % rest_period == 0;
+  return is_awaiting_cycles_ || seconds_ % rest_period >= rest_period - quiet_before_rest ||
+         seconds_ % rest_period == 0;
 }
 
 void Campus::second() {
@@ -195,6 +202,8 @@ void Campus::every_hour() {
 
 void Campus::every_night() {
   const std::int64_t of_day = seconds_ % day;
+  // A plan that is cut off with its worker would be counted and not reported.
+  if (of_day == dark_from || of_day == edited_at) server_.await_plans();
   if (of_day == dark_from) halls_.at(dark_hall)->switch_off();
   if (of_day == dark_until) {
     restore(halls_.at(dark_hall)->name());
@@ -250,7 +259,8 @@ Rest Campus::look() {
   const std::vector<std::uint32_t> sessions = server_.sessions();
   rest.sessions = sessions.size();
   rest.longest_queue = server_.take_longest_queue();
-  if (server_.queued() != 0) add({std::to_string(server_.queued()) + " messages are left in the queues"});
+  if (server_.queued() != 0) add({std::to_string(server_.queued()) + " messages wait for domains"});
+  add(faults_of_waiting());
   add(faults_of_losses());
   if (in_cycle()) add({"a cycle does not end"});
   if (sessions.size() + 1 != server_.wire().lines()) {
@@ -275,13 +285,25 @@ Rest Campus::look() {
   return rest;
 }
 
+// Only who does not read is waited for.
+std::vector<std::string> Campus::faults_of_waiting() const {
+  std::vector<std::string> faults;
+  for (const std::uint32_t session : server_.waited_for()) {
+    if (!was_deaf(session)) faults.push_back("something waits for session " + std::to_string(session));
+  }
+  return faults;
+}
+
+bool Campus::was_deaf(std::uint32_t session) const {
+  return std::any_of(halls_.begin(), halls_.end(),
+                     [&](const auto& hall) { return hall->deaf_sessions().contains(session); });
+}
+
 // Only what is not read may be lost, and only a client that was sent where nobody is.
 std::vector<std::string> Campus::faults_of_losses() {
   std::vector<std::string> faults;
   for (const std::uint32_t session : hooks_.take_overflowed()) {
-    const bool was_deaf = std::any_of(halls_.begin(), halls_.end(),
-                                      [&](const auto& hall) { return hall->deaf_sessions().contains(session); });
-    if (!was_deaf) faults.push_back("messages to session " + std::to_string(session) + " were lost");
+    if (!was_deaf(session)) faults.push_back("messages to session " + std::to_string(session) + " were lost");
   }
   std::set<std::uint64_t> astray;
   for (const auto& hall : halls_) astray.merge(hall->take_astray());
@@ -291,12 +313,14 @@ std::vector<std::string> Campus::faults_of_losses() {
   return faults;
 }
 
-// Every plan is reported; where reports have become too old, there are fewer than before.
+// Every plan is reported, and once; when reports have become too old, there are fewer than before.
 std::vector<std::string> Campus::faults_of_progress(const std::string& hall, std::size_t reports) {
   const Progress now{hooks_.cycles(hall), reports};
   const Progress before = std::exchange(progress_[hall], now);
-  if (now.cycles == before.cycles || now.reports != before.reports) return {};
-  return {hall + " has planned and reported nothing"};
+  const auto planned = now.cycles - before.cycles;
+  if (now.reports < before.reports || now.reports - before.reports == planned) return {};
+  return {hall + " has planned " + std::to_string(planned) + " times and reported " +
+          std::to_string(now.reports - before.reports)};
 }
 
 std::uint64_t Campus::expected_ends() const {

@@ -86,6 +86,8 @@ class Campus {
   bool any_misbehaves(Mischief how) const;
   bool in_cycle() const;
   bool is_quiet() const;
+  bool was_deaf(std::uint32_t session) const;
+  std::vector<std::string> faults_of_waiting() const;
 
   rrm::testing::TempDir directory_;
   LockstepClock clock_;
@@ -95,6 +97,7 @@ class Campus {
   SoakedServer server_;
   std::vector<std::unique_ptr<SimulatedDomain>> halls_;
   whole_site::Dice dice_;
+  bool is_awaiting_cycles_ = false;
   std::map<std::string, Progress> progress_;  // of each hall at the last rest
   std::int64_t seconds_ = 0;
   std::size_t heap_at_start_ = 0;

@@ -75,7 +75,6 @@ class Inspection {
       add("the index has " + std::to_string(set.storage().size()) + " addresses, the set " +
           std::to_string(addresses.size()));
     }
-    sizes_.addresses += set.storage().size();
   }
 
   void look_at(const rrm::ApEntry& ap) {
@@ -132,7 +131,6 @@ class Inspection {
 Sizes& Sizes::operator+=(const Sizes& other) {
   aps += other.aps;
   away += other.away;
-  addresses += other.addresses;
   clients += other.clients;
   blocked += other.blocked;
   heard += other.heard;

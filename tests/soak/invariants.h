@@ -13,11 +13,10 @@ namespace soak {
 // How much a domain holds.
 struct Sizes {
   std::size_t aps = 0;
-  std::size_t away = 0;       // gone or silent
-  std::size_t addresses = 0;  // of the indexes
-  std::size_t clients = 0;    // with those that are expected
-  std::size_t blocked = 0;    // on blacklists
-  std::size_t heard = 0;      // of members and of others
+  std::size_t away = 0;     // gone or silent
+  std::size_t clients = 0;  // with those that are expected
+  std::size_t blocked = 0;  // on blacklists
+  std::size_t heard = 0;    // of members and of others
 
   Sizes& operator+=(const Sizes& other);
 };

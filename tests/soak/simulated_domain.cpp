@@ -108,9 +108,7 @@ void SimulatedDomain::second() {
   for (std::size_t ap = 0; ap < ends_.size(); ++ap) {
     if (ends_[ap].wanted && ends_[ap].line == nullptr && seconds_ >= ends_[ap].retry_at) call(ap);
   }
-  if (mischief_ == Mischief::hangs && ends_[misfit].line != nullptr) {
-    if (const auto session = server_.session_of(ends_[misfit].line)) deaf_sessions_.insert(*session);
-  }
+  note_deaf_session();
   for (std::size_t ap = 0; ap < ends_.size(); ++ap) {
     if (simulation_.subscribed(ap)) ends_[ap].served_at = seconds_;
   }
@@ -139,6 +137,12 @@ void SimulatedDomain::misbehave(Mischief how) {
     connect(misfit);
   }
   if (how == Mischief::hangs) server_.wire().stop_reading(end.line);
+  note_deaf_session();
+}
+
+void SimulatedDomain::note_deaf_session() {
+  if (mischief_ != Mischief::hangs || ends_[misfit].line == nullptr) return;
+  if (const auto session = server_.session_of(ends_[misfit].line)) deaf_sessions_.insert(*session);
 }
 
 std::vector<sim::Mac> SimulatedDomain::served() const {

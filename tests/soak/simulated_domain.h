@@ -98,6 +98,7 @@ class SimulatedDomain final : public whole_site::LivedInSite {
   void call(std::size_t ap);
   void hear_text(std::size_t ap, const std::string& text);
   void check_plan(std::size_t ap, const std::string& text);
+  void note_deaf_session();
   void note_roam(const std::string& text);
   Mischief mischief_of(std::size_t ap) const { return ap == misfit ? mischief_ : Mischief::none; }
   std::vector<std::string> spoiled(std::size_t ap, const std::string& text) const;

@@ -4,6 +4,7 @@
 #include <thread>
 #include <utility>
 
+#include "TpcDcaSubworker.h"
 #include "WebsockServerWorker.h"
 #include "core/PingWorker.h"
 #include "json/JsonReader.h"
@@ -75,6 +76,21 @@ void SoakedServer::settle() {
   wire_.await_rest();
 }
 
+void SoakedServer::await_plans() {
+  Patience patience("a plan");
+  const auto any_is_computing = [this] {
+    bool computing = false;
+    for (const auto& domain : domains()) {
+      domain->execute_locked([&] { computing = computing || domain->tpc_dca().computing(); });
+    }
+    return computing;
+  };
+  while (any_is_computing()) {
+    patience.check();
+    pass_twice();
+  }
+}
+
 // One service thread and one jsonificator keep the order: what was sent before the beat has been dispatched.
 void SoakedServer::await_dispatched() {
   if (!has_news()) return;
@@ -132,6 +148,15 @@ std::size_t SoakedServer::queued() const {
   std::size_t queued = 0;
   for (const auto& worker : domains()) queued += worker->queue_length();
   return queued;
+}
+
+std::vector<std::uint32_t> SoakedServer::waited_for() const {
+  std::vector<std::uint32_t> ids;
+  const auto* const server = dynamic_cast<const rrm::WebsockServerWorker*>(websock_worker.get());
+  for (const auto& session : server->sessions_snapshot()) {
+    if (session->waits_since != rrm::WebsockSession::nothing_waits) ids.push_back(session->id);
+  }
+  return ids;
 }
 
 std::optional<std::uint32_t> SoakedServer::session_of(lws* line) const {

@@ -32,6 +32,8 @@ class SoakedServer final : public rrm::RRM {
   // All that was said to the server is heard by whom it concerns, and what that brought forth has left. What access
   // points have to say to that is the next thing.
   void settle();
+  // What is being planned is.
+  void await_plans();
   // The far ends have done something since.
   bool has_news() const { return wire_.actions() != settled_; }
 
@@ -41,8 +43,9 @@ class SoakedServer final : public rrm::RRM {
   std::vector<std::uint32_t> sessions() const;
   // The session at the server's end of a connection; empty where it has none yet.
   std::optional<std::uint32_t> session_of(lws* line) const;
-  // The messages that wait for domains.
+  // The messages that wait for domains, and the sessions that something waits for.
   std::size_t queued() const;
+  std::vector<std::uint32_t> waited_for() const;
   // The most that were seen to wait for one domain when the second's messages had come, since the last call.
   std::size_t take_longest_queue() { return std::exchange(longest_queue_, 0); }
 

@@ -1,6 +1,6 @@
 // Days in the life of a server, in minutes: ten halls of access points live through three days of simulated time. At
-// every rest all that must always hold does, nothing is left in any queue, and the memory in use stays the same from
-// the first day to the last.
+// every rest all that must always hold does, nothing waits for a domain or for who reads, and the memory in use stays
+// the same from the first day to the last.
 //
 // ZAL_SOAK_HOURS and ZAL_SOAK_HALLS (three at least) make it longer and bigger, ZAL_SOAK_SEED gives it another life.
 #include <gmock/gmock.h>
