@@ -121,19 +121,6 @@ const std::vector<Key>& domain_keys() {
 
 ExpectedConfig::ExpectedConfig() : global(standard_section(global_keys())), common(standard_section(domain_keys())) {}
 
-ExpectedConfig::ExpectedConfig(const Json& document) : ExpectedConfig() {
-  take_over(global, document.at("global"));
-  take_over(common, document.at("common"));
-  for (Json section : document.at("patterns")) {
-    const std::string name = section.at("pattern");
-    section.erase("pattern");
-    take_over(patterns.emplace(name, standard_section(domain_keys())).first->second, section);
-  }
-  for (const Json& domain : document.at("domains")) {
-    domains[domain.at("domain")] = {domain.at("pattern"), domain.value("time_zone", "")};
-  }
-}
-
 Json* ExpectedConfig::settings_of(const std::string& pattern) {
   if (pattern == "common") return &common;
   const auto found = patterns.find(pattern);

@@ -34,8 +34,6 @@ struct Binding {
 
 struct ExpectedConfig {
   ExpectedConfig();
-  // What a setup says.
-  explicit ExpectedConfig(const Json& document);
 
   Json global;
   Json common;
@@ -47,7 +45,6 @@ struct ExpectedConfig {
   bool is_bound(const std::string& pattern) const;
   void remove_pattern(const std::string& pattern);  // and its domains
   Json document() const;
-  bool operator==(const ExpectedConfig&) const = default;
 };
 
 // What is wrong with the values of a section: an object of key and value each, in the order of the keys.

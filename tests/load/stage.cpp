@@ -41,7 +41,7 @@ std::string text_in(const Stage::Fields& reply, const char* key) {
 }
 
 constexpr std::size_t shown = 2000;
-constexpr std::chrono::seconds longest_beginning{2};  // of a session, until its first writable event
+constexpr std::chrono::seconds longest_beginning{10};  // of a session, until its first writable event
 
 }  // namespace
 
