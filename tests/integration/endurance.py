@@ -28,6 +28,7 @@ from wire import AccessPoint, BareSocket, envelope, frame, new_mac, radio, subsc
 
 OFFICE, LAB = "office", "lab"
 LIFE_S = 150  # from the return of all access points to the next kill
+WATCH_S = 60  # after the plan at least, when the daemon has no reason to grow any more
 SAMPLE_S = 5
 # The longest back-off of a simulated access point is 30 s and a quarter of that; the rest is for the subscription.
 RETURN_S = 30 * 1.25 + 15
@@ -66,15 +67,18 @@ class Endurance:
         # Its tables on the one, what went wrong on the other.
         self.sim_tables = os.path.join(self.daemon.directory.name, "apsim.out")
         self.sim_words = os.path.join(self.daemon.directory.name, "apsim.err")
-        with open(self.sim_tables, "wb") as tables, open(self.sim_words, "wb") as words:
-            self.sim = subprocess.Popen([apsim, "--site", site_path, "--server",
-                                         f"ws://127.0.0.1:{self.daemon.port}/apb/rrm"],
-                                        stdin=subprocess.DEVNULL, stdout=tables, stderr=words)
+        self.sim = None
+        self.sim_command = [apsim, "--site", site_path, "--server", f"ws://127.0.0.1:{self.daemon.port}/apb/rrm"]
+        self.error_lines = {}  # in their order, each once
         self.chance = random.Random(1)
         self.kills = 0
         self.misdeeds = collections.Counter()
         self.faults = []
         self.lives = []
+
+    def start_simulator(self):
+        with open(self.sim_tables, "wb") as tables, open(self.sim_words, "wb") as words:
+            self.sim = subprocess.Popen(self.sim_command, stdin=subprocess.DEVNULL, stdout=tables, stderr=words)
 
     # The daemon.
 
@@ -134,13 +138,13 @@ class Endurance:
     def words(self):
         return "\n".join(self.daemon.output().splitlines()[-20:])
 
-    def errors(self):
-        lines = []
+    def read_errors(self):
+        """Before the log has moved on over them: it keeps 60 MiB, some minutes of what the misbehaving say."""
         for name in os.listdir(self.daemon.state):
             if name.startswith("zal_rrm.log"):
-                with open(os.path.join(self.daemon.state, name), encoding="utf-8", errors="replace") as file:
-                    lines += [line.rstrip("\n") for line in file if re.match(r"\S+ ERROR", line)]
-        return lines
+                with contextlib.suppress(FileNotFoundError):  # it was renamed meanwhile
+                    with open(os.path.join(self.daemon.state, name), encoding="utf-8", errors="replace") as file:
+                        self.error_lines.update((line, None) for line in file if re.match(r"\S+ ERROR.*\n", line))
 
     def sample(self, pid):
         with open(f"/proc/{pid}/status", encoding="ascii", errors="replace") as file:
@@ -235,13 +239,19 @@ class Endurance:
 
     # The shift.
 
+    async def all_return(self, is_restart):
+        """The seconds that it took from the opening of the port."""
+        began = time.monotonic()
+        if is_restart:
+            await self.await_that("the backup is restored", RETURN_S, self.is_restored)
+        await self.await_that("all access points are served", RETURN_S, self.all_served)
+        return time.monotonic() - began
+
     async def life(self, number, may_be_short):
         """From the daemon's start to just before its end."""
         began, misdeeds = time.monotonic(), self.misdeeds.copy()
         listening = await self.await_that("the daemon listens", RESTART_S, self.listens)
-        if number > 0:
-            await self.await_that("the backup is restored", RETURN_S, self.is_restored)
-        returned = await self.await_that("all access points are served", RETURN_S, self.all_served)
+        returned = await self.all_return(number > 0)
         before, seen = len(self.reports()[0]), self.cycles()
         await asyncio.to_thread(self.daemon.zalctl, "api", "optimize", OFFICE)
         pid, samples, end = self.pid(), [], time.monotonic() + (0 if may_be_short else LIFE_S)
@@ -250,6 +260,8 @@ class Endurance:
             return len(self.reports()[0]) > before and self.cycles() > seen
 
         planned = await self.await_that("a cycle ends", LONGEST_CYCLE_S, has_planned)
+        if not may_be_short:
+            end = max(end, time.monotonic() + WATCH_S)
         while time.monotonic() < end:
             samples.append(self.sample(pid))
             await asyncio.sleep(SAMPLE_S)
@@ -259,6 +271,7 @@ class Endurance:
         if self.pid() != pid:
             raise AssertionError(f"the daemon ended by itself:\n{self.words()}")
         self.expect_misdeeds(time.monotonic() - began, self.misdeeds - misdeeds)
+        self.read_errors()
         life = {"listening_s": round(listening, 1), "return_s": round(returned, 1), "cycle_s": round(planned, 1),
                 "reports": len(index), **self.trend(samples)}
         self.lives.append(life)
@@ -311,8 +324,7 @@ class Endurance:
                 os.kill(self.pid(), signal.SIGKILL)
                 await asyncio.sleep(0.5)
             await self.await_that("the daemon listens", RESTART_S, self.listens)
-            await self.await_that("the backup is restored", RETURN_S, self.is_restored)
-            returned = await self.await_that("all access points are served", RETURN_S, self.all_served)
+            returned = await self.all_return(True)
         finally:
             for task in tasks:
                 task.cancel()
@@ -342,21 +354,25 @@ class Endurance:
         """The access points, then the daemon: both as they should, and nothing stays behind."""
         pid = self.pid()
         self.end_simulator()
-        lines = self.errors()
-        strange = [line for line in lines if not any(kind in line for kind in EXPECTED_ERRORS)]
+        self.read_errors()
+        strange = [line for line in self.error_lines if not any(kind in line for kind in EXPECTED_ERRORS)]
         self.daemon.stop(self.kills)
-        errors = {kind: sum(kind in line for line in lines) for kind in EXPECTED_ERRORS}
+        errors = {kind: sum(kind in line for line in self.error_lines) for kind in EXPECTED_ERRORS}
         if strange:
-            raise AssertionError("errors in the log:\n" + "\n".join(strange[:20]))
+            raise AssertionError("errors in the log:\n" + "".join(strange[:20]))
         if os.path.exists(f"/proc/{pid}") or os.path.exists(self.daemon.directory.name):
             raise AssertionError("something is left behind")
         return errors
 
     def abandon(self):
         for process in (self.sim, self.daemon.process):
-            if process.poll() is None:
+            if process is not None and process.poll() is None:
                 process.terminate()
-                process.wait(60)
+                try:
+                    process.wait(60)
+                except subprocess.TimeoutExpired:
+                    process.kill()
+                    process.wait()
         self.daemon.directory.cleanup()
 
 
@@ -366,8 +382,10 @@ COLUMNS = ("listening_s", "return_s", "cycle_s", "reports", "rss_kib_first", "rs
 
 def main():
     *programs, minutes = sys.argv[1:]
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     endurance = Endurance(*programs, float(minutes))
     try:
+        endurance.start_simulator()
         figures = asyncio.run(endurance.shift())
         figures["errors"] = endurance.end()
     except BaseException:
