@@ -13,10 +13,12 @@ import json
 import os
 import re
 import resource
+import signal
 import statistics
 import subprocess
 import sys
 import time
+import traceback
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [HERE, os.path.join(HERE, "..", "tests", "integration")]
@@ -285,12 +287,13 @@ def main():
              "memory": lambda: measure_memory(arguments.build, measures),
              "rest": lambda: measure_rest(arguments.build, measures),
              "group": lambda: measure_group(arguments.build, measures)}
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     failures = []
     for part in arguments.only.split(","):
         try:
             parts[part]()
-        except (RuntimeError, AssertionError, OSError, subprocess.SubprocessError) as error:
-            failures.append(f"{part}: {error}")
+        except Exception:  # the rest is worth measuring all the same
+            failures.append(f"{part}:\n{traceback.format_exc()}")
     if arguments.json:
         measures.write(arguments.json)
     if failures:

@@ -59,7 +59,13 @@ class Daemon:
         with open(self.output_path, "wb") as output:
             self.process = subprocess.Popen([*self._command, "--vrrp", str(vrrp)], stdout=output, stderr=subprocess.STDOUT,
                                             stdin=subprocess.DEVNULL)
-        self._await("does not serve", serves)
+        try:
+            self._await("does not serve", serves)
+        except BaseException:
+            self.process.kill()
+            self.process.wait()
+            self.directory.cleanup()
+            raise
 
     def output(self):
         with open(self.output_path, encoding="utf-8", errors="replace") as file:
@@ -113,8 +119,4 @@ class Daemon:
             if condition():
                 return
             time.sleep(0.05)
-        output = self.output()
-        self.process.kill()
-        self.process.wait()
-        self.directory.cleanup()
-        raise AssertionError(f"zal_rrm {complaint}:\n{output}")
+        raise AssertionError(f"zal_rrm {complaint}:\n{self.output()}")

@@ -9,6 +9,7 @@ usage: endurance.py CONTROLLER DAEMON APSIM SITES MINUTES"""
 import asyncio
 import collections
 import contextlib
+import glob
 import json
 import os
 import random
@@ -30,6 +31,7 @@ OFFICE, LAB = "office", "lab"
 LIFE_S = 150  # from the return of all access points to the next kill
 WATCH_S = 60  # after the plan at least, when the daemon has no reason to grow any more
 SAMPLE_S = 5
+ERRORS_S = 60
 # The longest back-off of a simulated access point is 30 s and a quarter of that; the rest is for the subscription.
 RETURN_S = 30 * 1.25 + 15
 AWAY_TIMEOUT_S = 30
@@ -73,6 +75,7 @@ class Endurance:
         self.chance = random.Random(1)
         self.kills = 0
         self.misdeeds = collections.Counter()
+        self.cut_short = {}  # by what each misdeed was cut short last
         self.faults = []
         self.lives = []
 
@@ -98,9 +101,9 @@ class Endurance:
         began = time.monotonic()
         while not await condition():
             if self.sim.poll() is not None:
-                raise AssertionError(f"the simulator ended with {self.sim.returncode}:\n{self.simulator_words()}")
+                raise AssertionError(f"the simulator ended with {self.sim.returncode}")
             if time.monotonic() - began > seconds:
-                raise AssertionError(f"{what} not within {seconds:.0f} s:\n{self.words()}")
+                raise AssertionError(f"{what} not within {seconds:.0f} s")
             await asyncio.sleep(0.2)
         return time.monotonic() - began
 
@@ -136,10 +139,17 @@ class Endurance:
         return index, torn + lost
 
     def words(self):
-        return "\n".join(self.daemon.output().splitlines()[-20:])
+        """The last ones of all who took part."""
+        said = ""
+        for path in [self.daemon.output_path, *sorted(glob.glob(os.path.join(self.daemon.state, "zal_rrm.err*"))),
+                     self.sim_words]:
+            with contextlib.suppress(FileNotFoundError):
+                with open(path, encoding="utf-8", errors="replace") as file:
+                    said += f"{os.path.basename(path)}:\n{''.join(file.readlines()[-40:])}\n"
+        return said
 
     def read_errors(self):
-        """Before the log has moved on over them: it keeps 60 MiB, some minutes of what the misbehaving say."""
+        """Before the log has moved on over them: it keeps 60 MiB, three minutes of what the misbehaving say."""
         for name in os.listdir(self.daemon.state):
             if name.startswith("zal_rrm.log"):
                 with contextlib.suppress(FileNotFoundError):  # it was renamed meanwhile
@@ -147,10 +157,13 @@ class Endurance:
                         self.error_lines.update((line, None) for line in file if re.match(r"\S+ ERROR.*\n", line))
 
     def sample(self, pid):
-        with open(f"/proc/{pid}/status", encoding="ascii", errors="replace") as file:
-            status = dict(line.split(":", 1) for line in file)
-        return {"rss_kib": int(status["VmRSS"].split()[0]), "threads": int(status["Threads"]),
-                "descriptors": len(os.listdir(f"/proc/{pid}/fd"))}
+        try:
+            with open(f"/proc/{pid}/status", encoding="ascii", errors="replace") as file:
+                status = dict(line.split(":", 1) for line in file)
+            return {"rss_kib": int(status["VmRSS"].split()[0]), "threads": int(status["Threads"]),
+                    "descriptors": len(os.listdir(f"/proc/{pid}/fd"))}
+        except (OSError, KeyError) as error:
+            raise AssertionError("the daemon ended by itself") from error
 
     def simulator_words(self):
         with open(self.sim_words, encoding="utf-8", errors="replace") as file:
@@ -170,13 +183,18 @@ class Endurance:
     async def again_and_again(self, name, misdeed):
         while True:
             kills = self.kills
-            with contextlib.suppress(OSError, asyncio.TimeoutError, asyncio.IncompleteReadError, AssertionError,
-                                     websockets.WebSocketException):
+            try:
                 fault = await misdeed()
                 if self.kills == kills:
                     self.misdeeds[name] += 1
                     if fault:
                         self.faults.append(fault)
+            except (OSError, asyncio.TimeoutError, asyncio.IncompleteReadError, AssertionError,
+                    websockets.WebSocketException) as error:
+                self.cut_short[name] = repr(error)
+            except Exception as error:
+                self.faults.append(f"{name}: {error!r}")
+                raise
             await asyncio.sleep(self.chance.uniform(0.5, 2))
 
     async def joined(self, mac):
@@ -252,6 +270,7 @@ class Endurance:
         began, misdeeds = time.monotonic(), self.misdeeds.copy()
         listening = await self.await_that("the daemon listens", RESTART_S, self.listens)
         returned = await self.all_return(number > 0)
+        self.read_errors()
         before, seen = len(self.reports()[0]), self.cycles()
         await asyncio.to_thread(self.daemon.zalctl, "api", "optimize", OFFICE)
         pid, samples, end = self.pid(), [], time.monotonic() + (0 if may_be_short else LIFE_S)
@@ -260,16 +279,19 @@ class Endurance:
             return len(self.reports()[0]) > before and self.cycles() > seen
 
         planned = await self.await_that("a cycle ends", LONGEST_CYCLE_S, has_planned)
+        self.read_errors()
         if not may_be_short:
             end = max(end, time.monotonic() + WATCH_S)
         while time.monotonic() < end:
             samples.append(self.sample(pid))
+            if len(samples) % (ERRORS_S // SAMPLE_S) == 0:
+                self.read_errors()
             await asyncio.sleep(SAMPLE_S)
         index, faults = self.reports()
         if faults:
             raise AssertionError(f"torn reports: {faults}")
         if self.pid() != pid:
-            raise AssertionError(f"the daemon ended by itself:\n{self.words()}")
+            raise AssertionError("the daemon ended by itself")
         self.expect_misdeeds(time.monotonic() - began, self.misdeeds - misdeeds)
         self.read_errors()
         life = {"listening_s": round(listening, 1), "return_s": round(returned, 1), "cycle_s": round(planned, 1),
@@ -281,7 +303,8 @@ class Endurance:
         missing = [name for name, longest in LONGEST_MISDEED_S.items()
                    if seconds > longest + MISDEED_MARGIN_S and not done[name]]
         if missing:
-            raise AssertionError(f"in {seconds:.0f} s nobody came to the end of: {', '.join(missing)}")
+            raise AssertionError(f"in {seconds:.0f} s nobody came to the end of: {', '.join(missing)}; what was cut short, "
+                                 f"and by what: {self.cut_short}")
         if self.faults:
             raise AssertionError("\n".join(self.faults))
 
@@ -356,15 +379,17 @@ class Endurance:
         self.end_simulator()
         self.read_errors()
         strange = [line for line in self.error_lines if not any(kind in line for kind in EXPECTED_ERRORS)]
-        self.daemon.stop(self.kills)
-        errors = {kind: sum(kind in line for line in self.error_lines) for kind in EXPECTED_ERRORS}
         if strange:
             raise AssertionError("errors in the log:\n" + "".join(strange[:20]))
+        errors = {kind: sum(kind in line for line in self.error_lines) for kind in EXPECTED_ERRORS}
+        self.daemon.stop(self.kills)
         if os.path.exists(f"/proc/{pid}") or os.path.exists(self.daemon.directory.name):
             raise AssertionError("something is left behind")
         return errors
 
     def abandon(self):
+        """Whatever still runs or lies there; after a good end that is nothing."""
+        signal.signal(signal.SIGTERM, signal.SIG_IGN)
         for process in (self.sim, self.daemon.process):
             if process is not None and process.poll() is None:
                 process.terminate()
@@ -388,9 +413,11 @@ def main():
         endurance.start_simulator()
         figures = asyncio.run(endurance.shift())
         figures["errors"] = endurance.end()
-    except BaseException:
-        endurance.abandon()
+    except Exception:
+        print(endurance.words(), file=sys.stderr)
         raise
+    finally:
+        endurance.abandon()
     print(json.dumps({**figures, "lives": endurance.lives}))
 
 
