@@ -133,7 +133,9 @@ class Load : public ::testing::Test {
   std::map<std::string, int> served_access_points();
   std::map<std::string, int> all_access_points() const;
   std::vector<int> dropped_sessions();
+  void expect_return_of_all();
   void expect_end_of_dropped_sessions();
+  void expect_end_of_half(bool by_bus);
   void expect_configuration();
   void expect_settings_in_use();
   void expect_every_kind();
@@ -285,6 +287,27 @@ void Load::expect_end_of_dropped_sessions() {
       << ::testing::PrintToString(dropped_sessions());
 }
 
+// Whoever is served has had its first writable event. Those that are not dropped stay.
+void Load::expect_end_of_half(bool by_bus) {
+  const std::vector<int> all = stage_.session_ids();
+  ASSERT_GE(all.size(), std::size_t{Crowd::size});
+  const std::vector<int> half(all.begin(), all.begin() + Crowd::size / 2);
+  stage_.drop(half, by_bus);
+  EXPECT_TRUE(serve_until(
+      "the end of half the sessions", [this] { return dropped_sessions().empty(); }, longest_end))
+      << ::testing::PrintToString(dropped_sessions());
+  const std::vector<int> left = stage_.session_ids();
+  for (auto stays = all.begin() + Crowd::size / 2; stays != all.end(); ++stays) {
+    EXPECT_NE(std::find(left.begin(), left.end(), *stays), left.end()) << *stays;
+  }
+}
+
+void Load::expect_return_of_all() {
+  EXPECT_TRUE(serve_until("the return of all", [this] {
+    return crowd_.subscribed() == Crowd::size && served_access_points() == all_access_points();
+  })) << crowd_.missing();
+}
+
 Json json_of(const rrm::DomainConfig& settings) {
   rrm::JsonWriter writer;
   rrm::JsonWriter section = rrm::JsonWriter::object(writer, "section");
@@ -361,10 +384,13 @@ TEST_F(Load, AMinuteOfEverythingAtOnceLosesNothing) {
   ASSERT_FALSE(HasFailure());
 
   add_missing_domains(stage_);
-  EXPECT_TRUE(serve_until("the return of all", [this] {
-    return crowd_.subscribed() == Crowd::size && served_access_points() == all_access_points();
-  })) << crowd_.missing();
+  expect_return_of_all();
   expect_end_of_dropped_sessions();
+  for (const bool by_bus : {false, true}) {
+    expect_return_of_all();
+    expect_end_of_half(by_bus);
+  }
+  expect_return_of_all();
   EXPECT_EQ(gateway_.radio().vrrp_state(), stage_.vrrp_state);
   expect_configuration();
   expect_settings_in_use();
