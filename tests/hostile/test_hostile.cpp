@@ -120,8 +120,8 @@ INSTANTIATE_TEST_SUITE_P(Json, KindAlone, ::testing::ValuesIn(json_kinds()), tes
 INSTANTIATE_TEST_SUITE_P(Messages, KindAlone, ::testing::ValuesIn(message_kinds()), test_name);
 
 // How many times as fast as the world the server's time passes: all its timers are as much shorter for the peers.
-constexpr int times_as_fast = 3;
-constexpr int times_as_fast_in_peace = 5;
+constexpr int times_as_fast = 2;
+constexpr int times_as_fast_in_peace = 3;
 constexpr std::int64_t pinged_after = 30;  // seconds of silence
 constexpr std::int64_t dropped_after = 90;
 constexpr std::int64_t answered_within = 60;  // its second or third ping at the latest reaches everybody
