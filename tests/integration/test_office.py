@@ -26,7 +26,7 @@ class OfficeTest(unittest.TestCase):
         out = os.path.join(self.daemon.directory.name, "plan")
         run = subprocess.run([APSIM, "--site", SITE, "--server", f"ws://127.0.0.1:{self.daemon.port}/apb/rrm", "--once",
                               "--timeout", "200", "--out", out], capture_output=True, text=True, timeout=300, check=False)
-        self.assertEqual((run.returncode, run.stderr), (0, ""), run.stdout)
+        self.assertEqual((run.returncode, run.stderr), (0, ""), run.stdout + self.story_of_subscriptions())
         with open(os.path.join(out, "plan.json"), encoding="utf-8") as file:
             plan = json.load(file)
         self.assertEqual([check["passed"] for check in plan["checks"]], [True, True, True])
@@ -40,6 +40,10 @@ class OfficeTest(unittest.TestCase):
         alone = next(ap for ap in plan["access_points"] if ap["name"] == "AP-12")  # behind concrete, at full power
         self.assertEqual([radio["after"]["power"] for radio in alone["radios"]], [20, 23, 23])
         self.assert_reported(plan)
+
+    def story_of_subscriptions(self):
+        with open(os.path.join(self.daemon.state, "zal_rrm.log"), encoding="utf-8", errors="replace") as file:
+            return "".join(line[:140].rstrip() + "\n" for line in file if "subscribe-re" in line)
 
     def assert_reported(self, plan):
         """The daemon's own record says what the access points say."""
