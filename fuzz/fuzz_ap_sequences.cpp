@@ -750,6 +750,7 @@ class Domain {
   void look() {
     read_sent();
     for (const std::uint32_t closed : server_.take_closed()) {
+      if (closed == 0) continue;  // an AP has returned that was restored without a session
       gone_.insert(closed);
       closed_.insert(closed);
       const auto place = std::find(sessions_.begin(), sessions_.end(), closed);
