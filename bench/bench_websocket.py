@@ -287,12 +287,20 @@ def main():
              "memory": lambda: measure_memory(arguments.build, measures),
              "rest": lambda: measure_rest(arguments.build, measures),
              "group": lambda: measure_group(arguments.build, measures)}
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    def stop(*_):
+        nonlocal stopped
+        stopped = True
+        sys.exit(143)
+
+    stopped = False
+    signal.signal(signal.SIGTERM, stop)
     failures = []
     for part in arguments.only.split(","):
         try:
             parts[part]()
-        except Exception:  # the rest is worth measuring all the same
+        except Exception:  # the rest is worth measuring all the same, if nobody wants an end
+            if stopped:
+                raise
             failures.append(f"{part}:\n{traceback.format_exc()}")
     if arguments.json:
         measures.write(arguments.json)

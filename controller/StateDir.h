@@ -4,7 +4,7 @@
 //   lock             held while a controller runs; tells its pid
 //   bus.sock         the bus that the daemon joins
 //   control.sock     where zalctl asks
-//   zal_rrm.log      the daemon's log, with the older ones behind it as zal_rrm.log.1 and so on
+//   zal_rrm.log      the daemon's log, with the older ones behind it as zal_rrm.1.log and so on
 //   zal_rrm.err      the daemon's standard output and error: crash back-traces; that of the run before ends in .1
 //   etc/zal          the daemon's /etc/zal
 //   data/zal         the daemon's /mnt/data/zal

@@ -31,7 +31,7 @@ OFFICE, LAB = "office", "lab"
 LIFE_S = 150  # from the return of all access points to the next kill
 WATCH_S = 60  # after the plan at least, when the daemon has no reason to grow any more
 SAMPLE_S = 5
-ERRORS_S = 60
+ERRORS_S = 2  # a file of the log is full after a dozen
 # The longest back-off of a simulated access point is 30 s and a quarter of that; the rest is for the subscription.
 RETURN_S = 30 * 1.25 + 15
 AWAY_TIMEOUT_S = 30
@@ -53,6 +53,45 @@ MISDEED_MARGIN_S = 30
 SIMULATOR_TELLS = re.compile(r"(\S+): (connected|the (?:session|connection) ended, connecting again and again)")
 
 
+class ErrorsOfLog:
+    """All that the log ever told, though it soon moves on: what the misbehaving say fills a file in a dozen seconds,
+    which is then renamed, and goes after five more."""
+
+    def __init__(self, path):
+        self.path = path
+        self.lines = []
+        self.lost_some = False
+        self.file = None
+        self.rest = ""
+
+    def read(self):
+        while self.file is not None or self._open():
+            was_renamed = self._was_renamed()  # asked before reading, after which nothing more comes to a renamed one
+            self._read_on()
+            if not was_renamed:
+                return
+            self.lost_some |= not os.path.samestat(os.fstat(self.file.fileno()),
+                                                   os.stat(self.path.replace(".log", ".1.log")))
+            self.file.close()
+            self.file = None
+
+    def _open(self):
+        with contextlib.suppress(FileNotFoundError):  # a moment of renaming
+            self.file = open(self.path, encoding="utf-8", errors="replace")
+        return self.file is not None
+
+    def _was_renamed(self):
+        try:
+            return not os.path.samestat(os.stat(self.path), os.fstat(self.file.fileno()))
+        except FileNotFoundError:
+            return True
+
+    def _read_on(self):
+        lines = (self.rest + self.file.read()).split("\n")
+        self.rest = lines.pop()
+        self.lines += [line for line in lines if re.match(r"\S+ ERROR", line)]
+
+
 class Endurance:
     def __init__(self, controller, daemon, apsim, sites, minutes):
         with open(os.path.join(sites, "office-setup.json"), encoding="utf-8") as file:
@@ -71,7 +110,7 @@ class Endurance:
         self.sim_words = os.path.join(self.daemon.directory.name, "apsim.err")
         self.sim = None
         self.sim_command = [apsim, "--site", site_path, "--server", f"ws://127.0.0.1:{self.daemon.port}/apb/rrm"]
-        self.error_lines = {}  # in their order, each once
+        self.errors = ErrorsOfLog(os.path.join(self.daemon.state, "zal_rrm.log"))
         self.chance = random.Random(1)
         self.kills = 0
         self.misdeeds = collections.Counter()
@@ -148,13 +187,10 @@ class Endurance:
                     said += f"{os.path.basename(path)}:\n{''.join(file.readlines()[-40:])}\n"
         return said
 
-    def read_errors(self):
-        """Before the log has moved on over them: it keeps 60 MiB, three minutes of what the misbehaving say."""
-        for name in os.listdir(self.daemon.state):
-            if name.startswith("zal_rrm.log"):
-                with contextlib.suppress(FileNotFoundError):  # it was renamed meanwhile
-                    with open(os.path.join(self.daemon.state, name), encoding="utf-8", errors="replace") as file:
-                        self.error_lines.update((line, None) for line in file if re.match(r"\S+ ERROR.*\n", line))
+    async def read_errors(self):
+        while True:
+            self.errors.read()
+            await asyncio.sleep(ERRORS_S)
 
     def sample(self, pid):
         try:
@@ -266,11 +302,11 @@ class Endurance:
         return time.monotonic() - began
 
     async def life(self, number, may_be_short):
-        """From the daemon's start to just before its end."""
+        """From the daemon's start to just before its end; its process."""
         began, misdeeds = time.monotonic(), self.misdeeds.copy()
+        self.cut_short.clear()
         listening = await self.await_that("the daemon listens", RESTART_S, self.listens)
         returned = await self.all_return(number > 0)
-        self.read_errors()
         before, seen = len(self.reports()[0]), self.cycles()
         await asyncio.to_thread(self.daemon.zalctl, "api", "optimize", OFFICE)
         pid, samples, end = self.pid(), [], time.monotonic() + (0 if may_be_short else LIFE_S)
@@ -279,13 +315,10 @@ class Endurance:
             return len(self.reports()[0]) > before and self.cycles() > seen
 
         planned = await self.await_that("a cycle ends", LONGEST_CYCLE_S, has_planned)
-        self.read_errors()
         if not may_be_short:
             end = max(end, time.monotonic() + WATCH_S)
         while time.monotonic() < end:
             samples.append(self.sample(pid))
-            if len(samples) % (ERRORS_S // SAMPLE_S) == 0:
-                self.read_errors()
             await asyncio.sleep(SAMPLE_S)
         index, faults = self.reports()
         if faults:
@@ -293,18 +326,21 @@ class Endurance:
         if self.pid() != pid:
             raise AssertionError("the daemon ended by itself")
         self.expect_misdeeds(time.monotonic() - began, self.misdeeds - misdeeds)
-        self.read_errors()
         life = {"listening_s": round(listening, 1), "return_s": round(returned, 1), "cycle_s": round(planned, 1),
                 "reports": len(index), **self.trend(samples)}
         self.lives.append(life)
         print(" ".join(f"{life.get(column, '-'):>11}" for column in COLUMNS), flush=True)
+        return pid
 
     def expect_misdeeds(self, seconds, done):
         missing = [name for name, longest in LONGEST_MISDEED_S.items()
                    if seconds > longest + MISDEED_MARGIN_S and not done[name]]
         if missing:
-            raise AssertionError(f"in {seconds:.0f} s nobody came to the end of: {', '.join(missing)}; what was cut short, "
-                                 f"and by what: {self.cut_short}")
+            self.faults.append(f"in {seconds:.0f} s nobody came to the end of: {', '.join(missing)}; what was cut short, "
+                               f"and by what: {self.cut_short}")
+        self.expect_no_fault()
+
+    def expect_no_fault(self):
         if self.faults:
             raise AssertionError("\n".join(self.faults))
 
@@ -335,16 +371,18 @@ class Endurance:
     async def shift(self):
         actors = [self.crash, self.crash, self.stall, self.flap, self.flap, self.never_read]
         tasks = [asyncio.create_task(self.again_and_again(act.__name__, lambda act=act, mac=new_mac(): act(mac)))
-                 for act in actors]
+                 for act in actors] + [asyncio.create_task(self.read_errors())]
         try:
             print(" ".join(f"{column:>11}" for column in COLUMNS), flush=True)
             short = self.seconds < 2 * LIFE_S
             while self.kills == 0 or time.monotonic() - self.began + LIFE_S < self.seconds:
-                await self.life(self.kills, short)
+                pid = await self.life(self.kills, short)
                 if self.kills % 2 == 1:
                     await self.into_a_cycle()
+                if self.pid() != pid:
+                    raise AssertionError("the daemon ended by itself")
                 self.kills += 1
-                os.kill(self.pid(), signal.SIGKILL)
+                os.kill(pid, signal.SIGKILL)
                 await asyncio.sleep(0.5)
             await self.await_that("the daemon listens", RESTART_S, self.listens)
             returned = await self.all_return(True)
@@ -377,11 +415,14 @@ class Endurance:
         """The access points, then the daemon: both as they should, and nothing stays behind."""
         pid = self.pid()
         self.end_simulator()
-        self.read_errors()
-        strange = [line for line in self.error_lines if not any(kind in line for kind in EXPECTED_ERRORS)]
+        self.expect_no_fault()
+        self.errors.read()
+        strange = [line for line in self.errors.lines if not any(kind in line for kind in EXPECTED_ERRORS)]
+        if self.errors.lost_some:
+            raise AssertionError("the log moved on faster than it was read")
         if strange:
-            raise AssertionError("errors in the log:\n" + "".join(strange[:20]))
-        errors = {kind: sum(kind in line for line in self.error_lines) for kind in EXPECTED_ERRORS}
+            raise AssertionError("errors in the log:\n" + "\n".join(strange[:20]))
+        errors = {kind: sum(kind in line for line in self.errors.lines) for kind in EXPECTED_ERRORS}
         self.daemon.stop(self.kills)
         if os.path.exists(f"/proc/{pid}") or os.path.exists(self.daemon.directory.name):
             raise AssertionError("something is left behind")
