@@ -26,7 +26,9 @@ class OfficeTest(unittest.TestCase):
         out = os.path.join(self.daemon.directory.name, "plan")
         run = subprocess.run([APSIM, "--site", SITE, "--server", f"ws://127.0.0.1:{self.daemon.port}/apb/rrm", "--once",
                               "--timeout", "200", "--out", out], capture_output=True, text=True, timeout=300, check=False)
-        self.assertEqual((run.returncode, run.stderr), (0, ""), run.stdout + self.story_of_subscriptions())
+        if run.stderr:
+            self.fail(run.stderr + run.stdout + self.story_of_subscriptions())
+        self.assertEqual(run.returncode, 0, run.stdout)
         with open(os.path.join(out, "plan.json"), encoding="utf-8") as file:
             plan = json.load(file)
         self.assertEqual([check["passed"] for check in plan["checks"]], [True, True, True])
