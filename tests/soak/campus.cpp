@@ -269,10 +269,10 @@ Rest Campus::look() {
   }
   for (const auto& hall : halls_) {
     add(hall->findings());
-    std::size_t reports = 0;
-    add(faults_of_reports(hall->name(), directory_.file("reports"), reports));
-    add(faults_of_progress(hall->name(), reports));
-    rest.reports += reports;
+    SeenReports& seen = seen_reports_[hall->name()];
+    add(faults_of_reports(hall->name(), directory_.file("reports"), seen));
+    add(faults_of_progress(hall->name(), seen.count));
+    rest.reports += seen.count;
     const auto worker = std::dynamic_pointer_cast<rrm::RrmWorker>(server_.find_worker(hall->name()));
     if (worker != nullptr) {
       ++rest.domains;

@@ -99,6 +99,7 @@ class Campus {
   whole_site::Dice dice_;
   bool is_awaiting_cycles_ = false;
   std::map<std::string, Progress> progress_;  // of each hall at the last rest
+  std::map<std::string, SeenReports> seen_reports_;
   std::int64_t seconds_ = 0;
   std::size_t heap_at_start_ = 0;
   std::uint64_t events_ = 0;

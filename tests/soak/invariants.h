@@ -25,7 +25,15 @@ struct Sizes {
 std::vector<std::string> faults_of(rrm::RrmWorker& domain, const std::vector<std::uint32_t>& sessions,
                                    const std::vector<sim::Mac>& served, Sizes& sizes);
 
-// Every report of the index can be read back, and every file ends with a whole line.
-std::vector<std::string> faults_of_reports(const std::string& domain, const std::string& path, std::size_t& reports);
+// What a look has found of the reports of a domain.
+struct SeenReports {
+  std::size_t count = 0;
+  std::string oldest;
+  std::size_t looks = 0;
+};
+
+// The reports that are new since the last look can be read back, and an older one, each in its turn, or all of them
+// when some have been deleted; every file ends with a whole line.
+std::vector<std::string> faults_of_reports(const std::string& domain, const std::string& path, SeenReports& seen);
 
 }  // namespace soak
