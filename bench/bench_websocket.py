@@ -287,6 +287,7 @@ def main():
              "memory": lambda: measure_memory(arguments.build, measures),
              "rest": lambda: measure_rest(arguments.build, measures),
              "group": lambda: measure_group(arguments.build, measures)}
+
     def stop(*_):
         nonlocal stopped
         stopped = True

@@ -66,12 +66,11 @@ class ErrorsOfLog:
 
     def read(self):
         while self.file is not None or self._open():
-            was_renamed = self._was_renamed()  # asked before reading, after which nothing more comes to a renamed one
+            goes_on = self._lies_at(self.path)  # asked before reading, after which nothing more comes to a renamed one
             self._read_on()
-            if not was_renamed:
+            if goes_on:
                 return
-            self.lost_some |= not os.path.samestat(os.fstat(self.file.fileno()),
-                                                   os.stat(self.path.replace(".log", ".1.log")))
+            self.lost_some |= not self._lies_at(self.path.replace(".log", ".1.log"))
             self.file.close()
             self.file = None
 
@@ -80,11 +79,11 @@ class ErrorsOfLog:
             self.file = open(self.path, encoding="utf-8", errors="replace")
         return self.file is not None
 
-    def _was_renamed(self):
+    def _lies_at(self, path):
         try:
-            return not os.path.samestat(os.stat(self.path), os.fstat(self.file.fileno()))
+            return os.path.samestat(os.stat(path), os.fstat(self.file.fileno()))
         except FileNotFoundError:
-            return True
+            return False
 
     def _read_on(self):
         lines = (self.rest + self.file.read()).split("\n")

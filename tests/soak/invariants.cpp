@@ -170,8 +170,7 @@ Faults faults_of_reports(const std::string& domain, const std::string& path, See
   const int error =
       ::reports::get_radio_report_list(list, domain, path, "2020-01-01,00:00:00 UTC", "2037-01-01,00:00:00 UTC", true);
   expect(error == 0, "the list cannot be read");
-  const Json listed = Json::parse(list.to_string(), nullptr, false);
-  const Json entries = listed.value("data", Json::array());
+  const Json entries = Json::parse(list.to_string(), nullptr, false).value("data", Json::array());
   std::set<std::string> ids;  // by age, since a report's name is its date
   for (const Json& entry : entries) ids.insert(entry.at("id"));
   expect(ids.size() == entries.size(), "one is listed twice");
