@@ -139,13 +139,37 @@ trap interrupt INT TERM HUP QUIT
 
 listens() { (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; }
 
-# A port that nobody listens on, from 8099 upward.
-port=8099
-while listens; do
+next_port() {
   echo "demo: port $port is taken, trying the next"
   port=$((port + 1))
-done
-sed "s/\"listen_port\": *[0-9]*/\"listen_port\": $port/" "$setup" >"$state/setup.json"
+}
+
+# A port that nobody listens on, from 8099 upward.
+port=8099
+while listens; do next_port; done
+
+logged() { grep -qs "$1" "$state/zal_rrm.log"; }
+
+runs() { kill -0 "$controller" 2>/dev/null; }
+
+# Each gets a session of its own: what the terminal's keys mean is this script's to say, and the order of the end too.
+start_controller() {
+  sed "s/\"listen_port\": *[0-9]*/\"listen_port\": $port/" "$setup" >"$state/setup.json"
+  setsid "$build/controller/zal_controller" --state "$state" --setup "$state/setup.json" --vrrp 1 \
+    --ap-info "$state/ap-info.json" \
+    --daemon "$build/daemon/zal_rrm" >&8 2>&1 8>&- &
+  controller=$!
+}
+
+# Fails if somebody else has the port. Access points that find nobody come again and again, and say so; a minute of
+# patience spares the reader that.
+await_daemon() {
+  for _ in {1..600}; do
+    runs && ! logged "Starting [0-9]* lws threads" || return 0
+    ! logged "Can't listen on port" || return 1
+    sleep 0.1
+  done
+}
 
 # What a controller knows of its access points by itself. It answers with their locations, addresses and bands.
 "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --records "$state"
@@ -160,20 +184,18 @@ exec 8> >(
 )
 prefix=$!
 
-# Each gets a session of its own: what the terminal's keys mean is this script's to say, and the order of the end too.
+# Somebody may have taken the port before the daemon does, and the access points would come to him.
 echo "demo: starting zal_rrm under zal_controller; its log is $state/zal_rrm.log"
-setsid "$build/controller/zal_controller" --state "$state" --setup "$state/setup.json" --vrrp 1 \
-  --ap-info "$state/ap-info.json" \
-  --daemon "$build/daemon/zal_rrm" >&8 2>&1 8>&- &
-controller=$!
-
-# Access points that find nobody come again and again, and say so; a minute of patience spares the reader that.
-for _ in {1..600}; do
-  ! listens && kill -0 "$controller" 2>/dev/null || break
-  sleep 0.1
+start_controller
+while ! await_daemon; do
+  end "$controller"
+  controller=
+  rm "$state/zal_rrm.log"
+  next_port
+  start_controller
 done
 
-if kill -0 "$controller" 2>/dev/null; then
+if runs; then
   echo "demo: the access points of $site subscribe; $duration"
   setsid "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --scene "$scene" \
     --out "$state/$scene" "${once[@]}" 8>&- &

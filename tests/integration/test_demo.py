@@ -5,9 +5,24 @@ import json
 import os
 import re
 import subprocess
+import sys
 import unittest
 
-from demo import BUILD, READY, DemoCase, Terminal
+from demo import BUILD, DemoCase, Terminal
+
+# Takes the port of its first setup, and holds it as long as the controller lives that it becomes.
+LATECOMER = """
+import json, os, socket, sys
+real, taken, *arguments = sys.argv[1:]
+if not os.path.exists(taken):
+    with open(arguments[arguments.index("--setup") + 1]) as setup:
+        port = json.load(setup)["global"]["listen_port"]
+    holder = socket.create_server(("", port))
+    holder.set_inheritable(True)
+    with open(taken, "w") as file:
+        file.write(str(port))
+os.execv(real, [real, *arguments])
+"""
 
 
 class DemoTest(DemoCase):
@@ -92,6 +107,31 @@ class DemoTest(DemoCase):
                            stdout=subprocess.DEVNULL, timeout=60, check=True)
             self.expect_clean_end(terminal, status)
             self.assertIn("demo: the controller ended; see ", terminal.text)
+
+    def test_a_port_that_is_taken_before_the_daemon_has_it_is_left_to_its_taker(self):
+        self.write_build(LATECOMER)
+        terminal = Terminal(self.command("--build", self.path("build")))
+        terminal.await_text("office: 4 about to optimise\n")
+        ports = [int(port) for port in re.findall(r"^demo: port (\d+) is taken, trying the next$", terminal.text, re.MULTILINE)]
+        self.assertEqual(ports, list(range(8099, ports[-1] + 1)))
+        with open(self.path("taken"), encoding="utf-8") as file:
+            self.assertIn(int(file.read()), ports)
+        self.assertIn(f"domain office at ws://127.0.0.1:{ports[-1] + 1}/apb/rrm\n", terminal.text)
+        self.assertNotIn("connecting again", terminal.text)
+        terminal.press(b"\x03")
+        self.expect_clean_end(terminal, 0)
+
+    def write_build(self, controller):
+        """A build whose controller is this script; it becomes the real one, whose path is its first argument."""
+        real = os.path.join(BUILD, "controller", "zal_controller")
+        for folder, program in (("controller", None), ("daemon", "zal_rrm"), ("sim", "zal_apsim")):
+            os.makedirs(self.path("build", folder))
+            if program:
+                os.symlink(os.path.join(BUILD, folder, program), self.path("build", folder, program))
+        script = self.path("build", "controller", "zal_controller")
+        with open(script, "w", encoding="utf-8") as file:
+            file.write(f"#!/bin/sh\nexec {sys.executable} -c '{controller}' {real} {self.path('taken')} \"$@\"\n")
+        os.chmod(script, 0o755)
 
 
 if __name__ == "__main__":
