@@ -62,6 +62,7 @@ setup=${site%.json}-setup.json
 for file in "$site" "$setup"; do
   [ -r "$file" ] || complain "cannot read $file; a site needs $site and $setup"
 done
+grep -q '"listen_port" *: *[0-9]' "$setup" || complain "no listen_port in $setup; the demo puts a free one in its place"
 
 # Whoever still runs holds the lock, the programs included, and a controller holds one of its own: nobody's directory is
 # taken away under him.
@@ -154,7 +155,7 @@ runs() { kill -0 "$controller" 2>/dev/null; }
 
 # Each gets a session of its own: what the terminal's keys mean is this script's to say, and the order of the end too.
 start_controller() {
-  sed "s/\"listen_port\": *[0-9]*/\"listen_port\": $port/" "$setup" >"$state/setup.json"
+  sed "s/\"listen_port\" *: *[0-9]*/\"listen_port\": $port/" "$setup" >"$state/setup.json"
   setsid "$build/controller/zal_controller" --state "$state" --setup "$state/setup.json" --vrrp 1 \
     --ap-info "$state/ap-info.json" \
     --daemon "$build/daemon/zal_rrm" >&8 2>&1 8>&- &
@@ -166,7 +167,7 @@ start_controller() {
 await_daemon() {
   for _ in {1..600}; do
     runs && ! logged "Starting [0-9]* lws threads" || return 0
-    ! logged "Can't listen on port" || return 1
+    ! logged "Can't listen on port $port," || return 1
     sleep 0.1
   done
 }

@@ -27,6 +27,9 @@ os.execv(real, [real, *arguments])
 
 class DemoTest(DemoCase):
     def test_wrong_arguments_are_told_and_nothing_is_made(self):
+        for name in ("deaf.json", "deaf-setup.json"):
+            with open(self.path(name), "w", encoding="utf-8") as file:
+                file.write("{}")
         for arguments, complaint in (
                 (["--twice"], "demo: unknown option '--twice'\n"),
                 (["a.json", "b.json"], "demo: two sites, 'a.json' and 'b.json'\n"),
@@ -37,7 +40,9 @@ class DemoTest(DemoCase):
                 (["no.json"], "demo: cannot read no.json; a site needs no.json and no-setup.json\n"),
                 (["sim/sites/office-setup.json"],
                  "demo: cannot read sim/sites/office-setup-setup.json; a site needs sim/sites/office-setup.json and "
-                 "sim/sites/office-setup-setup.json\n")):
+                 "sim/sites/office-setup-setup.json\n"),
+                ([self.path("deaf.json")], f"demo: no listen_port in {self.path('deaf-setup.json')}; the demo puts a free one "
+                                           "in its place\n")):
             run = self.run_at_once(*arguments)
             self.assertEqual((run.returncode, run.stdout), (2, ""))
             self.assertTrue(run.stderr.startswith(complaint + "usage: ./run demo "), run.stderr)
