@@ -152,8 +152,9 @@ void WebsockServerWorker::fill_context_info() {
 
 bool WebsockServerWorker::attempt_is_reported() {
   const std::int64_t now = monotonic_seconds();
-  if (now < quiet_until) return false;
+  if (now < quiet_until && context_info.port == quiet_port) return false;
   quiet_until = now + report_period;
+  quiet_port = context_info.port;
   return true;
 }
 

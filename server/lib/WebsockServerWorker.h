@@ -166,7 +166,8 @@ class WebsockServerWorker final : public Worker {
   lws_http_mount mount{};
   lws_context_creation_info context_info{};
   std::array<lws_protocols, 3> protocols{};
-  std::int64_t quiet_until = 0;  // until this second a failing attempt is not reported again
+  std::int64_t quiet_until = 0;  // until this second a failing attempt on the port is not reported again
+  int quiet_port = 0;
 
   // Locks in the order in which they nest: `sessions`, then one of `send_queues`. The others are leaves.
   mutable Mutex id_mutex;

@@ -159,6 +159,18 @@ TEST_F(WebsockLife, FailedAttemptIsReportedOnceAMinute) {
   EXPECT_EQ(capture.lines(LOG_ERROR), Lines{"Can't listen on port 8099, trying again"});
 }
 
+TEST_F(WebsockLife, FailedAttemptOnAnotherPortIsReportedAtOnce) {
+  ManualClock clock;
+  FakeServer server;
+  server.library.creations_to_refuse = 3;
+  EXPECT_FALSE(server.worker->connect());
+  ASSERT_TRUE(server.config.load(JsonReader(R"({"global":{"listen_port":8100}})")));
+  EXPECT_FALSE(server.worker->connect());
+  EXPECT_FALSE(server.worker->connect());
+  EXPECT_THAT(capture.lines(LOG_ERROR), ::testing::ElementsAre("Can't listen on port 8099, trying again",
+                                                               "Can't listen on port 8100, trying again"));
+}
+
 TEST_F(WebsockLife, SuccessEndsTheQuietOfFailedAttempts) {
   ManualClock clock;
   FakeServer server;
