@@ -54,7 +54,7 @@ case $scene in
   steering) default_site=sim/sites/meeting.json duration="the scene takes about three minutes" ;;
   *) complain "no scene '$scene'; there are plan and steering" ;;
 esac
-for program in controller/zal_controller daemon/zal_rrm sim/zal_apsim; do
+for program in controller/zal_controller controller/zalctl daemon/zal_rrm sim/zal_apsim; do
   [ -z "$build" ] || [ -x "$build/$program" ] || complain "no $program in $build"
 done
 site=${site:-$default_site}
@@ -69,14 +69,17 @@ grep -q '"listen_port" *: *[0-9]' "$setup" || complain "no listen_port in $setup
 state=$PWD/.zal/demo
 mkdir -p "$PWD/.zal"
 exec 9>"$state.lock"
-flock -n 9 && { [ ! -e "$state/lock" ] || flock -n "$state/lock" true; } || {
+leave_to_others() {
   echo "demo: one runs in $state already; end that one first" >&2
   exit 1
 }
+no_controller_there() { [ ! -e "$state/lock" ] || flock -n "$state/lock" true; }
+flock -n 9 && no_controller_there || leave_to_others
 
 if [ -z "$build" ]; then
   ./run demo-build
   build=build/release
+  no_controller_there || leave_to_others
 fi
 
 rm -rf "$state"
@@ -84,6 +87,7 @@ mkdir -p "$state"
 controller=
 simulation=
 prefix=
+serves=
 
 # Ends one of our own processes; its status is the result.
 end() {
@@ -108,20 +112,22 @@ show_reports() {
   done
 }
 
-# The access points go first, as they would at a site whose controller is stopped last.
+# The access points go first, as they would at a site whose controller is stopped last. Nothing that fails here keeps the
+# rest from being ended, not even words for a terminal that is gone.
 finish() {
   local status=$?
   trap '' INT TERM HUP QUIT
   trap - EXIT
-  end "$simulation" || true
-  if ! end "$controller"; then
+  set +e
+  end "$simulation"
+  if ! end "$controller" && [ -n "$serves" ]; then
     echo "demo: zal_rrm did not end cleanly; see $state/zal_rrm.log and $state/zal_rrm.err" >&2
     status=1
   fi
   # What was started in the very moment of an interruption has no name here yet.
-  kill -TERM $(jobs -pr) 2>/dev/null || true
+  kill -TERM $(jobs -pr) 2>/dev/null
   exec 8>&-
-  [ -z "$prefix" ] || wait "$prefix" || true
+  [ -z "$prefix" ] || wait "$prefix"
   show_reports || echo "demo: the report cannot be shown" >&2
   [ ! -e "$state/plan/plan.json" ] || echo "demo: plan and floor plans are in $state/plan"
   [ ! -e "$state/steering/steering.json" ] || echo "demo: the figures are in $state/steering/steering.json"
@@ -130,8 +136,9 @@ finish() {
 
 # Being interrupted is how a demonstration normally ends, but one that was to run until a plan has none then.
 interrupt() {
+  [[ " ${FUNCNAME[*]} " != *" finish "* ]] || return 0
   trap '' INT TERM HUP QUIT
-  echo "demo: stopping"
+  echo "demo: stopping" || true
   [ ${#once[@]} -eq 0 ] && exit 0
   exit 130
 }
@@ -153,23 +160,22 @@ logged() { grep -qs "$1" "$state/zal_rrm.log"; }
 
 runs() { kill -0 "$controller" 2>/dev/null; }
 
-# Each gets a session of its own: what the terminal's keys mean is this script's to say, and the order of the end too.
-start_controller() {
-  sed "s/\"listen_port\" *: *[0-9]*/\"listen_port\": $port/" "$setup" >"$state/setup.json"
-  setsid "$build/controller/zal_controller" --state "$state" --setup "$state/setup.json" --vrrp 1 \
-    --ap-info "$state/ap-info.json" \
-    --daemon "$build/daemon/zal_rrm" >&8 2>&1 8>&- &
-  controller=$!
-}
+write_setup() { sed "s/\"listen_port\" *: *[0-9]*/\"listen_port\": $port/" "$setup" >"$state/setup.json"; }
 
-# Fails if somebody else has the port. Access points that find nobody come again and again, and say so; a minute of
-# patience spares the reader that.
+# Somebody may take the port before the daemon does, and the access points would come to him: the daemon's own word
+# counts, and a port that it cannot have is passed. Fails if it does not listen within 40 seconds.
 await_daemon() {
-  for _ in {1..600}; do
-    runs && ! logged "Starting [0-9]* lws threads" || return 0
-    ! logged "Can't listen on port $port," || return 1
+  for _ in {1..400}; do
+    logged "Starting [0-9]* lws threads" && listens && return
+    runs || return 0
+    if logged "Can't listen on port $port,"; then
+      next_port
+      write_setup
+      "$build/controller/zalctl" --state "$state" setup "$state/setup.json" >/dev/null || return
+    fi
     sleep 0.1
   done
+  return 1
 }
 
 # What a controller knows of its access points by itself. It answers with their locations, addresses and bands.
@@ -185,17 +191,20 @@ exec 8> >(
 )
 prefix=$!
 
-# Somebody may have taken the port before the daemon does, and the access points would come to him.
+# Each gets a session of its own: what the terminal's keys mean is this script's to say, and the order of the end too.
 echo "demo: starting zal_rrm under zal_controller; its log is $state/zal_rrm.log"
-start_controller
-while ! await_daemon; do
-  end "$controller"
-  controller=
-  rm "$state/zal_rrm.log"
-  next_port
-  start_controller
-done
+write_setup
+setsid "$build/controller/zal_controller" --state "$state" --setup "$state/setup.json" --vrrp 1 \
+  --ap-info "$state/ap-info.json" \
+  --daemon "$build/daemon/zal_rrm" >&8 2>&1 8>&- &
+controller=$!
 
+# Access points that find nobody come again and again, and say so: they come when somebody is there.
+await_daemon || {
+  echo "demo: zal_rrm does not listen; see $state/zal_rrm.log and $setup" >&2
+  exit 1
+}
+serves=yes
 if runs; then
   echo "demo: the access points of $site subscribe; $duration"
   setsid "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --scene "$scene" \
@@ -207,7 +216,7 @@ fi
 ended=
 status=0
 wait -n -p ended $simulation "$controller" || status=$?
-if [ "$ended" = "$simulation" ]; then
+if [ -n "$simulation" ] && [ "${ended:-}" = "$simulation" ]; then
   simulation=
 else
   controller=

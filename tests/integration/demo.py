@@ -9,10 +9,11 @@ import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 SIM, BUILD = (sys.argv.pop(1) for _ in range(2))
-SERVES = "\ndemo: the access points of "  # and by then has its port: one that finds it taken is ended again
+SERVES = "\ndemo: the access points of "
 
 
 class Terminal:
@@ -26,11 +27,12 @@ class Terminal:
                 signal.signal(key, signal.SIG_DFL)
             os.execvp(arguments[0], arguments)
 
-    def await_text(self, wanted):
-        while wanted not in self.text and self._read():
-            pass
-        if wanted not in self.text:
-            raise AssertionError(f"no {wanted!r} in\n{self.text}")
+    def await_text(self, wanted, seconds=240):
+        """Until it has printed what the pattern matches, which may span lines."""
+        deadline = time.monotonic() + seconds
+        while not re.search(wanted, self.text):
+            if time.monotonic() > deadline or not self._read():
+                raise AssertionError(f"no {wanted!r} in\n{self.text}")
 
     def press(self, keys):
         os.write(self.screen, keys)
@@ -39,8 +41,23 @@ class Terminal:
         """The exit status, once everything was printed."""
         while self._read():
             pass
+        self.close()
+        return self.await_exit()
+
+    def close(self):
         os.close(self.screen)
-        return os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
+        self.screen = None
+
+    def await_exit(self):
+        pid, self.pid = self.pid, None
+        return os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
+
+    def abandon(self):
+        """Whatever a test left."""
+        if self.screen is not None:
+            self.close()
+        if self.pid is not None:
+            self.await_exit()
 
     def _read(self):
         if not select.select([self.screen], [], [], 60)[0]:
@@ -68,18 +85,21 @@ class DemoCase(unittest.TestCase):
     def run_at_once(self, *arguments):
         return subprocess.run(self.command(*arguments), capture_output=True, text=True, timeout=60, check=False)
 
-    def start(self, *arguments):
+    def open(self, *arguments):
         terminal = Terminal(self.command(*arguments))
+        self.addCleanup(terminal.abandon)
+        return terminal
+
+    def start(self, *arguments):
+        terminal = self.open(*arguments)
         terminal.await_text(SERVES)
         return terminal
 
     def expect_clean_end(self, terminal, status):
         self.assertEqual(terminal.await_end(), status, terminal.text)
-        pids = re.findall(r"zal_rrm started, pid (\d+)\n", terminal.text)
-        self.assertNotEqual(pids, [])
-        self.assertEqual(terminal.text.count("controller | zal_rrm was ordered to end\n"), len(pids))
-        for pid in pids:
-            self.assertIn(f"controller | zal_rrm, pid {pid}, ended with status 0\n", terminal.text)
-            self.assertFalse(os.path.exists(f"/proc/{pid}"))
+        pid = re.search(r"zal_rrm started, pid (\d+)\n", terminal.text).group(1)
+        self.assertIn("controller | zal_rrm was ordered to end\n", terminal.text)
+        self.assertIn(f"controller | zal_rrm, pid {pid}, ended with status 0\n", terminal.text)
         self.assertNotIn("kill", terminal.text)
+        self.assertFalse(os.path.exists(f"/proc/{pid}"))
         self.assertFalse(os.path.exists(self.path(".zal", "demo", "bus.sock")))

@@ -4,24 +4,29 @@ import fcntl
 import json
 import os
 import re
+import signal
 import subprocess
 import sys
 import unittest
 
-from demo import BUILD, DemoCase, Terminal
+from demo import BUILD, DemoCase
 
-# Takes the port of its first setup, and holds it as long as the controller lives that it becomes.
+# Has the port of its setup taken, and holds it as long as the controller lives that it becomes.
 LATECOMER = """
-import json, os, socket, sys
+import contextlib, json, os, socket, sys
 real, taken, *arguments = sys.argv[1:]
-if not os.path.exists(taken):
-    with open(arguments[arguments.index("--setup") + 1]) as setup:
-        port = json.load(setup)["global"]["listen_port"]
+with open(arguments[arguments.index("--setup") + 1]) as setup:
+    port = json.load(setup)["global"]["listen_port"]
+with contextlib.suppress(OSError):  # another demo was quicker
     holder = socket.create_server(("", port))
     holder.set_inheritable(True)
-    with open(taken, "w") as file:
-        file.write(str(port))
+with open(taken, "w") as file:
+    file.write(str(port))
 os.execv(real, [real, *arguments])
+"""
+CRASHING = """
+import os, signal
+os.kill(os.getpid(), signal.SIGKILL)
 """
 
 
@@ -69,7 +74,7 @@ class DemoTest(DemoCase):
         self.assertNotIn("floor plans are in", terminal.text)
 
     def test_once_ends_with_the_report_of_its_plan(self):
-        terminal = Terminal(self.command("--once"))
+        terminal = self.open("--once")
         self.expect_clean_end(terminal, 0)
         report = terminal.text.partition("demo: the report that zal_rrm wrote for the domain office at ")[2]
         lines = report.splitlines()
@@ -115,7 +120,7 @@ class DemoTest(DemoCase):
 
     def test_a_port_that_is_taken_before_the_daemon_has_it_is_left_to_its_taker(self):
         self.write_build(LATECOMER)
-        terminal = Terminal(self.command("--build", self.path("build")))
+        terminal = self.open("--build", self.path("build"))
         terminal.await_text("office: 4 about to optimise\n")
         ports = [int(port) for port in re.findall(r"^demo: port (\d+) is taken, trying the next$", terminal.text, re.MULTILINE)]
         self.assertEqual(ports, list(range(8099, ports[-1] + 1)))
@@ -126,13 +131,57 @@ class DemoTest(DemoCase):
         terminal.press(b"\x03")
         self.expect_clean_end(terminal, 0)
 
+    def test_a_daemon_that_does_not_listen_is_told(self):
+        with open(self.path("sim", "sites", "office-setup.json"), encoding="utf-8") as file:
+            setup = json.load(file)
+        setup["global"]["enabled"] = 0
+        with open(self.path("sim", "sites", "office-setup.json"), "w", encoding="utf-8") as file:
+            json.dump(setup, file)
+        terminal = self.open()
+        self.expect_clean_end(terminal, 1)
+        self.assertIn("demo: zal_rrm does not listen; see ", terminal.text)
+        self.assertNotIn("access points", terminal.text)
+
+    def test_a_controller_that_crashes_at_once_ends_it(self):
+        self.write_build(CRASHING)
+        terminal = self.open("--build", self.path("build"))
+        self.assertNotEqual(terminal.await_end(), 0)
+        self.assertIn("demo: the controller ended; see ", terminal.text)
+        self.assertNotIn("unbound", terminal.text)
+        self.expect_nothing_left()
+
+    def test_interrupted_before_it_serves_it_stops_everything(self):
+        terminal = self.open()
+        terminal.await_text("demo: starting zal_rrm under zal_controller")
+        terminal.press(b"\x03")
+        self.assertEqual(terminal.await_end(), 0)
+        self.assertIn("demo: stopping\n", terminal.text)
+        self.assertNotIn("cleanly", terminal.text)
+        self.expect_nothing_left()
+
+    def test_terminated_it_stops_everything(self):
+        terminal = self.start()
+        os.kill(terminal.pid, signal.SIGTERM)
+        self.expect_clean_end(terminal, 0)
+        self.expect_nothing_left()
+
+    def test_left_without_its_terminal_it_stops_everything(self):
+        terminal = self.start()
+        terminal.close()
+        self.assertEqual(terminal.await_exit(), 0)
+        self.expect_nothing_left()
+
+    def expect_nothing_left(self):
+        """Each of its programs holds the demo's lock."""
+        with open(self.path(".zal", "demo.lock"), "rb") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+
     def write_build(self, controller):
         """A build whose controller is this script; it becomes the real one, whose path is its first argument."""
         real = os.path.join(BUILD, "controller", "zal_controller")
-        for folder, program in (("controller", None), ("daemon", "zal_rrm"), ("sim", "zal_apsim")):
+        for folder, program in (("controller", "zalctl"), ("daemon", "zal_rrm"), ("sim", "zal_apsim")):
             os.makedirs(self.path("build", folder))
-            if program:
-                os.symlink(os.path.join(BUILD, folder, program), self.path("build", folder, program))
+            os.symlink(os.path.join(BUILD, folder, program), self.path("build", folder, program))
         script = self.path("build", "controller", "zal_controller")
         with open(script, "w", encoding="utf-8") as file:
             file.write(f"#!/bin/sh\nexec {sys.executable} -c '{controller}' {real} {self.path('taken')} \"$@\"\n")
