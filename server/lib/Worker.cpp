@@ -161,7 +161,8 @@ void Worker::serve() {
 bool Worker::pass() {
   MutexLock lock(mutex);
   before_messages();
-  return process_queues();
+  // Whoever subscribes to a domain that its tick has just ended belongs to the next one.
+  return !stop_requested && process_queues();
 }
 
 }  // namespace rrm

@@ -148,6 +148,18 @@ TEST_F(Endings, AWorkerThatFellLeavesItsMessagesToTheNext) {
   EXPECT_EQ(heir->last_sender(), 2u);
 }
 
+TEST_F(Endings, AMessageThatWaitsWhenATimerEndsTheWorkerIsRoutedAgain) {
+  const auto ended = std::make_shared<ProbeWorker>(&server, ProbeWorker::Options{.name = "lab"});
+  ended->hooks.before = [raw = ended.get()] { raw->end(); };
+  server.adopt(ended);
+  receive("subscribe-request", 8);
+  ended->start();
+  const auto heir = heir_of(*ended);
+  heir->record->await("lab: subscribe-request");
+  EXPECT_EQ(heir->last_sender(), 8u);
+  EXPECT_THAT(ended->record->lines(), ElementsAre("lab: connect", "lab: disconnect"));
+}
+
 // --- A message on its way to a worker that ends.
 
 // Pushes only once the worker has left the map, as a router may that was delayed after its look-up.
