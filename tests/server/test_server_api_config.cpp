@@ -161,6 +161,7 @@ TEST_F(ApiConfig, SetWithoutWhatItNeedsIsNotAnswered) {
 
 TEST_F(ApiConfig, SetGlobalRestartsTheServerUnderItsRoleWhenSomethingChanged) {
   server.update_vrrp_role(1, nullptr);
+  server.record->await("websock: connect");
   run_domains({"hall", "lab", "yard"});
   EXPECT_EQ(cfg(R"({"operation":"set","level":"global","config":{"vrrp_timeout":20,"use_https":0}})"),
             R"({"version":"2.1","invalid_parameters":[],"operation":"set","level":"global"})");
@@ -211,6 +212,7 @@ TEST_F(ApiConfig, SetGlobalWithARejectedValueAppliesNoneAndNamesThemAll) {
 
 TEST_F(ApiConfig, TheServerSwitchedOffAndOnAgainServesItsRole) {
   server.update_vrrp_role(1, nullptr);
+  server.record->await("websock: connect");
   run_domains({"lab"});
   cfg(R"({"operation":"set","level":"global","config":{"enabled":0}})");
   EXPECT_THAT(server.domains(), IsEmpty());
