@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "core/sleep_recorder.h"
+#include "json/JsonReader.h"
 #include "json/JsonWriter.h"
 #include "support/capture.h"
 #include "ws_server.h"
