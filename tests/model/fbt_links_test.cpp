@@ -66,13 +66,24 @@ TEST(FbtLinkLists, EachOfTheThreeTextsMakesAnotherLink) {
   }
 }
 
-TEST(FbtLinkLists, ALinkThatNoListHoldsIsForgotten) {
+TEST(FbtLinkLists, ALinkIsGoneWithTheLastListThatHoldsIt) {
+  const std::size_t before = shared_link_count();
   std::weak_ptr<const FbtLink> gone = share_link(link_named("gone"));
   EXPECT_TRUE(gone.expired());
-  EXPECT_EQ(*share_link(link_named("gone")), link_named("gone"));
+  EXPECT_EQ(shared_link_count(), before);
+
+  FbtLinks links = links_named({"a", "b", "a"});
+  FbtLinks copy = links;
+  EXPECT_EQ(shared_link_count(), before + 2);
+  links.clear();
+  EXPECT_EQ(shared_link_count(), before + 2);
+  copy.erase_if([](const SharedFbtLink& link) { return *link == link_named("a"); });
+  EXPECT_EQ(shared_link_count(), before + 1);
+  copy.clear();
+  EXPECT_EQ(shared_link_count(), before);
+  EXPECT_EQ(*share_link(link_named("a")), link_named("a"));
 }
 
-// More links than are kept beyond their time, so that the forgotten ones have gone from the books in between.
 TEST(FbtLinkLists, LinksInUseOutliveAnyNumberOfForgottenOnes) {
   const FbtLinks held = links_named({"a", "b"});
   const SharedFbtLink a = held[0];
@@ -137,6 +148,7 @@ TEST(FbtLinkLists, ALinkIsWrittenAsAnObject) {
 // Domains are worked on by threads of their own, which hold the same links.
 TEST(FbtLinkLists, ListsOfDifferentThreadsShareTheirLinks) {
   const std::vector<std::string> names = {"a", "b", "c", "d", "e", "f", "g", "h"};
+  const std::size_t before = shared_link_count();
   const FbtLinks common = links_named(names);
   std::vector<FbtLinks> results(4);
   std::vector<std::thread> threads;
@@ -152,6 +164,20 @@ TEST(FbtLinkLists, ListsOfDifferentThreadsShareTheirLinks) {
   for (std::thread& thread : threads) thread.join();
   for (const FbtLinks& result : results) EXPECT_EQ(result, texts_named(names));
   EXPECT_EQ(common, texts_named(names));
+  EXPECT_EQ(shared_link_count(), before + names.size());
+}
+
+// One thread lets the last one go while another asks for it.
+TEST(FbtLinkLists, ALinkMayEndWhileItIsAskedForAgain) {
+  const std::size_t before = shared_link_count();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      for (int round = 0; round < 5000; ++round) EXPECT_EQ(*share_link(link_named("one")), link_named("one"));
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(shared_link_count(), before);
 }
 
 }  // namespace

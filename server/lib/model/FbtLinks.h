@@ -30,6 +30,8 @@ using SharedFbtLink = std::shared_ptr<const FbtLink>;
 
 // The one object of all links that say this. Safe from any thread.
 SharedFbtLink share_link(const FbtLink& link);
+// The different links that somebody holds: one that nobody holds any more is gone at once, its key with it.
+std::size_t shared_link_count();
 
 class FbtLinks {
  public:
