@@ -165,7 +165,8 @@ write_setup() { sed "s/\"listen_port\" *: *[0-9]*/\"listen_port\": $port/" "$set
 # Somebody may take the port before the daemon does, and the access points would come to him: the daemon's own word
 # counts, and a port that it cannot have is passed. Fails if it does not listen within 40 seconds.
 await_daemon() {
-  for _ in {1..400}; do
+  local deadline=$((SECONDS + 40))
+  while ((SECONDS < deadline)); do
     logged "Starting [0-9]* lws threads" && listens && return
     runs || return 0
     if logged "Can't listen on port $port,"; then

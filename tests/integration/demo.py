@@ -60,8 +60,8 @@ class Terminal:
             self.await_exit()
 
     def _read(self):
-        if not select.select([self.screen], [], [], 60)[0]:
-            raise AssertionError("silent for a minute after\n" + self.text)
+        if not select.select([self.screen], [], [], 120)[0]:
+            raise AssertionError("silent for two minutes after\n" + self.text)
         try:
             data = os.read(self.screen, 65536)
         except OSError:  # the last process has left the terminal
