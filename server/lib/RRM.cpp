@@ -255,6 +255,11 @@ void RRM::send_text(std::string&& text, const BaseSession& session) {
   if (websocket_server != nullptr) websocket_server->enqueue_serialized(std::move(text), session);
 }
 
+bool RRM::has_session(const BaseSession& session) const {
+  const auto* websocket_server = dynamic_cast<const WebsockServerWorker*>(websock_worker.get());
+  return websocket_server == nullptr || websocket_server->has_session(session);
+}
+
 void RRM::send_message(const char* text, const BaseSession& session) {
   JsonReader json(text);
   if (json.empty()) {

@@ -6,7 +6,7 @@
 // is held for look-ups and copies only, never across a push, a start, a stop or execute_locked.
 //
 // `config` is the owner's and outlives this object; every worker and every thread of one is gone when release() or the
-// destructor returns. A subclass that overrides send_text calls release() in its own destructor.
+// destructor returns. A subclass that overrides send_text or has_session calls release() in its own destructor.
 #pragma once
 
 #include <condition_variable>
@@ -49,6 +49,9 @@ class RRM {
   // Sends a text that must be checked first.
   void send_message(const char* text, const BaseSession& session);
 
+  // False if the session's connection has ended; without a WebSocket side nobody can tell. From any thread.
+  virtual bool has_session(const BaseSession& session) const;
+
   // Life, on the main thread.
   void start(bool preserve_role = false);
   void release();
@@ -82,9 +85,10 @@ class RRM {
   // Makes a worker from a backup's record, unless one of that name lives. Main thread.
   void restore_domain(JsonReader& domain);
 
-  // On the thread of a worker that ends by itself: takes it out of the map, lets its thread go and routes again what
-  // it left in its queue. Another worker of the same name stays. True if the thread was let go: it then reports the
-  // very end of its life by detached_thread_ended, and release waits for that.
+  // On the thread of a worker that ends by itself: takes it out of the map, lets its thread go, routes again what it
+  // left in its queue and drops the sessions of access points that it may still have. Another worker of the same name
+  // stays. True if the thread was let go: it then reports the very end of its life by detached_thread_ended, and
+  // release waits for that.
   bool stop_domain_event(const std::string& domain, Worker& caller);
   void detached_thread_ended() RRM_EXCLUDES(workers.mutex);
 

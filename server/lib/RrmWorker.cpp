@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -589,7 +590,26 @@ void RrmWorker::process_timer_message() {
   if (erased != 0) raise_domain_changed();
   if (load_balancer_counter_ > 0) --load_balancer_counter_;
   if (load_balancer_counter_ == 0) load_balancer_stop_ = false;
+  forget_lost_sessions();
   arm_tick();
+}
+
+// The word that a session has ended may overtake the session's subscribe, come before there is a domain, or be lost in
+// a flood, and of a session that another domain has closed there is none. Such an AP would stay for ever: asked in
+// every cycle, never answering, and on every list of its neighbours. As long as orders wait, the word may be among
+// them.
+void RrmWorker::forget_lost_sessions() {
+  if (queue.size(queue.force) != 0) return;
+  std::map<std::uint32_t, BaseSession> lost;
+  for (const ApMap* set : {&aps_, &unanswered_aps_}) {
+    for (const auto& [mac, ap] : *set) {
+      if (!owner->has_session(ap->session)) lost.emplace(ap->session.id, ap->session);
+    }
+  }
+  for (const auto& [id, session] : lost) {
+    RRM_LOG(LOG_TRACE, "Session %u has ended unnoticed", id);
+    process_drop_session(session);
+  }
 }
 
 // What the counters of messages count is nothing; operators' scripts expect them in the line.

@@ -151,6 +151,7 @@ class RrmWorker final : public Worker {
   void process_timer_message() RRM_REQUIRES(mutex);
   void process_timer_balance() RRM_REQUIRES(mutex);
   void log_state() const RRM_REQUIRES(mutex);
+  void forget_lost_sessions() RRM_REQUIRES(mutex);
   void replan_after_departure() RRM_REQUIRES(mutex);
 
   // Adds the APs of a backup's array to a set; bad ones are reported and left out.

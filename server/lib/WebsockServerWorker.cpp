@@ -305,6 +305,12 @@ bool WebsockServerWorker::is_live(lws* wsi) const {
   return sessions.map.contains(wsi);
 }
 
+bool WebsockServerWorker::has_session(const BaseSession& session) const {
+  MutexLock lock(sessions.mutex);
+  const WebsockSession* const live = find_session(session.wsi);
+  return live != nullptr && live->identity() == session.identity();
+}
+
 bool WebsockServerWorker::valid_tsi(int tsi) {
   return tsi >= 0 && static_cast<std::size_t>(tsi) < max_service_threads;
 }

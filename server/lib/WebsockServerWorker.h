@@ -61,6 +61,8 @@ class WebsockServerWorker final : public Worker {
   // The same on the normal ring, with a text that is ready to be sent.
   void enqueue_serialized(std::string&& text, const BaseSession& session);
 
+  // Whether its connection is open. A later one of the same `wsi` is another session.
+  bool has_session(const BaseSession& session) const RRM_EXCLUDES(sessions.mutex);
   // All sessions of this moment, in no particular order.
   std::vector<std::shared_ptr<WebsockSession>> sessions_snapshot() const RRM_EXCLUDES(sessions.mutex);
   // Adds "websock-sessions", an array with `id` and `peer` of each.

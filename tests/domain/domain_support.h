@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +33,9 @@ class DomainServer final : public RRM {
 
   void send_text(const char* text, const BaseSession& session) override;
   void send_text(std::string&& text, const BaseSession& session) override;
+
+  bool has_session(const BaseSession& session) const override { return !ended.contains(session.id); }
+  std::set<std::uint32_t> ended;  // sessions whose connection is gone, whether or not the domain was told
 
   // Puts a worker into the map without starting it.
   void adopt(const std::shared_ptr<Worker>& worker);

@@ -257,6 +257,42 @@ TEST_F(Tick, CountsWhatWaitsInTheQueues) {
                        "load_balancer_stop: 0 counter: 0")));
 }
 
+// Nobody told the domain of the end: that word came before the session's subscribe, or was lost.
+TEST_F(Tick, FindsSessionsThatHaveEndedUnnoticed) {
+  settings.use_optimization_event = false;
+  start_with_two();
+  subscribe(2, an_ap36("00:11:22:33:66:00"));
+  server.ended = {2};
+  advance(10);
+  EXPECT_LINES(journal.take(), ({line("0) aps: 3 unanswered_aps: 0 aps_to_delete: 0 queued: 0 load_balancer_lock: 0 "
+                                      "load_balancer_stop: 0 counter: 0"),
+                                 "TRACE Session 2 has ended unnoticed", "EVENT 23 lab"}));
+  EXPECT_EQ(aps().size(), 1u);
+  EXPECT_EQ(deleted_aps().size(), 2u);
+  EXPECT_EQ(ap(ap2)->delete_ttl, 30);
+  EXPECT_TRUE(ap(ap2)->session_dropped);
+  advance(10);
+  EXPECT_EQ(journal.take().size(), 1u) << "the domain's state";
+}
+
+TEST_F(Tick, LeavesSessionsAloneWhoseEndMayStillBeTold) {
+  start_with_two();
+  server.ended = {2};
+  worker->enqueue_message_force(JsonReader(internal_message::drop_session), no_session);
+  advance(10);
+  EXPECT_FALSE(journal.has("TRACE Session 2 has ended unnoticed"));
+  EXPECT_EQ(aps().size(), 2u);
+}
+
+TEST_F(Tick, FindsASilentApWhoseSessionHasEndedUnnoticed) {
+  start_with_a_silent_ap2();
+  server.ended = {2};
+  advance(10);
+  EXPECT_TRUE(journal.has("TRACE Session 2 has ended unnoticed"));
+  EXPECT_TRUE(unanswered_aps().empty());
+  EXPECT_TRUE(deleted_aps().empty());
+}
+
 TEST_F(Tick, ADeletedApIsGoneAfterItsTicks) {
   settings.use_optimization_event = false;
   start_with_two();

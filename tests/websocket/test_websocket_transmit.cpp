@@ -150,6 +150,19 @@ TEST_P(WebsockEnqueue, OtherThreadIndexAloneIsStaleToo) {
                                                   "tsi=0)"}}));
 }
 
+TEST_F(WebsockTransmit, HasTheSessionsWhoseConnectionsAreOpenAndNoOthers) {
+  const BaseSession gone = open(first);
+  const BaseSession other = open(second);
+  EXPECT_TRUE(server.worker->has_session(gone));
+  server.library.close(first);
+  EXPECT_FALSE(server.worker->has_session(gone));
+  const BaseSession heir = open(first);
+  EXPECT_FALSE(server.worker->has_session(gone)) << "its handle is another's";
+  EXPECT_TRUE(server.worker->has_session(heir));
+  EXPECT_TRUE(server.worker->has_session(other));
+  EXPECT_FALSE(server.worker->has_session(no_session));
+}
+
 TEST_P(WebsockEnqueue, MessageBeforeTheFirstWritableEventMakesTheQueueAndIsLost) {
   server.library.open(first);
   const BaseSession session = server.session(first);
