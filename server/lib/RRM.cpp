@@ -440,6 +440,9 @@ bool RRM::stop_domain_event(const std::string& domain, Worker& caller) {
     worker->detach();
     worker->close();
     route_leftovers(*worker);
+    // Only one that an exception has ended has access points left, and these do not subscribe again by themselves.
+    std::unordered_set<std::uint32_t> dropped;
+    drop_ap_sessions(domain, *worker, dropped);
   } catch (const std::exception& error) {
     RRM_LOG(LOG_ERROR, "Exception at processing stop_domain_event: %s", error.what());
     emit_event_text(12, domain);

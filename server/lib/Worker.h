@@ -84,7 +84,7 @@ class alignas(64) Worker : public std::enable_shared_from_this<Worker> {
   // system has no thread left. Requires: a std::shared_ptr owns the worker.
   void start() RRM_EXCLUDES(thread_mutex);
 
-  // Runs `action` between two passes. Requires: not called on the worker's own thread.
+  // Runs `action` between two passes. Requires: the caller does not hold the mutex, as the worker does in a pass.
   void execute_locked(const std::function<void()>& action) RRM_EXCLUDES(mutex);
 
   // Has `notify` called with every push. Requires: no other thread knows the worker yet.

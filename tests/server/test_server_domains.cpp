@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <utility>
@@ -254,6 +255,35 @@ TEST(RestoredServer, ADomainMeetsItsFirstMessageWithAllThatItsBackupHolds) {
   set_log_hook(nullptr);
 }
 
+// Out of memory when a whole domain is to be told something.
+class ShortOfMemory final : public TestServer {
+ public:
+  using TestServer::TestServer;
+  ~ShortOfMemory() override { release(); }
+  using TestServer::send_text;
+  void send_text(std::string&& text, const BaseSession& session) override {
+    if (text.find("rrm-request-mode") != std::string::npos) throw std::bad_alloc();
+    TestServer::send_text(std::move(text), session);
+  }
+};
+
+// They do not subscribe again as long as they are connected.
+TEST(FallenDomain, LetsItsAccessPointsGoSoThatTheyComeBack) {
+  const Capture capture;
+  ManualClock clock;
+  GlobalConfig config("", patterns_and_copies);
+  ShortOfMemory server(&config);
+  server.make_real_domain_workers();
+  server.receive(a_subscribe("02:00:00:00:00:0A").with_radio(a_5ghz_radio()).text(), 4);
+  ASSERT_TRUE(eventually([&] { return server.sent().size() == 1; }));
+  clock.advance(20);
+  ASSERT_TRUE(eventually([&] { return server.fixed_websock().queued() == 1; }));
+  EXPECT_EQ(capture.count("Unhandled exception 'std::bad_alloc' at worker Worker"), 1u);
+  EXPECT_EQ(capture.count("Drop session 02:00:00:00:00:0A(4) on worker 'lab'."), 1u);
+  EXPECT_TRUE(capture.has_line(LOG_TRACE, "drop_session_at_websock_worker: 4 force: 1"));
+  EXPECT_THAT(server.domains(), IsEmpty());
+}
+
 // --- The server as it is outside of tests.
 
 TEST(PlainServer, ATextForASessionThatIsGoneIsRefusedByTheWebSocketWorker) {
@@ -266,6 +296,14 @@ TEST(PlainServer, ATextForASessionThatIsGoneIsRefusedByTheWebSocketWorker) {
   server.send_text(std::string("{}"), gone);
   server.send_text(static_cast<const char*>(nullptr), gone);
   EXPECT_EQ(capture.count("enqueue_serialized: no live websocket session for wsi (dropped id=7)"), 2u);
+}
+
+TEST(PlainServer, ASessionThatIsGoneIsKnownToBe) {
+  const Capture capture;
+  GlobalConfig config("", patterns_and_copies);
+  const RRM server(&config);
+  int peer = 0;
+  EXPECT_FALSE(server.has_session({reinterpret_cast<lws*>(&peer), 0, 7}));
 }
 
 TEST(PlainServer, ItsWorkersBearTheirNames) {
