@@ -12,6 +12,7 @@
 #include "commands.h"
 #include "json/JsonReader.h"
 #include "mac_filter_orders.h"
+#include "setup_faults.h"
 #include "trace.h"
 #include "zal/cfg.h"
 
@@ -206,6 +207,7 @@ void RadioRM::create_server(const std::string& setup) {
   trace.ap("Need to start RRM");
   if (!is_json_object(setup)) trace.error("Setup is no JSON object, the defaults hold");
   config_ = std::make_unique<rrm::GlobalConfig>(no_config_file, setup);
+  tell_setup_faults(setup, *config_);
   rrm_ = std::make_unique<rrm::RRM>(config_.get());
   rrm_->start();
   set_vrrp_state(vrrp_state_);
@@ -214,6 +216,7 @@ void RadioRM::create_server(const std::string& setup) {
 void RadioRM::change_setup(const std::string& setup) {
   if (!is_json_object(setup)) return trace.error("Setup is no JSON object, nothing changes");
   const rrm::GlobalConfig next(no_config_file, setup);
+  tell_setup_faults(setup, next);
   trace.ap("RRM already exists, send messages to Api");
   const bool was_enabled = config_->enabled();
   ApiZAL interface = api();

@@ -167,7 +167,12 @@ struct SetupRow {
 TEST_F(BadSetups, AValueThatIsWrongReadsAsStated) {
   const std::string both = north + "," + hall;
   const std::string only_hall = setup(own_port, own_age, "", hall);  // its pattern takes "north" along
-  const Lines north_refused = {R"(warn: Setup: 'add domain north' refused, invalid parameters: [{"pattern":"dense"}])"};
+  const Lines nobody_left = {"warn: Setup: domains not taken over: 'north', 'hall'"};
+  const Lines no_north = {"warn: Setup: domains not taken over: 'north'"};
+  const Lines no_hall = {"warn: Setup: domains not taken over: 'hall'"};
+  const Lines no_name = {"warn: Setup: domains not taken over: ''"};
+  const Lines north_refused = {no_north[0],
+                               R"(warn: Setup: 'add domain north' refused, invalid parameters: [{"pattern":"dense"}])"};
   const auto with_port = [&](const std::string& port) {
     return setup(R"({"listen_port":)" + port + "}", own_age, dense, both);
   };
@@ -181,19 +186,29 @@ TEST_F(BadSetups, AValueThatIsWrongReadsAsStated) {
   const std::vector<SetupRow> rows = {
       {"", "object", "{}", {}},
       {"", any, valid_setup, {"hall", "north"}, {refused}},
-      {"/global", "missing null", "{}", {}},
+      {"/global", "missing null", "{}", {}, nobody_left},
       {"/global", any, setup("{}", own_age, dense, both), {}},
-      {"/global/listen_port", "missing negative", with_port("8099"), {}},
+      {"/global/listen_port", "missing", with_port("8099"), {}},
+      {"/global/listen_port",
+       "negative",
+       with_port("8099"),
+       {},
+       {R"(warn: Setup: invalid parameters: [{"listen_port":-7}])"}},
       {"/global/listen_port", "number", with_port("7"), {}},
       {"/global/listen_port", "true", with_port("1"), {}},
       {"/global/listen_port", read_as_zero, with_port("0"), {}},
-      {"/common", "missing null", R"({"global":)" + own_port + "}", {}},
+      {"/common", "missing null", R"({"global":)" + own_port + "}", {}, nobody_left},
       {"/common", any, setup(own_port, "{}", dense, both), {"north"}},
-      {"/common/client_max_age", "missing negative", with_age("20"), {"north"}},
+      {"/common/client_max_age", "missing", with_age("20"), {"north"}},
+      {"/common/client_max_age",
+       "negative",
+       with_age("20"),
+       {"north"},
+       {R"(warn: Setup: invalid parameters: [{"client_max_age":-7}])"}},
       {"/common/client_max_age", "number", with_age("7"), {"north"}},
       {"/common/client_max_age", "true", with_age("1"), {"north"}},
       {"/common/client_max_age", read_as_zero, with_age("0"), {"north"}},
-      {"/patterns", "missing null", setup(own_port, own_age, "", ""), {}},
+      {"/patterns", "missing null", setup(own_port, own_age, "", ""), {}, nobody_left},
       {"/patterns", any, only_hall, {"hall"}, north_refused},
       {"/patterns/0", any, only_hall, {"hall"}, north_refused},
       {"/patterns/0/pattern", not_text, only_hall, {"hall"}, north_refused},
@@ -205,29 +220,31 @@ TEST_F(BadSetups, AValueThatIsWrongReadsAsStated) {
       {"/patterns/0/use_tpc", read_as_zero, valid_setup, {"hall", "north"}},
       {"/patterns/0/use_tpc", any, with_tpc("1"), {"hall"}},
       {"/domains", any, with_domains(""), {}},
-      {"/domains/0", any, with_domains(hall), {"hall"}},
-      {"/domains/0/domain", not_text, with_domains(hall), {"hall"}},
+      {"/domains/0", "missing", with_domains(hall), {"hall"}},
+      {"/domains/0", any, with_domains(hall), {"hall"}, no_name},
+      {"/domains/0/domain", not_text, with_domains(hall), {"hall"}, no_name},
       {"/domains/0/domain",
        texts,
        with_domains(R"({"domain":@,"pattern":"dense","time_zone":"3:00"},)" + hall),
        {"hall"}},
-      {"/domains/0/pattern", not_text, with_domains(hall), {"hall"}},
+      {"/domains/0/pattern", not_text, with_domains(hall), {"hall"}, no_north},
       {"/domains/0/pattern",
        texts,
        valid_setup,
        {"hall", "north"},
-       {"warn: Setup: 'set domain north' refused, invalid parameters: []"}},
+       {no_north[0], "warn: Setup: 'set domain north' refused, invalid parameters: []"}},
       {"/domains/0/time_zone", "missing", with_domains(R"({"domain":"north","pattern":"dense"},)" + hall), {"hall"}},
-      {"/domains/0/time_zone", any, with_domains(hall), {"hall"}},
-      {"/domains/1", any, with_domains(north), {"north"}},
-      {"/domains/1/domain", not_text, with_domains(north), {"north"}},
+      {"/domains/0/time_zone", any, with_domains(hall), {"hall"}, no_north},
+      {"/domains/1", "missing", with_domains(north), {"north"}},
+      {"/domains/1", any, with_domains(north), {"north"}, no_name},
+      {"/domains/1/domain", not_text, with_domains(north), {"north"}, no_name},
       {"/domains/1/domain", texts, with_domains(north + R"(,{"domain":@,"pattern":"common"})"), {"north"}},
-      {"/domains/1/pattern", not_text, with_domains(north), {"north"}},
+      {"/domains/1/pattern", not_text, with_domains(north), {"north"}, no_hall},
       {"/domains/1/pattern",
        texts,
        valid_setup,
        {"hall", "north"},
-       {"warn: Setup: 'set domain hall' refused, invalid parameters: []"}},
+       {no_hall[0], "warn: Setup: 'set domain hall' refused, invalid parameters: []"}},
   };
   run_site();
   std::set<const SetupRow*> used;

@@ -160,6 +160,30 @@ TEST_F(DaemonGateway, TheFirstSetupBuildsTheServerFromItsText) {
   EXPECT_EQ(radio_->server()->role(), rrm::RRM::role_backup);
 }
 
+// What is wrong is passed over, and nobody would ever learn of it from the answer.
+TEST_F(DaemonGateway, ASetupsFaultsAreToldBesideWhatIsTaken) {
+  radio_->update_setup(text(R"({
+    "global": {"listen_port": 70000},
+    "patterns": [{"pattern": "dense", "client_max_age": 301, "hysteresis_5g": "much"}],
+    "common": {"dca_threshold": -1},
+    "domains": [{"domain": "north", "pattern": "dense"}, {"domain": "south", "pattern": "none"},
+                {"domain": "west", "pattern": "dense", "time_zone": "15:00"}, {"pattern": "dense"}]})"));
+  EXPECT_THAT(Platform::instance().notes(),
+              IsSupersetOf({R"(warn: Setup: invalid parameters: )"
+                            R"([{"listen_port":70000},{"hysteresis_5g":0},{"client_max_age":301}])",
+                            R"(warn: Setup: domains not taken over: 'south', 'west', '')"}));
+  EXPECT_EQ(radio_->config()->global().listen_port, 8099);
+  EXPECT_EQ(radio_->config()->pattern("dense")->client_max_age, 20);
+  EXPECT_TRUE(radio_->config()->domain_info("north"));
+}
+
+TEST_F(DaemonGateway, DomainsBehindAMissingSectionAreTold) {
+  radio_->update_setup(
+      text(R"({"global": {}, "patterns": [], "domains": [{"domain": "north", "pattern": "common"}]})"));
+  EXPECT_THAT(Platform::instance().notes(), Contains("warn: Setup: domains not taken over: 'north'"));
+  EXPECT_FALSE(radio_->config()->domain_info("north"));
+}
+
 TEST_F(DaemonGateway, AFirstSetupThatIsNoObjectLeavesTheDefaults) {
   for (const char* setup : {"", "nonsense", "[]", "5", "{\"global\":"}) {
     SCOPED_TRACE(setup);

@@ -242,7 +242,8 @@ TEST_F(DaemonRoles, ATurnThatTheServerRefusesOrdersNothing) {
     radio->update_setup(zal::testing::text(R"({"global":{"enabled":)" + std::string(was_enabled ? "0" : "1") +
                                            R"(,"report_delete_at_time_utc":"24:00"}})"));
     EXPECT_THAT(without_commands(Platform::instance().notes()),
-                ElementsAre("ap: RRM already exists, send messages to Api",
+                ElementsAre(R"(warn: Setup: invalid parameters: [{"report_delete_at_time_utc":"24:00"}])",
+                            "ap: RRM already exists, send messages to Api",
                             R"(warn: Setup: 'set global' refused, invalid parameters: )"
                             R"([{"report_delete_at_time_utc":"24:00"}])"));
     EXPECT_EQ(radio->config()->enabled(), was_enabled);
