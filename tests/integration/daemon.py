@@ -48,7 +48,9 @@ class Daemon:
         with open(setup_path, "w", encoding="utf-8") as file:
             json.dump({**setup, "global": {**setup.get("global", {}), "enabled": 1, "listen_port": self.port}}, file)
         self.output_path = os.path.join(self.directory.name, "controller.out")
-        self._command = [*prefix, controller, "--state", self.state, "--setup", setup_path, "--daemon", daemon]
+        self._command = [*prefix, controller, "--state", self.state, "--setup", setup_path]
+        if daemon:  # otherwise the one beside the controller
+            self._command += ["--daemon", daemon]
         self._start(vrrp, self._listens if vrrp < 2 and not prefix else self._answers)
 
     def start_again(self, vrrp):
