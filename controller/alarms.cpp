@@ -20,6 +20,8 @@ std::string utc_text(std::time_t time) {
 
 const char* status_name(std::int64_t status) {
   using Status = zal::MorvaneOptimizationEventType;
+  constexpr std::int64_t computing = 5;  // told where it is asked for, and never an alarm
+  if (status == computing) return "computing";
   if (status < 0 || status > static_cast<int>(Status::delay_before_forced_optimization)) return "unknown";
   switch (Status{static_cast<int>(status)}) {
     case Status::idle:

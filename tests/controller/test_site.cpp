@@ -169,7 +169,8 @@ TEST(ControllerAlarms, AnAlarmIsOneLineWithItsMeaning) {
                                                        {2, "waiting for modes"},
                                                        {3, "waiting for scans"},
                                                        {4, "about to optimise"},
-                                                       {5, "unknown"},
+                                                       {5, "computing"},
+                                                       {6, "unknown"},
                                                        {-1, "unknown"}};
   for (const auto& [status, name] : cases)
     EXPECT_EQ(to_text({1700000000, "office", status}),
