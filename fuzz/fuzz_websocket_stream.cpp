@@ -435,7 +435,10 @@ class Stranger {
     read_answers();
     find_session();
     check_heard();
-    if (framed_ && peer_.served() && certain()) check_answers();
+    if (framed_ && certain()) {
+      require(peer_.served(), "who keeps the protocol is served on");
+      check_answers();
+    }
     peer_.close();
     const auto dropped = server_.dropped();
     const bool told = session_.id != 0 && !drop_ordered_;

@@ -1,10 +1,11 @@
-// A directory for the files of one process, in memory where the system has a place for that, and emptied for each
-// input.
+// A directory for the files of one process, emptied for each input: in the one that ZAL_FUZZ_DIR names, or in memory
+// where the system has a place for that. A process that is ended from outside leaves it.
 #pragma once
 
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -17,9 +18,7 @@ namespace zal::fuzz {
 class ScratchDir {
  public:
   ScratchDir() {
-    const std::string memory = "/dev/shm";
-    const bool has_memory = ::access(memory.c_str(), W_OK) == 0;
-    std::string name = (has_memory ? memory : std::filesystem::temp_directory_path().string()) + "/zal-fuzz-XXXXXX";
+    std::string name = parent() + "/zal-fuzz-XXXXXX";
     require(::mkdtemp(name.data()) != nullptr, "there is room for a directory");
     path_ = name;
   }
@@ -48,6 +47,12 @@ class ScratchDir {
   }
 
  private:
+  static std::string parent() {
+    const std::string memory = "/dev/shm";
+    if (const char* const named = std::getenv("ZAL_FUZZ_DIR")) return named;
+    return ::access(memory.c_str(), W_OK) == 0 ? memory : std::filesystem::temp_directory_path().string();
+  }
+
   std::string path_;
 };
 
