@@ -65,6 +65,9 @@ void Comparison::tell() {
     const auto goal = goals_.find(what);
     if (goal != goals_.end()) measure.goal = goal->second;
     measures_.add(std::move(measure));
+    for (auto& [way, rates] : by_way) {
+      if (way != ours_ && way != anchor_) measures_.add({what + ", " + way, median(rates), unit_});
+    }
   }
 }
 

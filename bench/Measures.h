@@ -1,5 +1,6 @@
 // What a benchmark measured, for people as lines of a table and with --json FILE for programs: an array of objects with
-// `name`, `value`, `unit` and, where the measure is compared with something, `anchor`, `anchor_value`, `ratio`, `goal`.
+// `name`, `value`, `unit`, where the measure is compared with something `anchor`, `anchor_value`, `ratio`, and where
+// something is to be reached `goal`.
 #pragma once
 
 #include <optional>

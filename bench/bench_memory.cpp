@@ -149,8 +149,8 @@ void measure_clients(Measures& measures, const char* what, Add add, Held held) {
   std::vector<Store> stores(radios);
   const Memory before = memory_now();
   for (std::size_t i = 0; i < radios * clients_each; ++i) add(stores[i / clients_each], client_mac(i));
-  add_per(measures, what, std::size_t{radios} * clients_each, before);
   for (const Store& store : stores) require(held(store) == clients_each, "a client is missing");
+  add_per(measures, what, std::size_t{radios} * clients_each, before);
 }
 
 void measure_queries(Measures& measures) {

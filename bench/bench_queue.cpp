@@ -209,7 +209,7 @@ int main(int argc, char** argv) {
   stay_on_one_cpu();
   add_benchmarks<RingQueue>("ring");
   add_benchmarks<PlainRing>("plain ring");
-  add_benchmarks<MutexQueue>("mutex");
+  add_benchmarks<MutexQueue>("deque under a mutex");
   const std::map<std::string, std::string> goals{{"ring, 1 producer", "1"}, {"ring, 4 producers", "1"}};
   const int status = zal::bench::Comparison(measures, "ring", "plain ring", goals).run(argc, argv);
   measures.write();

@@ -1,5 +1,6 @@
 """What a benchmark measured: printed as a table, and with --json FILE written as an array of objects with the keys `name`,
-`value`, `unit`, and where the measure is compared with something `anchor`, `anchor_value`, `ratio` and `goal`.
+`value`, `unit`, where the measure is compared with something `anchor`, `anchor_value`, `ratio`, and where something is
+to be reached `goal`.
 
 As a program it puts the files that it is given together: measures.py FILE... With --table it writes them for people, as
 docs/performance.md has them."""

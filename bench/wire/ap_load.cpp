@@ -277,7 +277,7 @@ class Load {
       ++scans_asked_;
       states_[session].scanned = true;
       if (cycles_) client_.send(session, text_frame(aps_[session].scan_answer(options_.rounds, options_.heard)));
-    } else if (contains(text, R"("cmd":"rrm-info")")) {
+    } else if (contains(text, R"("cmd":"rrm-info")") && contains(text, R"("radios":)")) {  // lists alone are no plan
       State& state = states_[session];
       if (state.scanned && !std::exchange(state.planned, true)) ++planned_;
     }

@@ -50,6 +50,9 @@ BIG_ANSWER = 20_000
 # How long a misdeed takes at most, from its first connection; a life that is longer than that by the margin has seen it.
 LONGEST_MISDEED_S = {"crash": LONGEST_CRASH_S, "stall": SILENCE_S + DROP_S, "flap": 1, "never_read": QUESTIONS_S + 10}
 MISDEED_MARGIN_S = 30
+REPORT_HEAD = r"1\.1,\d{4}-\d\d-\d\d,\d\d:\d\d:\d\d"
+WHOLE_LINE = {"idx_": re.compile(rf"{REPORT_HEAD}\n"), "cfg_": re.compile(rf"{REPORT_HEAD}(,[^,\n]+){{25}}\n"),
+              "": re.compile(rf"{REPORT_HEAD}(,([0-9A-F]{{2}}:){{5}}[0-9A-F]{{2}}){{2}}(,-?\d+){{9}},[\d ]*(,-?\d+){{6}}\n")}
 SIMULATOR_TELLS = re.compile(r"(\S+): (connected|the (?:session|connection) ended, connecting again and again)")
 
 
@@ -163,7 +166,7 @@ class Endurance:
             self.office)
 
     def reports(self, domain=OFFICE):
-        """The lines of the index; every file must end with a whole line, and hold what the index names."""
+        """The lines of the index, and what is torn: each line must be whole, and every file hold what the index names."""
         texts = {}
         for part in ("idx_", "cfg_", ""):
             with contextlib.suppress(FileNotFoundError):
@@ -171,7 +174,8 @@ class Endurance:
                           encoding="utf-8") as file:
                     texts[part] = file.read()
         index = texts.get("idx_", "").splitlines()
-        torn = [part for part, text in texts.items() if text and not text.endswith("\n")]
+        torn = [line for part, text in texts.items() for line in text.splitlines(keepends=True)
+                if not WHOLE_LINE[part].fullmatch(line)]
         keys = {part: {tuple(line.split(",")[:3]) for line in texts.get(part, "").splitlines()} for part in ("cfg_", "")}
         lost = [line for line in index if any(tuple(line.split(",")[:3]) not in known for known in keys.values())]
         return index, torn + lost

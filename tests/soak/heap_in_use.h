@@ -24,7 +24,8 @@ inline std::size_t heap_in_use() {
 #ifdef ZAL_SOAK_SANITIZED
   return __sanitizer_get_current_allocated_bytes();
 #else
-  return ::mallinfo2().uordblks;
+  const auto heap = ::mallinfo2();
+  return heap.uordblks + heap.hblkhd;  // large blocks have mappings of their own
 #endif
 }
 

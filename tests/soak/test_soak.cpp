@@ -90,14 +90,15 @@ class Soak : public ::testing::Test {
   const int tell_every_ = hours_ >= 12 ? 6 * rests_per_hour : rests_per_hour;
   zal::testing::TraceFile log_;
   const std::chrono::steady_clock::time_point began_ = std::chrono::steady_clock::now();
-  Campus campus_{number_of_environment("ZAL_SOAK_HALLS", 3),
-                 static_cast<std::uint64_t>(number_of_environment("ZAL_SOAK_SEED", 1))};
+  const int halls_ = number_of_environment("ZAL_SOAK_HALLS", 3);
+  Campus campus_{halls_, static_cast<std::uint64_t>(number_of_environment("ZAL_SOAK_SEED", 1))};
   std::vector<std::size_t> heap_;
   std::size_t longest_queue_ = 0;
 };
 
 TEST_F(Soak, TheServerIsTheSameAfterAllThatTime) {
   ASSERT_GE(hours_, 2);
+  ASSERT_GE(halls_, 3) << "one goes dark, one is configured anew";
   heap_.reserve(static_cast<std::size_t>(hours_ * rests_per_hour));
   tell_head();
   campus_.begin();
