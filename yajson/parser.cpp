@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -134,6 +135,7 @@ class Parser {
   void expect_colon();
 
   std::string_view parse_string();
+  std::string_view parse_any_string();
   std::string_view parse_escaped_string(const char* start, char quote);
   [[noreturn]] void fail_control_character(const char* where);
   void append_run(char quote);
@@ -427,8 +429,22 @@ void Parser::expect_colon() {
   ++cursor_;
 }
 
+// Most strings are short and plain: the first bytes already hold the closing quote, and nothing special before it.
+inline std::string_view Parser::parse_string() {
+  const char* const start = cursor_ + 1;
+  if (*cursor_ == '"' && end_ - start >= static_cast<std::ptrdiff_t>(scan_width)) {
+    const std::uint32_t found = special_bytes(start, '"');
+    const char* const stop = start + std::countr_zero(found);
+    if (found != 0 && *stop == '"') {
+      cursor_ = stop + 1;
+      return {start, stop};
+    }
+  }
+  return parse_any_string();
+}
+
 // A string without escapes is one run of the input. Its control characters matter only once it is known to be that.
-std::string_view Parser::parse_string() {
+std::string_view Parser::parse_any_string() {
   const char quote = *cursor_++;
   const char* const start = cursor_;
   const char* stop = find_special(start, end_, quote);
