@@ -6,6 +6,11 @@
 #include <utility>
 
 namespace hostile {
+namespace {
+
+constexpr int first_stranger = 500;
+
+}  // namespace
 
 // Each begins at another place of the table.
 Storm::Storm(std::size_t size, std::vector<Kind> kinds, Surroundings surroundings)
@@ -44,9 +49,12 @@ void Storm::rage(std::size_t first, int number) {
   }
 }
 
+// The addresses of an access point that the domain knows are not looked at again: whoever is to be refused for them is
+// somebody that it has never served.
 void Storm::play(const Kind& kind, int number) {
+  const int who = kind.fate == refused(400) ? first_stranger + number : number;
   try {
-    const Fate fate = hostile::played(kind, surroundings_, number).look(kind.fate);
+    const Fate fate = hostile::played(kind, surroundings_, who).look(kind.fate);
     if (may_end_so(kind, fate) || (kind.fate == waited_on && fate == ended)) return;  // a slow look comes after the end
     std::ostringstream line;
     line << kind.name << ": ";
