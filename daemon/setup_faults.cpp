@@ -19,7 +19,8 @@ void tell_invalid_values(const JsonReader& setup) {
   GlobalConfig::validate(setup, list);
   const JsonReader told(answer.to_string());
   const JsonReader invalid = told.get(invalid_parameters);
-  if (invalid.size() != 0) trace.warn("Setup: invalid parameters: %s", invalid.to_string());
+  const int count = invalid.size();
+  if (count != 0) trace.warn("Setup: invalid parameters: %s", invalid.to_string());
 }
 
 void tell_missing_domains(const JsonReader& setup, const GlobalConfig& loaded) {
