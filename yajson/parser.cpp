@@ -177,9 +177,14 @@ Value& fresh(Value& out) {
   return out;
 }
 
-// The position of the closing quote from `from` on, or the end of the text.
+// The position of the closing quote from `from` on, or the end of the text, or just beyond it behind a backslash.
 std::size_t closing_quote(std::string_view text, std::size_t from) {
-  while (from < text.size() && text[from] != '"') from += text[from] == '\\' ? 2 : 1;
+  while (from < text.size()) {
+    const char* const special = find_special(text.data() + from, text.data() + text.size(), '"');
+    from = static_cast<std::size_t>(special - text.data());
+    if (from == text.size() || *special == '"') break;
+    from += *special == '\\' ? 2 : 1;
+  }
   return from;
 }
 
