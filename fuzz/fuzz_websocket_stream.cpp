@@ -436,8 +436,9 @@ class Stranger {
     find_session();
     check_heard();
     if (framed_ && certain()) {
-      require(peer_.served(), "who keeps the protocol is served on");
-      check_answers();
+      // The server may see by a frame's first bytes what is wrong with it.
+      require(peer_.served() || !sent_.at_boundary(), "who keeps the protocol is served on");
+      if (peer_.served()) check_answers();
     }
     peer_.close();
     const auto dropped = server_.dropped();
