@@ -238,7 +238,7 @@ def share_of_cpu(server, seconds):
 def measure_rest(build, measures):
     sessions, asleep_s = 1000, 5
     ping_period_s = 30  # each session is pinged once in it
-    shares, sleeping = [], []
+    share, sleeping = None, []
 
     def sleep():
         slept = subprocess.run([os.path.join(build, "bench", "wire", "idle_threads"), str(asleep_s)],
@@ -246,14 +246,15 @@ def measure_rest(build, measures):
         sleeping.append(float(slept.stdout) / asleep_s)
 
     def measure_between_sleepers():
+        nonlocal share
         sleep()
-        shares.append(share_of_cpu(server, ping_period_s))
+        share = share_of_cpu(server, ping_period_s)
         sleep()
 
     with running(Server(build, MESSAGES)) as server:
         with running(Load(build, server, "--sessions", sessions, "silent")) as load:
             result = load.result(measure_between_sleepers)
-    [share], asleep = shares, statistics.mean(sleeping)
+    asleep = statistics.mean(sleeping)
     measures.add("CPU of the daemon at rest with 1000 silent access points", 100 * share, "%", "threads that only sleep",
                  100 * asleep, share / asleep, "1 %")
     measures.add("longest silence of a session, for a ping ends it", result["longest_silence_s"], "s", goal="31")

@@ -439,10 +439,10 @@ inline std::string_view Parser::parse_string() {
   const char* const start = cursor_ + 1;
   if (*cursor_ == '"' && end_ - start >= static_cast<std::ptrdiff_t>(scan_width)) {
     const std::uint32_t found = special_bytes(start, '"');
-    const char* const stop = start + std::countr_zero(found);
-    if (found != 0 && *stop == '"') {
-      cursor_ = stop + 1;
-      return {start, stop};
+    const int length = std::countr_zero(found);
+    if (found != 0 && start[length] == '"') {
+      cursor_ = start + length + 1;
+      return {start, static_cast<std::size_t>(length)};
     }
   }
   return parse_any_string();
