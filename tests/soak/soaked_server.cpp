@@ -52,6 +52,7 @@ void SoakedServer::begin() {
   start();
   update_vrrp_role(role_master, nullptr);
   wire_.await_context();
+  await_first_scan();
   beat_ = wire_.open();
   await_dispatched();
 }
@@ -100,6 +101,16 @@ void SoakedServer::await_dispatched() {
   Patience patience("the messages' dispatch");
   const rrm::MutexLock lock(mutex_);
   while (beats_ < beats_sent_) patience.wait(changed_, mutex_);
+}
+
+// The ping worker counts from when its thread is under way, which may be after the others'.
+void SoakedServer::await_first_scan() {
+  Patience patience("the first scan of the sessions");
+  const rrm::MutexLock lock(mutex_);
+  while (scans_ == 0) {
+    clock_.advance(1);
+    patience.wait(changed_, mutex_);
+  }
 }
 
 void SoakedServer::await_scan(std::uint64_t number) {

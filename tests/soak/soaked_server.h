@@ -51,6 +51,7 @@ class SoakedServer final : public rrm::RRM {
 
  private:
   void await_dispatched() RRM_EXCLUDES(mutex_);
+  void await_first_scan() RRM_EXCLUDES(mutex_);
   void await_scan(std::uint64_t number) RRM_EXCLUDES(mutex_);
   void pass_twice();
 

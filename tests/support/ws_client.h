@@ -35,7 +35,7 @@ int close_status(const Frame& frame);
 
 class WsClient {
  public:
-  static constexpr std::chrono::milliseconds patience{20000};
+  static constexpr std::chrono::milliseconds patience{60000};
 
   struct Upgrade {
     std::string path = "/apb/rrm";

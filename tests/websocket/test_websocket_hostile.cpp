@@ -207,9 +207,9 @@ TEST_F(WebsockHostile, LengthThatNobodyCanSend) {
 
 TEST_F(WebsockHostile, MegabytesInOneMessage) {
   WsClient client = WsClient::open(server.port);
-  const std::string text = "\"" + std::string(8 << 20, 'm') + "\"";
+  const std::string text = "\"" + std::string(2 << 20, 'm') + "\"";
   client.send_text(text);
-  EXPECT_EQ(client.receive_text(), text);
+  EXPECT_TRUE(client.receive_text() == text) << "which nobody wants to read";
 }
 
 TEST_F(WebsockHostile, MessageThatNeverEndsDiesWithItsSession) {
