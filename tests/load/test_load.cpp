@@ -43,8 +43,8 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr int times_as_fast = 8;
-constexpr std::size_t times_each = 1;  // at least, however slow the machine is
-constexpr int longest_extension = 3;   // times the time asked for, until every kind of order has come to something
+constexpr std::size_t times_each = 1;      // at least, however slow the machine is
+constexpr seconds longest_extension{180};  // until every kind of order has come to something
 constexpr seconds patience{60};
 constexpr seconds longest_return{150};  // an access point that failed often waits long before it connects again
 constexpr seconds longest_end{20};      // of a dropped session, though its connection takes nothing more
@@ -231,7 +231,7 @@ bool Load::is_over() const {
   const auto now = Steady::now();
   return HasFailure() ||
          (now >= started_ + duration_ && every([this](const auto& orders) { return each_was_issued(orders); }) &&
-          (now >= started_ + longest_extension * duration_ ||
+          (now >= started_ + duration_ + longest_extension ||
            every([this](const auto& orders) { return each_was_fulfilled(orders); })));
 }
 
