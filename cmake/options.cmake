@@ -30,6 +30,23 @@ function(zal_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC zal_options ${ARG_LINKS})
+  if(ZAL_FUZZERS)
+    target_compile_options(${name} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
+endfunction()
+
+# zal_one_thread(name left_out): this program and all it links start no thread, and it does not link if that is untrue.
+# The thread sanitizer has nothing to see in it, so that it is left out there.
+function(zal_one_thread name left_out)
+  # std::thread::_M_start_thread, looked for under a name that nobody defines.
+  set(start_thread _ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE)
+  target_link_options(${name} PRIVATE "LINKER:--wrap=${start_thread}")
+  if(ZAL_SANITIZE MATCHES "thread")
+    set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+    set(${left_out} ON PARENT_SCOPE)
+  else()
+    set(${left_out} OFF PARENT_SCOPE)
+  endif()
 endfunction()
 
 # zal_test(name SOURCES a.cpp ... [LINKS lib ...] [LABEL unit|integration|slow] [ONE_THREAD]): one test program.
@@ -37,8 +54,7 @@ endfunction()
 # What is tested lies in libraries, built as the preset says. The program around it runs for less time than it takes to
 # optimise it.
 #
-# ONE_THREAD says that the program and all it links start no thread, and it does not link if that is untrue. The thread
-# sanitizer has nothing to see in it.
+# ONE_THREAD: see zal_one_thread.
 function(zal_test name)
   cmake_parse_arguments(ARG "ONE_THREAD" "LABEL" "SOURCES;LINKS" ${ARGN})
   if(NOT ARG_LABEL)
@@ -47,12 +63,12 @@ function(zal_test name)
   add_executable(${name} ${ARG_SOURCES})
   target_compile_options(${name} PRIVATE -O0)
   target_link_libraries(${name} PRIVATE zal_options ${ARG_LINKS} GTest::gmock GTest::gtest_main)
+  if(ZAL_PRECOMPILE)
+    target_precompile_headers(${name} REUSE_FROM zal_test_headers)
+  endif()
   if(ARG_ONE_THREAD)
-    # std::thread::_M_start_thread, looked for under a name that nobody defines.
-    set(start_thread _ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE)
-    target_link_options(${name} PRIVATE "LINKER:--wrap=${start_thread}")
-    if(ZAL_SANITIZE MATCHES "thread")
-      set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+    zal_one_thread(${name} left_out)
+    if(left_out)
       return()
     endif()
   endif()
