@@ -158,7 +158,7 @@ while listens; do next_port; done
 
 logged() { grep -qs "$1" "$state/zal_rrm.log"; }
 
-runs() { kill -0 "$controller" 2>/dev/null; }
+runs() { kill -0 "$1" 2>/dev/null; }
 
 write_setup() { sed "s/\"listen_port\" *: *[0-9]*/\"listen_port\": $port/" "$setup" >"$state/setup.json"; }
 
@@ -168,7 +168,7 @@ await_daemon() {
   local deadline=$((SECONDS + 40))
   while ((SECONDS < deadline)); do
     logged "Starting [0-9]* lws threads" && listens && return
-    runs || return 0
+    runs "$controller" || return 0
     if logged "Can't listen on port $port,"; then
       next_port
       write_setup
@@ -206,20 +206,22 @@ await_daemon || {
   exit 1
 }
 serves=yes
-if runs; then
+if runs "$controller"; then
   echo "demo: the access points of $site subscribe; $duration"
   setsid "$build/sim/zal_apsim" --site "$site" --server "ws://127.0.0.1:$port/apb/rrm" --scene "$scene" \
     --out "$state/$scene" "${once[@]}" 8>&- &
   simulation=$!
 fi
 
-# Whichever ends first ends the demonstration.
-ended=
+# Whichever ends first ends the demonstration. Looked for and not waited for: a bash that is interrupted in its wait may
+# miss who ends afterwards, and would then wait for him for ever.
+while runs "$controller" && { [ -z "$simulation" ] || runs "$simulation"; }; do sleep 0.2; done
 status=0
-wait -n -p ended $simulation "$controller" || status=$?
-if [ -n "$simulation" ] && [ "${ended:-}" = "$simulation" ]; then
+if [ -n "$simulation" ] && ! runs "$simulation"; then
+  wait "$simulation" || status=$?
   simulation=
 else
+  wait "$controller" || status=$?
   controller=
   echo "demo: the controller ended; see $state" >&2
   [ ${#once[@]} -eq 0 ] || status=1
