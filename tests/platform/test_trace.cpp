@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -27,7 +26,6 @@
 #include "zal/IMsg.h"
 #include "zal/MacFilter.h"
 #include "zal/Trace.h"
-#include "zal/backtrace.h"
 
 namespace zal {
 namespace {
@@ -497,18 +495,6 @@ TEST(Trace, TheLogIsRenamedWhenItGrowsTooLong) {
   for (int i = 0; i < 11; ++i) trace.sys("%s", line.c_str());
   EXPECT_GT(std::filesystem::file_size(file.path() + ".1"), 9u << 20);
   EXPECT_LT(std::filesystem::file_size(file.path()), 3u << 20);
-}
-
-TEST(TraceDeathTest, AnArmedCrashPrintsItsFramesAndEndsByItsSignal) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-  char name[] = "test";
-  char* const argv[] = {name, nullptr};
-  EXPECT_EXIT(
-      {
-        backtrace_init(argv);
-        std::abort();
-      },
-      ::testing::KilledBySignal(SIGABRT), "Stack trace");
 }
 
 }  // namespace
