@@ -66,8 +66,9 @@ void on_crash(int signal, siginfo_t* info, void* context) {
 void backtrace_init(char* const*) {
   // The first call loads a library, which no handler may.
   backtrace(crash_frames.data(), 1);
-  // Its handlers are replaced, the stack that it gives the handlers of this thread is not.
-  static const backward::SignalHandling handling;
+  // Its handlers are replaced, the stack that it gives the handlers of this thread is not. Never destroyed: a process
+  // may crash as it exits.
+  [[maybe_unused]] static const auto* const handling = new backward::SignalHandling;
   for (const int signal : backward::SignalHandling::make_default_signals()) {
     struct sigaction action {};
     action.sa_sigaction = on_crash;

@@ -70,6 +70,16 @@ TEST_F(BacktraceDeathTest, AnArmedCrashPrintsItsFramesAndEndsByItsSignal) {
       KilledBySignal(SIGABRT), HasSubstr("Stack trace (most recent call last)"));
 }
 
+TEST_F(BacktraceDeathTest, ACrashAtTheExitPrintsItsFramesToo) {
+  EXPECT_EXIT(
+      {
+        std::atexit(std::abort);
+        arm();
+        std::exit(EXIT_SUCCESS);
+      },
+      KilledBySignal(SIGABRT), HasSubstr("Stack trace (most recent call last)"));
+}
+
 TEST_F(BacktraceDeathTest, ACrashThatLeavesTheAllocatorLockedEndsByItsSignalToo) {
   EXPECT_EXIT(
       {
