@@ -53,6 +53,7 @@ void SoakedServer::begin() {
   update_vrrp_role(role_master, nullptr);
   wire_.await_context();
   await_first_scan();
+  await_end_of_scan();
   beat_ = wire_.open();
   await_dispatched();
 }
@@ -66,7 +67,7 @@ void SoakedServer::second() {
   }
   clock_.advance(1);
   await_scan(scans + 1);
-  ping_worker->execute_locked([] {});
+  await_end_of_scan();
   wire_.end_overdue();
   settle();
 }
@@ -117,6 +118,11 @@ void SoakedServer::await_scan(std::uint64_t number) {
   Patience patience("a scan of the sessions");
   const rrm::MutexLock lock(mutex_);
   while (scans_ < number) patience.wait(changed_, mutex_);
+}
+
+// A scan lists the next one when it ends, a second after the time that it then is.
+void SoakedServer::await_end_of_scan() const {
+  ping_worker->execute_locked([] {});
 }
 
 // The first pass serves what was queued and what is due; once there was another, what that buffered has been sent.

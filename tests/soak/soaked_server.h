@@ -53,6 +53,7 @@ class SoakedServer final : public rrm::RRM {
   void await_dispatched() RRM_EXCLUDES(mutex_);
   void await_first_scan() RRM_EXCLUDES(mutex_);
   void await_scan(std::uint64_t number) RRM_EXCLUDES(mutex_);
+  void await_end_of_scan() const;
   void pass_twice();
 
   LockstepClock& clock_;
