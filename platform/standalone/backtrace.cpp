@@ -17,7 +17,14 @@ constexpr unsigned patience_s = 10;
 
 std::atomic<int> crash_signal{0};
 std::array<void*, 64> crash_frames;
-int crash_frame_count = 0;
+std::atomic<int> crash_frame_count{0};
+
+void unblock(int signal) {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, signal);
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
 
 // In a signal handler: ends the process, and waits for nobody but the loader, which has `patience_s` for it.
 void end_with_addresses(int) {
@@ -26,13 +33,8 @@ void end_with_addresses(int) {
   [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, title.data(), title.size());
   backtrace_symbols_fd(crash_frames.data(), crash_frame_count, STDERR_FILENO);
   const int signal = crash_signal;
-  sigset_t crash;
-  sigemptyset(&crash);
-  sigaddset(&crash, signal);
-  struct sigaction plain {};
-  plain.sa_handler = SIG_DFL;
-  sigaction(signal, &plain, nullptr);
-  pthread_sigmask(SIG_UNBLOCK, &crash, nullptr);
+  std::signal(signal, SIG_DFL);
+  unblock(signal);
   raise(signal);
 }
 
@@ -43,10 +45,7 @@ void end_within_patience() {
   action.sa_handler = end_with_addresses;
   action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
   sigaction(SIGALRM, &action, nullptr);
-  sigset_t timeout;
-  sigemptyset(&timeout);
-  sigaddset(&timeout, SIGALRM);
-  pthread_sigmask(SIG_UNBLOCK, &timeout, nullptr);
+  unblock(SIGALRM);
   alarm(patience_s);
 }
 

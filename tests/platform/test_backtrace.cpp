@@ -1,5 +1,4 @@
-// Crashes: what they print, and that they end the process whatever they left behind. The allocator of this program can
-// be told to wait for ever, as one does whose lock the crashed code holds.
+// Crashes: what they print, and that they end the process whatever they left behind.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -7,37 +6,9 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <new>
 
+#include "support/failing_memory.h"
 #include "zal/backtrace.h"
-
-namespace {
-
-enum class Allocator { serves, is_locked, crashes };
-
-volatile Allocator allocator = Allocator::serves;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (allocator == Allocator::crashes) raise(SIGSEGV);
-  // The end of who waits for the lock need not be waited for, but there must be one.
-  while (allocator == Allocator::is_locked) {
-    if (alarm(0) == 0) _exit(EXIT_FAILURE);
-    kill(getpid(), SIGALRM);
-  }
-  void* memory = std::malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace zal {
 namespace {
@@ -49,6 +20,21 @@ using ::testing::KilledBySignal;
 constexpr const char* addresses_only =
     "^Stack trace \\(addresses only: their names cannot be found after this crash\\)\n"
     "[^ ]*test_platform_backtrace\\(.*0x";
+
+// Waits for ever, as an allocator does whose lock the crashed code holds. The end of who waits need not be waited for,
+// but there must be one.
+class LockedAllocator final : public rrm::testing::MemoryWatch {
+ public:
+  bool on_new() override {
+    while (alarm(0) != 0) kill(getpid(), SIGALRM);
+    _exit(EXIT_FAILURE);
+  }
+};
+
+class CrashingAllocator final : public rrm::testing::MemoryWatch {
+ public:
+  bool on_new() override { return raise(SIGSEGV) == 0; }
+};
 
 class BacktraceDeathTest : public ::testing::Test {
  protected:
@@ -84,7 +70,7 @@ TEST_F(BacktraceDeathTest, ACrashThatLeavesTheAllocatorLockedEndsByItsSignalToo)
   EXPECT_EXIT(
       {
         arm();
-        allocator = Allocator::is_locked;
+        const LockedAllocator allocator;
         raise(SIGSEGV);
       },
       KilledBySignal(SIGSEGV), ContainsRegex(addresses_only));
@@ -99,7 +85,7 @@ TEST_F(BacktraceDeathTest, ACrashIsNotKeptByBlockedSignals) {
         sigfillset(&all);
         sigdelset(&all, SIGABRT);
         pthread_sigmask(SIG_SETMASK, &all, nullptr);
-        allocator = Allocator::is_locked;
+        const LockedAllocator allocator;
         std::abort();
       },
       KilledBySignal(SIGABRT), ContainsRegex(addresses_only));
@@ -109,7 +95,7 @@ TEST_F(BacktraceDeathTest, ACrashOfThePrinterEndsByTheFirstSignal) {
   EXPECT_EXIT(
       {
         arm();
-        allocator = Allocator::crashes;
+        const CrashingAllocator allocator;
         std::abort();
       },
       KilledBySignal(SIGABRT), ContainsRegex(addresses_only));

@@ -13,7 +13,7 @@ class MemoryWatch {
 
   // Serves so many requests of each kind and refuses the rest.
   explicit MemoryWatch(std::size_t requests_served = never);
-  ~MemoryWatch();
+  virtual ~MemoryWatch();
   MemoryWatch(const MemoryWatch&) = delete;
   MemoryWatch& operator=(const MemoryWatch&) = delete;
 
@@ -21,9 +21,10 @@ class MemoryWatch {
   std::size_t news() const { return news_; }
   std::size_t last_malloc_size() const { return last_malloc_size_; }
 
-  // For the replaced functions: true if the request is to be served.
+  // For the replaced functions: true if the request is to be served. Who wants a failure of another kind overrides the
+  // second.
   bool on_malloc(std::size_t size);
-  bool on_new();
+  virtual bool on_new();
 
  private:
   std::size_t requests_served_;
